@@ -1,0 +1,47 @@
+# Entry points: `make demo` runs the main job on the embedded default; `make test` installs what is
+# missing, builds, and runs every test (plain build, sanitizer build, short fuzz runs).
+BUILD      ?= build
+ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+JOBS       ?= $(shell nproc)
+FUZZ_SECONDS ?= 15
+
+.PHONY: all bootstrap build test unit-test asan-test fuzz-test bench demo format clean
+
+all: build
+
+bootstrap:
+	@scripts/bootstrap
+
+$(BUILD)/build.ninja: CMakeLists.txt
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCLOCKCOMM_WERROR=ON >/dev/null
+
+build: bootstrap $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS)
+
+unit-test: build
+	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+asan-test: bootstrap
+	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCLOCKCOMM_WERROR=ON \
+	  -DCLOCKCOMM_SANITIZE=ON -DCLOCKCOMM_BENCH=OFF >/dev/null
+	cmake --build $(ASAN_BUILD) -j $(JOBS)
+	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS) -LE integration
+
+fuzz-test: bootstrap
+	scripts/run-fuzzers $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+test: unit-test asan-test fuzz-test
+
+bench: build
+	scripts/run-benchmarks $(BUILD)
+
+demo: build
+	$(BUILD)/clockcomm demo
+
+format:
+	clang-format -i $$(git ls-files '*.h' '*.cpp')
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

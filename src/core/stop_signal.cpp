@@ -1,0 +1,61 @@
+#include "core/stop_signal.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <vector>
+
+#include "core/errors.h"
+
+namespace clockcomm::core {
+
+StopSignal::StopSignal() : fd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+  if (fd_ < 0) throw SystemError::FromErrno(errno, "eventfd");
+}
+
+StopSignal::~StopSignal() {
+  if (fd_ >= 0) close(fd_);
+}
+
+void StopSignal::Request() {
+  std::vector<std::function<void()>> to_call;
+  {
+    std::lock_guard lock(mutex_);
+    requested_ = true;
+    for (auto& [id, fn] : listeners_) to_call.push_back(fn);
+  }
+  const uint64_t one = 1;
+  [[maybe_unused]] ssize_t n = write(fd_, &one, sizeof one);
+  cv_.notify_all();
+  for (auto& fn : to_call) fn();
+}
+
+void StopSignal::Reset() {
+  std::lock_guard lock(mutex_);
+  requested_ = false;
+  uint64_t value;
+  while (read(fd_, &value, sizeof value) > 0) {
+  }
+}
+
+bool StopSignal::WaitFor(std::chrono::nanoseconds timeout) {
+  std::unique_lock lock(mutex_);
+  cv_.wait_for(lock, timeout, [this] { return requested_.load(); });
+  return requested_.load();
+}
+
+int StopSignal::AddListener(std::function<void()> fn) {
+  std::lock_guard lock(mutex_);
+  int id = next_listener_id_++;
+  listeners_[id] = std::move(fn);
+  return id;
+}
+
+void StopSignal::RemoveListener(int id) {
+  std::lock_guard lock(mutex_);
+  listeners_.erase(id);
+}
+
+}  // namespace clockcomm::core

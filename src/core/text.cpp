@@ -1,0 +1,147 @@
+#include "core/text.h"
+
+#include <fmt/format.h>
+
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+
+namespace clockcomm::core {
+
+std::string_view TrimView(std::string_view s) {
+  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
+  return s;
+}
+
+std::string Trim(std::string_view s) { return std::string(TrimView(s)); }
+
+std::string ToLower(std::string_view s) {
+  std::string out(s);
+  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return out;
+}
+
+std::string ToUpper(std::string_view s) {
+  std::string out(s);
+  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return out;
+}
+
+bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i]))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool StartsWithIgnoreCase(std::string_view s, std::string_view prefix) {
+  return s.size() >= prefix.size() && EqualsIgnoreCase(s.substr(0, prefix.size()), prefix);
+}
+
+std::vector<std::string> Split(std::string_view s, char separator) {
+  std::vector<std::string> out;
+  size_t start = 0;
+  for (size_t i = 0; i <= s.size(); ++i) {
+    if (i == s.size() || s[i] == separator) {
+      out.emplace_back(s.substr(start, i - start));
+      start = i + 1;
+    }
+  }
+  return out;
+}
+
+std::string Join(const std::vector<std::string>& parts, std::string_view separator) {
+  std::string out;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    if (i > 0) out += separator;
+    out += parts[i];
+  }
+  return out;
+}
+
+std::string ReplaceAll(std::string s, std::string_view from, std::string_view to) {
+  if (from.empty()) return s;
+  size_t pos = 0;
+  while ((pos = s.find(from, pos)) != std::string::npos) {
+    s.replace(pos, from.size(), to);
+    pos += to.size();
+  }
+  return s;
+}
+
+double LeadingNumber(std::string_view s) {
+  s = TrimView(s);
+  size_t i = 0;
+  if (i < s.size() && (s[i] == '-' || s[i] == '+')) ++i;
+  bool digits = false;
+  while (i < s.size() && std::isdigit(static_cast<unsigned char>(s[i]))) {
+    ++i;
+    digits = true;
+  }
+  if (i < s.size() && s[i] == '.') {
+    ++i;
+    while (i < s.size() && std::isdigit(static_cast<unsigned char>(s[i]))) {
+      ++i;
+      digits = true;
+    }
+  }
+  if (!digits) return 0;
+  return std::strtod(std::string(s.substr(0, i)).c_str(), nullptr);
+}
+
+std::optional<double> ParseNumber(std::string_view s) {
+  s = TrimView(s);
+  if (s.empty() || s.size() > 64) return std::nullopt;
+  std::string text(s);
+  if (text.front() == '+') text.erase(0, 1);
+  double value = 0;
+  auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (ec != std::errc() || ptr != text.data() + text.size() || !std::isfinite(value)) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+std::optional<int> ParseInt(std::string_view s) {
+  s = TrimView(s);
+  if (!s.empty() && s.front() == '+') s.remove_prefix(1);
+  int value = 0;
+  auto [ptr, ec] = std::from_chars(s.data(), s.data() + s.size(), value);
+  if (s.empty() || ec != std::errc() || ptr != s.data() + s.size()) return std::nullopt;
+  return value;
+}
+
+std::string NumberText(double value) {
+  if (value == std::floor(value) && std::fabs(value) < 1e15) {
+    return fmt::format("{}", static_cast<long long>(value));
+  }
+  return fmt::format("{}", value);
+}
+
+std::string Printable(std::string_view s) {
+  static const char* kNames[32] = {"NUL", "SOH", "STX", "ETX", "EOT", "ENQ", "ACK", "BEL",
+                                   "BS",  "HT",  "LF",  "VT",  "FF",  "CR",  "SO",  "SI",
+                                   "DLE", "DC1", "DC2", "DC3", "DC4", "NAK", "SYN", "ETB",
+                                   "CAN", "EM",  "SUB", "ESC", "FS",  "GS",  "RS",  "US"};
+  std::string out;
+  for (unsigned char c : s) {
+    if (c < 32) {
+      out += '<';
+      out += kNames[c];
+      out += '>';
+    } else if (c == 127 || c >= 128) {
+      out += fmt::format("<{:02X}>", c);
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out;
+}
+
+}  // namespace clockcomm::core

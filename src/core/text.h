@@ -1,0 +1,33 @@
+// Small text helpers over single-byte (Windows-1252) strings. Nothing here converts encodings.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace clockcomm::core {
+
+std::string_view TrimView(std::string_view s);
+std::string Trim(std::string_view s);
+std::string ToLower(std::string_view s);
+std::string ToUpper(std::string_view s);
+bool EqualsIgnoreCase(std::string_view a, std::string_view b);
+bool StartsWithIgnoreCase(std::string_view s, std::string_view prefix);
+// Splits at every occurrence of the separator, keeping empty fields ("a,,b" gives three).
+std::vector<std::string> Split(std::string_view s, char separator);
+std::string Join(const std::vector<std::string>& parts, std::string_view separator);
+std::string ReplaceAll(std::string s, std::string_view from, std::string_view to);
+// The number a text begins with, after leading blanks: "12abc" gives 12, "abc" gives 0, "-3" -3,
+// "2.5x" 2.5. Like the classic BASIC Val().
+double LeadingNumber(std::string_view s);
+// The whole text as a number (blanks around allowed), or nothing.
+std::optional<double> ParseNumber(std::string_view s);
+// The whole text as a 32-bit integer, or nothing.
+std::optional<int> ParseInt(std::string_view s);
+// A number as its ordinary shortest text: 6 as "6", 2.5 as "2.5".
+std::string NumberText(double value);
+// Shows control characters as <STX>, <FS> ... so packets can be logged readably.
+std::string Printable(std::string_view s);
+
+}  // namespace clockcomm::core

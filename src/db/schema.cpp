@@ -1,0 +1,74 @@
+#include "db/schema.h"
+
+namespace clockcomm::db {
+
+void CreateEventLogSchema(Database& db) {
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS LogTable ("
+      "Counter INTEGER PRIMARY KEY AUTOINCREMENT, "
+      "[DateTime] TEXT NOT NULL, "
+      "ClockName TEXT NOT NULL DEFAULT '', "
+      "ClockNumber INTEGER NOT NULL DEFAULT 0, "
+      "EventType TEXT NOT NULL DEFAULT '', "
+      "EventDes TEXT NOT NULL DEFAULT '')");
+  db.Execute("CREATE INDEX IF NOT EXISTS LogTable_DateTime ON LogTable([DateTime])");
+}
+
+void CreateCompanyRegistrySchema(Database& db) {
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS Company ("
+      "[Company] TEXT PRIMARY KEY NOT NULL, "
+      "[Clock Name] TEXT NOT NULL DEFAULT '', "
+      "[Clock Table Updated] TEXT, "
+      "[Directory] TEXT NOT NULL DEFAULT '', "
+      "[Current Start Date] TEXT, "
+      "[Pay Period Type] TEXT NOT NULL DEFAULT 'weekly', "
+      "[Current Start Time] TEXT, "
+      "CustomDays INTEGER NOT NULL DEFAULT 0)");
+}
+
+void CreateProductSchema(Database& db) {
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS PollT ("
+      "LocationID INTEGER PRIMARY KEY, "
+      "LocationName TEXT NOT NULL, "
+      "LocationPhone TEXT NOT NULL DEFAULT '', "
+      "DialTime TEXT, "
+      "SelectToDial INTEGER NOT NULL DEFAULT 1, "
+      "TerminalID TEXT NOT NULL DEFAULT '')");
+}
+
+void CreateCompanySchema(Database& db) {
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS [Clock Data Table] ("
+      "ID INTEGER PRIMARY KEY AUTOINCREMENT, "
+      "Punch INTEGER, [Card ID] INTEGER, Department INTEGER, "
+      "JobNumber TEXT, Level4 TEXT, Level5 TEXT, [Punch Type] TEXT, "
+      "[Date In] TEXT, [Time In] TEXT, [Date Out] TEXT, [Time Out] TEXT, "
+      "Tips REAL, Advances REAL, Other REAL, Sick REAL, Vacation REAL, Personal REAL, "
+      "Bonus REAL, Holiday REAL, Quantity REAL)");
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS [Employee Table] ("
+      "[Card ID] INTEGER PRIMARY KEY, "
+      "[Employee Name] TEXT NOT NULL DEFAULT '', "
+      "[Home Department] INTEGER, "
+      "DefaultAssignment TEXT NOT NULL DEFAULT '', "
+      "Active INTEGER NOT NULL DEFAULT 1)");
+  db.Execute("CREATE TABLE IF NOT EXISTS CompanyInfoT ([Clock Table Updated] TEXT)");
+  if (db.Query("SELECT COUNT(*) FROM CompanyInfoT").Field(0).AsInt() == 0) {
+    db.Execute("INSERT INTO CompanyInfoT ([Clock Table Updated]) VALUES (NULL)");
+  }
+  // Validation tables sent to the terminals: employees, departments, job codes.
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS LEVEL1 ("
+      "[Card ID] INTEGER PRIMARY KEY, Name TEXT NOT NULL DEFAULT '', "
+      "Active INTEGER NOT NULL DEFAULT 1)");
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS LEVEL2 ("
+      "Code TEXT PRIMARY KEY, Description TEXT NOT NULL DEFAULT '')");
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS LEVEL3 ("
+      "Code TEXT PRIMARY KEY, Description TEXT NOT NULL DEFAULT '')");
+}
+
+}  // namespace clockcomm::db

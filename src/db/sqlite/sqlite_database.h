@@ -1,0 +1,49 @@
+// The embedded backend: one SQLite file per database.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "db/database.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace clockcomm::db {
+
+class SqliteDatabase : public Database {
+ public:
+  enum class Mode { kExisting, kCreate };
+
+  // Opens the file. kExisting refuses a missing file; both refuse a file that is not a database.
+  // Throws DatabaseError naming the file.
+  static std::unique_ptr<SqliteDatabase> Open(const std::filesystem::path& path,
+                                              Mode mode = Mode::kExisting);
+  ~SqliteDatabase() override;
+
+  int64_t Execute(std::string_view sql, const Params& params = {}) override;
+  Recordset Query(std::string_view sql, const Params& params = {}) override;
+  int64_t LastInsertId() override;
+  void BeginTransaction() override;
+  void Commit() override;
+  void Rollback() override;
+  bool InTransaction() const override { return in_transaction_; }
+  const std::string& Name() const override { return name_; }
+  bool TableExists(std::string_view table) override;
+
+ private:
+  SqliteDatabase(sqlite3* handle, std::string name);
+  sqlite3_stmt* Prepare(std::string_view sql);
+  void Bind(sqlite3_stmt* stmt, const Params& params);
+  [[noreturn]] void Fail(int code, std::string_view what);
+
+  sqlite3* handle_;
+  std::string name_;
+  bool in_transaction_ = false;
+  // Prepared statements kept by SQL text: a transfer runs the same INSERT thousands of times.
+  std::unordered_map<std::string, sqlite3_stmt*> statements_;
+};
+
+}  // namespace clockcomm::db

@@ -1,0 +1,60 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "core/clock.h"
+#include "core/text.h"
+
+namespace clockcomm::core {
+namespace {
+
+TEST(Text, LeadingNumberBehavesLikeVal) {
+  EXPECT_EQ(LeadingNumber("12abc"), 12);
+  EXPECT_EQ(LeadingNumber("  -3"), -3);
+  EXPECT_EQ(LeadingNumber("2.5x"), 2.5);
+  EXPECT_EQ(LeadingNumber("abc"), 0);
+  EXPECT_EQ(LeadingNumber(""), 0);
+  EXPECT_EQ(LeadingNumber("-"), 0);
+}
+
+TEST(Text, NumbersAndSplitting) {
+  EXPECT_EQ(NumberText(6), "6");
+  EXPECT_EQ(NumberText(2.5), "2.5");
+  EXPECT_EQ(NumberText(-12.25), "-12.25");
+  EXPECT_FALSE(ParseNumber("12a").has_value());
+  EXPECT_EQ(*ParseNumber(" 12.5 "), 12.5);
+  EXPECT_FALSE(ParseInt("99999999999").has_value());
+  EXPECT_EQ(Split("a,,b,", ',').size(), 4u);
+  EXPECT_EQ(Printable("\x02" "A\x1c\r\n"), "<STX>A<FS><CR><LF>");
+  EXPECT_TRUE(EqualsIgnoreCase("DemoData", "DEMODATA"));
+}
+
+TEST(ManualClock, WaitUntilWakesWhenTimeMovesOrStopIsRequested) {
+  ManualClock clock(*DateTime::FromParts(2009, 10, 20, 8, 0, 0));
+  StopSignal stop;
+  bool reached = false;
+  std::thread waiter([&] { reached = clock.WaitUntil(*DateTime::FromParts(2009, 10, 20, 9), stop); });
+  ASSERT_TRUE(clock.WaitForWaiters(1, std::chrono::seconds(5)));
+  clock.Advance(std::chrono::minutes(30));
+  EXPECT_EQ(clock.Waiters(), 1);  // still before the deadline
+  clock.Advance(std::chrono::minutes(30));
+  waiter.join();
+  EXPECT_TRUE(reached);
+
+  std::thread stopped([&] { reached = clock.WaitUntil(*DateTime::FromParts(2010, 1, 1), stop); });
+  ASSERT_TRUE(clock.WaitForWaiters(1, std::chrono::seconds(5)));
+  stop.Request();
+  stopped.join();
+  EXPECT_FALSE(reached);
+}
+
+TEST(SystemClock, WaitUntilReturnsAtOnceForAPastDeadline) {
+  SystemClock clock;
+  StopSignal stop;
+  EXPECT_TRUE(clock.WaitUntil(clock.Now().AddSeconds(-5), stop));
+  stop.Request();
+  EXPECT_FALSE(clock.WaitUntil(clock.Now().AddDays(1), stop));
+}
+
+}  // namespace
+}  // namespace clockcomm::core
