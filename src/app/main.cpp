@@ -1,10 +1,25 @@
-#include <CLI/CLI.hpp>
-
 #include <iostream>
 
+#include "app/commands.h"
+#include "core/errors.h"
+
 int main(int argc, char** argv) {
+  using namespace clockcomm;
   CLI::App app{"clockcomm: the time-clock communications server"};
   app.require_subcommand(1);
-  CLI11_PARSE(app, argc, argv);
+  app.fallthrough();
+  app::GlobalOptions options;
+  app.add_option("--home", options.home,
+                 "Program folder (default: $CLOCKCOMM_HOME, else the current directory)");
+  app::RegisterSetupCommands(app, options);
+  app::RegisterRecordCommands(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e);
+  } catch (const std::exception& e) {
+    std::cerr << "clockcomm: " << e.what() << "\n";
+    return 1;
+  }
   return 0;
 }

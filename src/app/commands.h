@@ -1,0 +1,19 @@
+// Each group of command-line commands registers itself on the application here; main() only
+// parses the global options and dispatches.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace clockcomm::app {
+
+struct GlobalOptions {
+  std::string home;  // --home DIR
+};
+
+// init, settings show|set, log show|purge|print
+void RegisterSetupCommands(CLI::App& app, const GlobalOptions& options);
+// company add|list, employee add|import, transfer
+void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options);
+
+}  // namespace clockcomm::app

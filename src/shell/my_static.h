@@ -1,0 +1,73 @@
+// Where the program is installed and where its data lives, and the communications settings: one
+// loaded configuration, reached through thin accessors. Nothing here is global; the composition
+// root in src/app loads one MyStatic and hands it (or its parts) to whoever needs them.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "shell/comm_settings.h"
+#include "shell/install_information.h"
+
+namespace clockcomm::shell {
+
+// The program folder: the --home option when given, else $CLOCKCOMM_HOME, else the current
+// directory.
+std::filesystem::path ResolveProgramFolder(const std::string& home_option);
+
+// Paths of the stores under the data directory.
+class MyPaths {
+ public:
+  MyPaths(std::filesystem::path program_directory, std::filesystem::path data_directory);
+
+  const std::filesystem::path& ProgramDirectory() const { return program_directory_; }
+  const std::filesystem::path& DataDirectory() const { return data_directory_; }
+  std::filesystem::path ClockwynDatabase() const;         // <data>/Clockwyn.db (PollT ...)
+  std::filesystem::path CompanyRegistryDatabase() const;  // <data>/COMPANY3.db
+  std::filesystem::path EventLogDatabase() const;         // <data>/TCLOG.db
+  std::filesystem::path DebugLogDirectory() const;        // <data>/Debug Logs
+  std::filesystem::path SettingsOverrideFile() const;     // <program>/SettingsOverride.txt
+  // The database of a company whose directory is given (relative directories are taken under
+  // the data directory).
+  std::filesystem::path CompanyDatabase(const std::filesystem::path& company_directory) const;
+  std::filesystem::path CompanyDirectory(const std::filesystem::path& company_directory) const;
+
+ private:
+  std::filesystem::path program_directory_;
+  std::filesystem::path data_directory_;
+};
+
+// The communications settings as the loops read them.
+class MySettings {
+ public:
+  explicit MySettings(const CommSettings& settings) : settings_(settings) {}
+  int ConnectionType() const { return settings_.connection_type; }
+  int TerminalType() const { return settings_.terminal_type; }
+  int CommPort() const { return settings_.comm_port; }
+  int TerminalCount() const { return settings_.terminal_count; }
+  int AutoStartMode() const { return settings_.auto_start_mode; }
+  const CommSettings& All() const { return settings_; }
+
+ private:
+  const CommSettings& settings_;
+};
+
+// The one loaded configuration: installation information, communications settings and paths.
+class MyStatic {
+ public:
+  // Reads registry.ini and clockcomm.dta of the program folder (defaults where missing).
+  static std::unique_ptr<MyStatic> Load(const std::filesystem::path& program_folder);
+  MyStatic(InstallInformation install, CommSettings settings);
+
+  const shell::InstallInformation& InstallInformation() const { return install_; }
+  const CommSettings& Comm() const { return settings_; }
+  MySettings Settings() const { return MySettings(settings_); }
+  MyPaths Paths() const;
+
+ private:
+  shell::InstallInformation install_;
+  CommSettings settings_;
+};
+
+}  // namespace clockcomm::shell
