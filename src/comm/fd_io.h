@@ -1,0 +1,34 @@
+// The few descriptor operations every connection shares: read what is there, write all of it,
+// and sleep in poll() until input, a deadline or a wake signal.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+#include "comm/connection.h"
+
+namespace clockcomm::comm::fd_io {
+
+struct ReadOutcome {
+  std::string text;
+  bool hung_up = false;  // end of file, EIO on a pty whose other end closed, a reset socket
+};
+
+// Reads without blocking until the descriptor is empty or max_bytes were read.
+ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what);
+
+// Writes all bytes to a non-blocking descriptor, sleeping in poll() while it is full. Throws
+// core::TimeoutException when no progress is possible before the time-out.
+void WriteAll(int fd, std::string_view text, std::chrono::milliseconds timeout,
+              const std::string& what);
+
+// Sleeps until fd is readable (or hung up), the deadline passes, or a wake signal is raised.
+WaitResult WaitReadable(int fd, SteadyTime deadline, const WakeSet& wake);
+
+// Milliseconds for poll(): -1 for no deadline, rounded up so that a wake-up is never early.
+int PollTimeoutMs(SteadyTime deadline);
+
+void SetNonBlocking(int fd, const std::string& what);
+
+}  // namespace clockcomm::comm::fd_io

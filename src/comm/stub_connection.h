@@ -1,0 +1,46 @@
+// A scripted connection: each Read returns the next string of its script (an empty string once the
+// script is used up); written text is kept for inspection. Strings may be pushed from another
+// thread, which wakes a waiting reader; an optional responder answers each write.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "comm/connection.h"
+
+namespace clockcomm::comm {
+
+class StubConnection : public IConnection {
+ public:
+  explicit StubConnection(std::vector<std::string> script = {});
+  ~StubConnection() override;
+  StubConnection(const StubConnection&) = delete;
+  StubConnection& operator=(const StubConnection&) = delete;
+
+  std::string Read() override;
+  void WriteText(std::string_view text) override;
+  WaitResult WaitForInput(SteadyTime deadline, const WakeSet& wake) override;
+  std::string Describe() const override { return "stub"; }
+
+  // Adds a string to the end of the script; safe from any thread.
+  void Push(std::string text);
+  // Called (outside the stub's lock) with each written text; it may Push an answer.
+  void SetResponder(std::function<void(std::string_view written)> responder);
+  // Everything written so far, concatenated.
+  std::string Written() const;
+  // Number of Read calls made (a reader that spins would show here).
+  int ReadCalls() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::deque<std::string> script_;
+  std::string written_;
+  std::function<void(std::string_view)> responder_;
+  int read_calls_ = 0;
+  int event_fd_ = -1;
+};
+
+}  // namespace clockcomm::comm
