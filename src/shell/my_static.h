@@ -58,7 +58,7 @@ class MyStatic {
  public:
   // Reads registry.ini and clockcomm.dta of the program folder (defaults where missing).
   static std::unique_ptr<MyStatic> Load(const std::filesystem::path& program_folder);
-  MyStatic(InstallInformation install, CommSettings settings);
+  MyStatic(shell::InstallInformation install, CommSettings settings);
 
   const shell::InstallInformation& InstallInformation() const { return install_; }
   const CommSettings& Comm() const { return settings_; }

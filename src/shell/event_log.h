@@ -1,0 +1,51 @@
+// The event log: table LogTable of TCLOG.db, one row per event, listed, printed and purged by date.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/date_time.h"
+#include "db/database.h"
+
+namespace clockcomm::shell {
+
+// EventType and EventDes keep at most this many characters; longer texts are cut.
+inline constexpr size_t kEventTextLimit = 255;
+
+struct EventLogEntry {
+  int64_t counter = 0;
+  core::DateTime date_time;
+  std::string clock_name;
+  int clock_number = 0;
+  std::string event_type;
+  std::string description;
+};
+
+class EventLog {
+ public:
+  // Takes an open database and creates LogTable when it is missing.
+  explicit EventLog(std::unique_ptr<db::Database> db);
+  // Opens (or creates) the SQLite file. Throws db::DatabaseError naming the file.
+  static std::unique_ptr<EventLog> Open(const std::filesystem::path& file);
+
+  // Appends one row. Safe to call from several threads.
+  void Write(const core::DateTime& when, std::string_view clock_name, int clock_number,
+             std::string_view event_type, std::string_view description);
+  // The rows from `from` 00:00:00 to `to` 23:59:59 inclusive, in Counter order.
+  std::vector<EventLogEntry> Entries(const core::Date& from, const core::Date& to);
+  // Deletes the same rows as Entries(from, to) would list; returns how many.
+  int64_t Purge(const core::Date& from, const core::Date& to);
+
+  const std::string& Name() const { return db_->Name(); }
+
+ private:
+  std::mutex mutex_;
+  std::unique_ptr<db::Database> db_;
+};
+
+}  // namespace clockcomm::shell

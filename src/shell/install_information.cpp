@@ -1,0 +1,100 @@
+#include "shell/install_information.h"
+
+#include <algorithm>
+#include <cctype>
+#include <fstream>
+#include <sstream>
+
+#include "core/durable_file.h"
+#include "core/errors.h"
+#include "core/text.h"
+
+namespace clockcomm::shell {
+namespace fs = std::filesystem;
+
+std::string WithTrailingSeparator(std::string dir) {
+  if (!dir.empty() && dir.back() != fs::path::preferred_separator) {
+    dir += fs::path::preferred_separator;
+  }
+  return dir;
+}
+
+bool InstallInformation::LessIgnoreCase::operator()(const std::string& a,
+                                                    const std::string& b) const {
+  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+    return std::tolower(static_cast<unsigned char>(x)) <
+           std::tolower(static_cast<unsigned char>(y));
+  });
+}
+
+InstallInformation::InstallInformation(fs::path working_directory) {
+  if (working_directory.empty()) working_directory = fs::current_path();
+  working_directory_ = WithTrailingSeparator(fs::absolute(working_directory).string());
+}
+
+std::string InstallInformation::InstallDataKey(std::string_view version) {
+  return std::string(kProductKey) + "\\" + std::string(version) + "\\Install Data";
+}
+
+fs::path InstallInformation::RegistryFile() const {
+  return fs::path(working_directory_) / kRegistryFile;
+}
+
+void InstallInformation::SetProgramDirectory(const std::string& dir) {
+  program_directory_ = WithTrailingSeparator(dir);
+}
+
+void InstallInformation::SetDataDirectory(const std::string& dir) {
+  data_directory_ = WithTrailingSeparator(dir);
+}
+
+std::string InstallInformation::Value(const std::string& section, const std::string& name) const {
+  auto s = sections_.find(section);
+  if (s == sections_.end()) return {};
+  auto v = s->second.find(name);
+  return v == s->second.end() ? std::string() : v->second;
+}
+
+void InstallInformation::Load() {
+  sections_.clear();
+  const fs::path file = RegistryFile();
+  std::error_code ec;
+  if (fs::exists(file, ec)) {
+    std::istringstream in(core::ReadWholeFile(file));
+    std::string line;
+    Section* current = nullptr;
+    while (std::getline(in, line)) {
+      std::string_view text = core::TrimView(line);
+      if (text.empty() || text.front() == ';' || text.front() == '#') continue;
+      if (text.front() == '[' && text.back() == ']') {
+        current = &sections_[std::string(core::TrimView(text.substr(1, text.size() - 2)))];
+        continue;
+      }
+      size_t eq = text.find('=');
+      if (current == nullptr || eq == std::string_view::npos) continue;  // not a value line
+      (*current)[core::Trim(text.substr(0, eq))] = core::Trim(text.substr(eq + 1));
+    }
+  }
+  current_version_ = Value(kProductKey, "CurrentVersion");
+  if (current_version_.empty()) current_version_ = kDefaultVersion;
+  const std::string key = InstallDataKey(current_version_);
+  program_directory_ = WithTrailingSeparator(Value(key, "ProgramDir"));
+  data_directory_ = WithTrailingSeparator(Value(key, "DataDir"));
+}
+
+void InstallInformation::Save() const {
+  auto sections = sections_;
+  sections[kProductKey]["CurrentVersion"] = current_version_;
+  Section& install = sections[InstallDataKey(current_version_)];
+  install["ProgramDir"] = program_directory_;
+  install["DataDir"] = data_directory_;
+  std::string out;
+  for (const auto& [name, values] : sections) {
+    if (!out.empty()) out += "\n";
+    out += "[" + name + "]\n";
+    for (const auto& [key, value] : values) out += key + "=" + value + "\n";
+  }
+  core::WriteFileAtomically(RegistryFile(), out);
+}
+
+}  // namespace clockcomm::shell

@@ -1,0 +1,75 @@
+#include "shell/my_static.h"
+
+#include <cstdlib>
+
+#include "db/schema.h"
+
+namespace clockcomm::shell {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr const char* kHomeVariable = "CLOCKCOMM_HOME";
+constexpr const char* kDefaultDataFolder = "data/";
+constexpr const char* kDebugLogFolder = "Debug Logs";
+constexpr const char* kSettingsOverrideFile = "SettingsOverride.txt";
+
+// A relative directory is taken under base.
+fs::path Under(const fs::path& base, const fs::path& dir) {
+  return dir.is_absolute() ? dir : base / dir;
+}
+
+}  // namespace
+
+fs::path ResolveProgramFolder(const std::string& home_option) {
+  fs::path folder;
+  if (!home_option.empty()) {
+    folder = home_option;
+  } else if (const char* env = std::getenv(kHomeVariable); env != nullptr && *env != '\0') {
+    folder = env;
+  } else {
+    folder = fs::current_path();
+  }
+  return fs::path(WithTrailingSeparator(fs::absolute(folder).lexically_normal().string()));
+}
+
+MyPaths::MyPaths(fs::path program_directory, fs::path data_directory)
+    : program_directory_(std::move(program_directory)), data_directory_(std::move(data_directory)) {}
+
+fs::path MyPaths::ClockwynDatabase() const { return data_directory_ / db::kProductDatabaseFile; }
+fs::path MyPaths::CompanyRegistryDatabase() const {
+  return data_directory_ / db::kCompanyRegistryFile;
+}
+fs::path MyPaths::EventLogDatabase() const { return data_directory_ / db::kEventLogFile; }
+fs::path MyPaths::DebugLogDirectory() const { return data_directory_ / kDebugLogFolder; }
+fs::path MyPaths::SettingsOverrideFile() const {
+  return program_directory_ / kSettingsOverrideFile;
+}
+fs::path MyPaths::CompanyDirectory(const fs::path& company_directory) const {
+  return Under(data_directory_, company_directory);
+}
+fs::path MyPaths::CompanyDatabase(const fs::path& company_directory) const {
+  return CompanyDirectory(company_directory) / db::kCompanyDatabaseFile;
+}
+
+std::unique_ptr<MyStatic> MyStatic::Load(const fs::path& program_folder) {
+  shell::InstallInformation install(program_folder);
+  install.Load();
+  CommSettings settings = ReadCommSettings(install.WorkingDirectory());
+  return std::make_unique<MyStatic>(std::move(install), std::move(settings));
+}
+
+MyStatic::MyStatic(shell::InstallInformation install, CommSettings settings)
+    : install_(std::move(install)), settings_(std::move(settings)) {}
+
+MyPaths MyStatic::Paths() const {
+  // Missing registry values fall back to the folder we were started in and its "data/".
+  fs::path program = install_.ProgramDirectory().empty()
+                         ? fs::path(install_.WorkingDirectory())
+                         : Under(install_.WorkingDirectory(), install_.ProgramDirectory());
+  fs::path data = install_.DataDirectory().empty()
+                      ? program / kDefaultDataFolder
+                      : Under(program, install_.DataDirectory());
+  return MyPaths(std::move(program), std::move(data));
+}
+
+}  // namespace clockcomm::shell
