@@ -1,7 +1,230 @@
+// init, settings show|set, log show|purge|print: setting up a program folder and looking after
+// its configuration and event log.
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "app/commands.h"
+#include "core/durable_file.h"
+#include "core/date_time.h"
+#include "core/errors.h"
+#include "core/text.h"
+#include "db/schema.h"
+#include "db/sqlite/sqlite_database.h"
+#include "shell/comm_settings.h"
+#include "shell/event_log.h"
+#include "shell/event_log_report.h"
+#include "shell/install_information.h"
+#include "shell/my_static.h"
 
 namespace clockcomm::app {
+namespace fs = std::filesystem;
+namespace {
 
-void RegisterSetupCommands(CLI::App&, const GlobalOptions&) {}
+using db::SqliteDatabase;
+
+// Reports a refusal on stderr as it stands and ends the program with exit code 1.
+[[noreturn]] void Fail(const std::string& message) {
+  std::cerr << message << "\n";
+  throw CLI::RuntimeError(1);
+}
+
+// A date given as YYYY-MM-DD, strictly.
+core::Date ParseDayOption(const std::string& option, const std::string& text) {
+  const bool shaped = text.size() == 10 && text[4] == '-' && text[7] == '-' &&
+                      text.find_first_not_of("0123456789-") == std::string::npos;
+  std::optional<core::Date> day;
+  if (shaped) {
+    day = core::Date::FromYmd(std::stoi(text.substr(0, 4)), std::stoi(text.substr(5, 2)),
+                              std::stoi(text.substr(8, 2)));
+  }
+  if (!day) Fail("clockcomm: invalid " + option + " date \"" + text + "\": expected YYYY-MM-DD");
+  return *day;
+}
+
+// ---- init ----
+
+void CreateDatabase(const fs::path& file, void (*create_schema)(db::Database&)) {
+  std::unique_ptr<SqliteDatabase> database =
+      SqliteDatabase::Open(file, SqliteDatabase::Mode::kCreate);
+  create_schema(*database);
+}
+
+void RunInit(const GlobalOptions& options, bool force) {
+  const fs::path home = shell::ResolveProgramFolder(options.home);
+  shell::InstallInformation install(home);
+  for (const fs::path& file : {install.RegistryFile(), shell::ParameterFilePath(home)}) {
+    if (!force && fs::exists(file)) {
+      Fail("clockcomm init: " + file.string() +
+           " already exists; use --force to write the defaults over it");
+    }
+  }
+  fs::create_directories(home);
+  // Sections that are not ours (such as [Ports]) survive a forced init.
+  install.Load();
+  install.SetProgramDirectory(home.string());
+  install.SetDataDirectory((home / "data").string());
+  install.Save();
+
+  shell::CommSettings settings;
+  settings.program_folder = home.string();
+  shell::WriteCommSettings(home, settings);
+
+  const shell::MyPaths paths = shell::MyStatic::Load(home)->Paths();
+  fs::create_directories(paths.DebugLogDirectory());
+  CreateDatabase(paths.EventLogDatabase(), db::CreateEventLogSchema);
+  CreateDatabase(paths.CompanyRegistryDatabase(), db::CreateCompanyRegistrySchema);
+  CreateDatabase(paths.ClockwynDatabase(), db::CreateProductSchema);
+
+  std::cout << "Initialised program folder " << home.string() << "\n"
+            << "  " << install.RegistryFile().string() << "\n"
+            << "  " << shell::ParameterFilePath(home).string() << "\n"
+            << "  data directory " << paths.DataDirectory().string() << "\n";
+}
+
+// ---- settings ----
+
+void RunSettingsShow(const GlobalOptions& options) {
+  const auto config = shell::MyStatic::Load(shell::ResolveProgramFolder(options.home));
+  for (const char* key : shell::kSettingKeys) {
+    std::cout << key << "=" << shell::SettingText(config->Comm(), key) << "\n";
+  }
+  const shell::InstallInformation& install = config->InstallInformation();
+  const shell::MyPaths paths = config->Paths();
+  std::cout << "\nCurrentVersion=" << install.CurrentVersion() << "\n"
+            << "ProgramDir=" << paths.ProgramDirectory().string() << "\n"
+            << "DataDir=" << paths.DataDirectory().string() << "\n"
+            << "\n"
+            << shell::DescribeCommSettings(config->Comm()) << "\n";
+}
+
+void RunSettingsSet(const GlobalOptions& options, const std::vector<std::string>& assignments) {
+  const fs::path home = shell::ResolveProgramFolder(options.home);
+  shell::CommSettings settings = shell::ReadCommSettings(home);
+  try {
+    for (const std::string& assignment : assignments) {
+      const size_t eq = assignment.find('=');
+      if (eq == std::string::npos || eq == 0) {
+        Fail("clockcomm settings set: \"" + assignment + "\" is not key=value");
+      }
+      shell::ApplySetting(settings, core::Trim(assignment.substr(0, eq)),
+                          assignment.substr(eq + 1));
+    }
+    shell::WriteCommSettings(home, settings);
+  } catch (const core::ArgumentException& e) {
+    Fail(e.what());
+  } catch (const shell::ParameterFileError& e) {
+    Fail(e.what());
+  }
+  std::cout << shell::DescribeCommSettings(settings) << "\n";
+}
+
+// ---- log ----
+
+struct LogOptions {
+  std::string from;
+  std::string to;
+  bool yes = false;
+  std::string output;
+};
+
+struct LogPeriod {
+  core::Date from;
+  core::Date to;
+};
+
+LogPeriod Period(const LogOptions& o) {
+  LogPeriod p{ParseDayOption("--from", o.from), ParseDayOption("--to", o.to)};
+  if (p.to < p.from) Fail("clockcomm: --to " + o.to + " is before --from " + o.from);
+  return p;
+}
+
+std::unique_ptr<shell::EventLog> OpenEventLog(const GlobalOptions& options) {
+  const auto config = shell::MyStatic::Load(shell::ResolveProgramFolder(options.home));
+  return std::make_unique<shell::EventLog>(
+      SqliteDatabase::Open(config->Paths().EventLogDatabase(), SqliteDatabase::Mode::kExisting));
+}
+
+void RunLogShow(const GlobalOptions& options, const LogOptions& o) {
+  const LogPeriod p = Period(o);
+  std::cout << "Counter\tDateTime\tClockName\tClockNumber\tEventType\tEventDes\n";
+  for (const shell::EventLogEntry& e : OpenEventLog(options)->Entries(p.from, p.to)) {
+    std::cout << e.counter << "\t" << e.date_time.ToString() << "\t" << e.clock_name << "\t"
+              << e.clock_number << "\t" << e.event_type << "\t" << e.description << "\n";
+  }
+}
+
+bool Confirmed(const LogPeriod& p) {
+  std::cout << "Confirm Deletion\n"
+            << "Purge From " << p.from.Format(core::kFormatSqlDate) << " to "
+            << p.to.Format(core::kFormatSqlDate) << ". Are you sure? [y/N] " << std::flush;
+  std::string answer;
+  if (!std::getline(std::cin, answer)) return false;
+  answer = core::ToLower(core::Trim(answer));
+  return answer == "y" || answer == "yes";
+}
+
+void RunLogPurge(const GlobalOptions& options, const LogOptions& o) {
+  const LogPeriod p = Period(o);
+  std::unique_ptr<shell::EventLog> log = OpenEventLog(options);
+  if (!o.yes && !Confirmed(p)) Fail("clockcomm log purge: cancelled; nothing deleted");
+  std::cout << "Deleted " << log->Purge(p.from, p.to) << " events.\n";
+}
+
+void RunLogPrint(const GlobalOptions& options, const LogOptions& o) {
+  const LogPeriod p = Period(o);
+  const std::string report =
+      shell::FormatEventLogReport(OpenEventLog(options)->Entries(p.from, p.to), p.from, p.to);
+  if (o.output.empty()) {
+    std::cout << report;
+  } else {
+    core::WriteFileAtomically(o.output, report);
+  }
+}
+
+void AddPeriodOptions(CLI::App* command, LogOptions& o) {
+  command->add_option("--from", o.from, "First day, YYYY-MM-DD (from 00:00:00)")->required();
+  command->add_option("--to", o.to, "Last day, YYYY-MM-DD (to 23:59:59)")->required();
+}
+
+}  // namespace
+
+void RegisterSetupCommands(CLI::App& app, const GlobalOptions& options) {
+  CLI::App* init = app.add_subcommand(
+      "init", "Create registry.ini, clockcomm.dta, the data directory and empty databases");
+  auto force = std::make_shared<bool>(false);
+  init->add_flag("--force", *force, "Write the defaults over an existing configuration");
+  init->callback([&options, force] { RunInit(options, *force); });
+
+  CLI::App* settings = app.add_subcommand("settings", "Show or change the communications settings");
+  settings->require_subcommand(1);
+  settings->add_subcommand("show", "Print the settings and the installation information")
+      ->callback([&options] { RunSettingsShow(options); });
+  CLI::App* set = settings->add_subcommand(
+      "set", "Change settings: key=value ... (" +
+                 core::Join({shell::kSettingKeys.begin(), shell::kSettingKeys.end()}, ", ") +
+                 ")");
+  auto assignments = std::make_shared<std::vector<std::string>>();
+  set->add_option("assignments", *assignments, "key=value pairs")->required();
+  set->callback([&options, assignments] { RunSettingsSet(options, *assignments); });
+
+  CLI::App* log = app.add_subcommand("log", "List, purge or print the event log by date");
+  log->require_subcommand(1);
+  auto log_options = std::make_shared<LogOptions>();
+  CLI::App* show = log->add_subcommand("show", "List the events of a period, in order");
+  AddPeriodOptions(show, *log_options);
+  show->callback([&options, log_options] { RunLogShow(options, *log_options); });
+  CLI::App* purge = log->add_subcommand("purge", "Delete the events of a period");
+  AddPeriodOptions(purge, *log_options);
+  purge->add_flag("--yes", log_options->yes, "Do not ask for confirmation");
+  purge->callback([&options, log_options] { RunLogPurge(options, *log_options); });
+  CLI::App* print = log->add_subcommand("print", "Write the event report of a period as pages");
+  AddPeriodOptions(print, *log_options);
+  print->add_option("--output", log_options->output, "File for the report (default: stdout)");
+  print->callback([&options, log_options] { RunLogPrint(options, *log_options); });
+}
 
 }  // namespace clockcomm::app

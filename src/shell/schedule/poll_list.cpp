@@ -1,0 +1,103 @@
+#include "shell/schedule/poll_list.h"
+
+#include "core/errors.h"
+#include "core/text.h"
+
+namespace clockcomm::shell {
+namespace {
+
+constexpr const char* kSelectColumns =
+    "SELECT LocationID, LocationName, LocationPhone, DialTime, SelectToDial, TerminalID "
+    "FROM PollT";
+
+PollRow RowOf(const db::Recordset& rs) {
+  return PollList::RowFromFields(rs.Field("LocationID").AsInt(),
+                                 rs.Field("LocationName").AsText(),
+                                 rs.Field("LocationPhone").AsText(), rs.Field("DialTime"),
+                                 rs.Field("SelectToDial").AsBool(),
+                                 rs.Field("TerminalID").AsText());
+}
+
+db::Value DialTimeValue(const std::optional<core::TimeOfDay>& time) {
+  if (!time) return db::Value();
+  return db::Value(PollList::DialTimeText(*time));
+}
+
+}  // namespace
+
+std::string PollList::DialTimeText(const core::TimeOfDay& time) {
+  return time.Format(time.Second() == 0 ? core::kFormatHourMinute
+                                        : core::kFormatHourMinuteSecond);
+}
+
+PollRow PollList::RowFromFields(int64_t location_id, std::string name, std::string phone,
+                                const db::Value& dial_time, bool select_to_dial,
+                                std::string terminal_id) {
+  PollRow row;
+  row.location_id = location_id;
+  row.location_name = std::move(name);
+  row.location_phone = std::move(phone);
+  row.dial_time_text = core::Trim(dial_time.AsText());
+  if (!row.dial_time_text.empty()) row.dial_time = core::ParseTime(row.dial_time_text);
+  row.select_to_dial = select_to_dial;
+  row.terminal_id = std::move(terminal_id);
+  return row;
+}
+
+std::vector<PollRow> PollList::ReadPollRows() {
+  db::Recordset rs = db_.Query(std::string(kSelectColumns) + " ORDER BY LocationID");
+  std::vector<PollRow> rows;
+  for (; !rs.Eof(); rs.MoveNext()) rows.push_back(RowOf(rs));
+  return rows;
+}
+
+std::optional<PollRow> PollList::Find(int64_t location_id) {
+  db::Recordset rs = db_.Query(std::string(kSelectColumns) + " WHERE LocationID = ?",
+                               {db::Value(location_id)});
+  if (rs.Eof()) return std::nullopt;
+  return RowOf(rs);
+}
+
+int64_t PollList::Add(const PollRow& row) {
+  if (core::Trim(row.location_name).empty()) {
+    throw core::ArgumentException("LocationName cannot be empty.", "location_name");
+  }
+  if (row.location_id != 0 && Find(row.location_id)) {
+    throw core::ArgumentException(
+        "LocationID " + std::to_string(row.location_id) + " is already in the poll list.",
+        "location_id");
+  }
+  db::Value id = row.location_id == 0 ? db::Value() : db::Value(row.location_id);
+  db_.Execute(
+      "INSERT INTO PollT (LocationID, LocationName, LocationPhone, DialTime, SelectToDial, "
+      "TerminalID) VALUES (?, ?, ?, ?, ?, ?)",
+      {id, row.location_name, row.location_phone, DialTimeValue(row.dial_time),
+       db::Value(row.select_to_dial), row.terminal_id});
+  return row.location_id == 0 ? db_.LastInsertId() : row.location_id;
+}
+
+void PollList::Remove(int64_t location_id) {
+  RequireChanged(db_.Execute("DELETE FROM PollT WHERE LocationID = ?", {db::Value(location_id)}),
+                 location_id);
+}
+
+void PollList::SetDialTime(int64_t location_id, std::optional<core::TimeOfDay> dial_time) {
+  RequireChanged(db_.Execute("UPDATE PollT SET DialTime = ? WHERE LocationID = ?",
+                             {DialTimeValue(dial_time), db::Value(location_id)}),
+                 location_id);
+}
+
+void PollList::SetSelectToDial(int64_t location_id, bool selected) {
+  RequireChanged(db_.Execute("UPDATE PollT SET SelectToDial = ? WHERE LocationID = ?",
+                             {db::Value(selected), db::Value(location_id)}),
+                 location_id);
+}
+
+void PollList::RequireChanged(int64_t changed, int64_t location_id) {
+  if (changed == 0) {
+    throw core::ItemNotFoundException("The poll list has no LocationID " +
+                                      std::to_string(location_id) + ".");
+  }
+}
+
+}  // namespace clockcomm::shell
