@@ -1,0 +1,93 @@
+#include "records/tcd_file_reader.h"
+
+#include <cerrno>
+#include <cmath>
+#include <limits>
+
+#include "core/errors.h"
+#include "core/text.h"
+
+namespace clockcomm::records {
+namespace {
+
+int32_t LeadingInt(std::string_view s) {
+  double v = core::LeadingNumber(s);
+  if (!std::isfinite(v)) return 0;
+  v = std::nearbyint(v);
+  if (v > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
+  if (v < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
+  return static_cast<int32_t>(v);
+}
+
+}  // namespace
+
+TcdFileReader::TcdFileReader(const std::filesystem::path& file_name)
+    : name_(file_name.string()) {
+  in_.open(file_name, std::ios::binary);
+  if (!in_.is_open()) throw core::SystemError::FromErrno(errno ? errno : ENOENT, name_);
+}
+
+void TcdFileReader::CloseReader() {
+  if (in_.is_open()) in_.close();
+}
+
+std::vector<std::string> TcdFileReader::SplitFields(std::string_view line) {
+  std::vector<std::string> fields;
+  size_t i = 0;
+  while (true) {
+    while (i < line.size() && line[i] == ' ') ++i;
+    std::string field;
+    if (i < line.size() && line[i] == '"') {
+      const size_t close = line.find('"', i + 1);
+      const size_t end = close == std::string_view::npos ? line.size() : close;
+      field = std::string(line.substr(i + 1, end - i - 1));
+      i = close == std::string_view::npos ? line.size() : close + 1;
+      // Anything between the closing quote and the comma is dropped.
+      while (i < line.size() && line[i] != ',') ++i;
+    } else {
+      const size_t comma = line.find(',', i);
+      const size_t end = comma == std::string_view::npos ? line.size() : comma;
+      field = core::Trim(line.substr(i, end - i));
+      i = end;
+    }
+    fields.push_back(std::move(field));
+    if (i >= line.size()) break;
+    ++i;  // past the comma
+  }
+  return fields;
+}
+
+TcdRecord TcdFileReader::FromFields(const std::vector<std::string>& f) {
+  TcdRecord record(f[0], LeadingInt(f[1]), LeadingInt(f[2]), std::nullopt, f[4], f[5], f[6],
+                   f[7], std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
+                   f[13], false);
+  record.SetDepartmentText(f[3]);
+  record.SetDateInText(f[8]);
+  record.SetTimeInText(f[9]);
+  record.SetDateOutText(f[10]);
+  record.SetTimeoutText(f[11]);
+  record.SetAmountText(f[12]);
+  return record;
+}
+
+bool TcdFileReader::Read() {
+  record_.reset();
+  if (!in_.is_open()) return false;
+  while (std::getline(in_, line_)) {
+    ++line_number_;
+    if (!line_.empty() && line_.back() == '\r') line_.pop_back();
+    if (core::TrimView(line_).empty()) continue;
+    const auto fields = SplitFields(line_);
+    if (fields.size() < static_cast<size_t>(kTcdFieldCount)) {
+      throw core::FormatException("Input past end of file: line " +
+                                  std::to_string(line_number_) + " of " + name_ + " has " +
+                                  std::to_string(fields.size()) + " fields, 14 are needed.");
+    }
+    record_ = FromFields(fields);
+    return true;
+  }
+  line_.clear();
+  return false;
+}
+
+}  // namespace clockcomm::records

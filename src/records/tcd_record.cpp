@@ -1,0 +1,140 @@
+#include "records/tcd_record.h"
+
+#include <cmath>
+
+#include <fmt/format.h>
+
+#include "core/errors.h"
+#include "core/text.h"
+
+namespace clockcomm::records {
+
+TcdRecord::TcdRecord(std::string_view clock_number, int32_t sequence_number, int32_t badge_id,
+                     std::optional<int64_t> department, std::string_view job_number,
+                     std::string_view level4, std::string_view level5,
+                     std::string_view punch_type, std::optional<core::Date> date_in,
+                     std::optional<core::TimeOfDay> time_in, std::optional<core::Date> date_out,
+                     std::optional<core::TimeOfDay> time_out, std::optional<float> amount,
+                     std::string_view punch_class, bool include_seconds)
+    : clock_number_(core::Trim(clock_number)),
+      sequence_number_(sequence_number),
+      badge_id_(badge_id),
+      job_number_(core::Trim(job_number)),
+      level4_(core::Trim(level4)),
+      level5_(core::Trim(level5)),
+      punch_type_(core::Trim(punch_type)),
+      date_in_(date_in),
+      time_in_(time_in),
+      date_out_(date_out),
+      time_out_(time_out),
+      amount_(amount),
+      punch_class_(core::Trim(punch_class)),
+      include_seconds_(include_seconds) {
+  SetDepartment(department);
+}
+
+void TcdRecord::SetDepartment(std::optional<int64_t> v) {
+  if (v && (*v < 0 || *v > kMaxDepartment)) {
+    throw core::ArgumentException(kDepartmentRangeMessage, "Department");
+  }
+  department_ = v ? std::optional<int32_t>(static_cast<int32_t>(*v)) : std::nullopt;
+}
+
+void TcdRecord::SetDepartmentText(std::string_view text) {
+  auto number = core::ParseNumber(text);
+  if (!number || !std::isfinite(*number)) {
+    SetDepartment(std::nullopt);
+    return;
+  }
+  // Clamp before converting so that a huge number still reaches the range check.
+  double rounded = std::nearbyint(*number);
+  if (rounded > 1e12) rounded = 1e12;
+  if (rounded < -1e12) rounded = -1e12;
+  SetDepartment(static_cast<int64_t>(rounded));
+}
+
+void TcdRecord::SetJobNumber(std::string_view v) {
+  if (v.size() > kMaxJobNumberLength) {
+    throw core::ArgumentException(kJobNumberLengthMessage, "JobNumber");
+  }
+  job_number_ = std::string(v);
+}
+
+void TcdRecord::SetDateInText(std::string_view text) { date_in_ = core::ParseDate(text); }
+void TcdRecord::SetTimeInText(std::string_view text) { time_in_ = core::ParseTime(text); }
+void TcdRecord::SetDateOutText(std::string_view text) { date_out_ = core::ParseDate(text); }
+void TcdRecord::SetTimeoutText(std::string_view text) { time_out_ = core::ParseTime(text); }
+
+void TcdRecord::SetAmountText(std::string_view text) {
+  auto number = core::ParseNumber(text);
+  amount_ = number ? std::optional<float>(static_cast<float>(*number)) : std::nullopt;
+}
+
+namespace {
+
+// Single precision written in its shortest form: 12.3f as "12.3", not its double expansion.
+std::string AmountText(float amount) {
+  if (amount == std::floor(amount) && std::fabs(amount) < 1e15f) {
+    return std::to_string(static_cast<long long>(amount));
+  }
+  return fmt::format("{}", amount);
+}
+
+template <typename T>
+bool SameOptional(const std::optional<T>& a, const std::optional<T>& b) {
+  if (!a || !b) return !a && !b;
+  return *a == *b;
+}
+
+}  // namespace
+
+bool TcdRecord::Equals(const TcdRecord& o) const {
+  // Compared in the order that rejects most unequal punches soonest.
+  return badge_id_ == o.badge_id_ && punch_type_ == o.punch_type_ &&
+         SameOptional(time_in_, o.time_in_) && SameOptional(time_out_, o.time_out_) &&
+         SameOptional(date_in_, o.date_in_) && SameOptional(date_out_, o.date_out_) &&
+         SameOptional(department_, o.department_) && job_number_ == o.job_number_ &&
+         clock_number_ == o.clock_number_ && sequence_number_ == o.sequence_number_ &&
+         level4_ == o.level4_ && level5_ == o.level5_ && SameOptional(amount_, o.amount_) &&
+         punch_class_ == o.punch_class_;
+}
+
+std::string TcdRecord::ToTcdString(int quoting) const {
+  const auto time_format =
+      include_seconds_ ? core::kFormatHourMinuteSecond : core::kFormatHourMinute;
+  auto date_text = [](const std::optional<core::Date>& d) {
+    return d ? d->Format(core::kFormatTcdDate) : std::string();
+  };
+  auto time_text = [&](const std::optional<core::TimeOfDay>& t) {
+    return t ? t->Format(time_format) : std::string();
+  };
+  const std::string fields[kTcdFieldCount] = {
+      clock_number_,
+      std::to_string(sequence_number_),
+      std::to_string(badge_id_),
+      department_ ? std::to_string(*department_) : std::string(),
+      job_number_,
+      level4_,
+      level5_,
+      punch_type_,
+      date_text(date_in_),
+      time_text(time_in_),
+      date_text(date_out_),
+      time_text(time_out_),
+      amount_ ? AmountText(*amount_) : std::string(),
+      punch_class_};
+  std::string line;
+  for (int i = 0; i < kTcdFieldCount; ++i) {
+    if (i > 0) line += ',';
+    if (quoting == 1) {
+      line += '"';
+      line += fields[i];
+      line += '"';
+    } else {
+      line += fields[i];
+    }
+  }
+  return line;
+}
+
+}  // namespace clockcomm::records

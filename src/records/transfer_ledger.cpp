@@ -1,0 +1,51 @@
+#include "records/transfer_ledger.h"
+
+#include <fmt/format.h>
+
+namespace clockcomm::records {
+
+TransferLedger::TransferLedger(db::Database& company_db) : db_(company_db) {
+  db_.Execute(
+      "CREATE TABLE IF NOT EXISTS [Transfer Ledger] ("
+      "FileName TEXT NOT NULL, Line INTEGER NOT NULL, LineHash TEXT NOT NULL, "
+      "ClockDataID INTEGER, "
+      "PRIMARY KEY (FileName, Line, LineHash))");
+}
+
+std::string TransferLedger::LineHash(std::string_view line) {
+  uint64_t h = 14695981039346656037ull;
+  for (unsigned char c : line) {
+    h ^= c;
+    h *= 1099511628211ull;
+  }
+  return fmt::format("{:016x}", h);
+}
+
+void TransferLedger::LoadFile(std::string_view file_name) {
+  entries_.clear();
+  loaded_file_ = std::string(file_name);
+  auto rs = db_.Query("SELECT Line, LineHash FROM [Transfer Ledger] WHERE FileName = ?",
+                      {file_name});
+  for (const auto& row : rs.Rows()) {
+    entries_.emplace(static_cast<int>(row[0].AsInt()), row[1].AsText());
+  }
+}
+
+bool TransferLedger::Contains(int line_number, const std::string& line_hash) const {
+  return entries_.count({line_number, line_hash}) != 0;
+}
+
+void TransferLedger::Add(std::string_view file_name, int line_number,
+                         const std::string& line_hash, int64_t clock_data_id) {
+  db_.Execute(
+      "INSERT INTO [Transfer Ledger] (FileName, Line, LineHash, ClockDataID) VALUES (?, ?, ?, ?)",
+      {file_name, line_number, line_hash, clock_data_id});
+}
+
+int64_t TransferLedger::CountForFile(std::string_view file_name) {
+  return db_.Query("SELECT COUNT(*) FROM [Transfer Ledger] WHERE FileName = ?", {file_name})
+      .Field(0)
+      .AsInt();
+}
+
+}  // namespace clockcomm::records
