@@ -13,7 +13,8 @@
 
 namespace clockcomm::comm::fd_io {
 
-ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what) {
+ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what,
+                          bool zero_is_eof) {
   ReadOutcome outcome;
   char chunk[4096];
   while (outcome.text.size() < max_bytes) {
@@ -24,7 +25,7 @@ ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what) {
       continue;
     }
     if (n == 0) {
-      outcome.hung_up = true;
+      outcome.hung_up = zero_is_eof;
       break;
     }
     if (errno == EINTR) continue;

@@ -15,8 +15,11 @@ struct ReadOutcome {
   bool hung_up = false;  // end of file, EIO on a pty whose other end closed, a reset socket
 };
 
-// Reads without blocking until the descriptor is empty or max_bytes were read.
-ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what);
+// Reads without blocking until the descriptor is empty or max_bytes were read. A terminal in raw
+// mode answers "nothing there" with 0 rather than EAGAIN, so zero_is_eof is false for ttys; their
+// hang-up shows as EIO.
+ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what,
+                          bool zero_is_eof = true);
 
 // Writes all bytes to a non-blocking descriptor, sleeping in poll() while it is full. Throws
 // core::TimeoutException when no progress is possible before the time-out.

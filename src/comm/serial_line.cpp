@@ -108,7 +108,12 @@ void SerialLine::ApplySettings(const LineSettings& s) {
 std::string SerialLine::Read() {
   RequireOpen("Read");
   if (hung_up_) throw ConnectionClosedError("The other end of " + device_path_ + " hung up.");
-  auto outcome = fd_io::ReadAvailable(fd_, kMaxReadChunk, device_path_);
+  auto outcome = fd_io::ReadAvailable(fd_, kMaxReadChunk, device_path_, /*zero_is_eof=*/false);
+  if (outcome.text.empty() && !outcome.hung_up) {
+    // A hung-up tty reads as empty; only poll tells it apart from silence.
+    pollfd p{fd_, POLLIN, 0};
+    if (::poll(&p, 1, 0) > 0 && (p.revents & (POLLHUP | POLLERR)) != 0) outcome.hung_up = true;
+  }
   if (outcome.hung_up) {
     hung_up_ = true;
     if (outcome.text.empty()) {
@@ -164,6 +169,7 @@ bool SerialLine::CarrierDetect() const {
   RequireOpen("CarrierDetect");
   int status = 0;
   if (::ioctl(fd_, TIOCMGET, &status) == 0) return (status & TIOCM_CD) != 0;
+  if (errno == EIO) return false;  // the device hung up (a pty whose far end closed)
   if (!NoModemLines(errno)) throw core::SystemError::FromErrno(errno, "TIOCMGET " + device_path_);
   // No modem lines: the carrier is there while the other end is open (no hang-up pending).
   if (hung_up_) return false;

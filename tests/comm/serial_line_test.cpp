@@ -1,0 +1,197 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "comm/line_settings.h"
+#include "comm/pty_pair.h"
+#include "comm/serial_connection.h"
+#include "comm/serial_line.h"
+#include "core/errors.h"
+
+namespace clockcomm::comm {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(LineSettings, ParsesTheSettingsStrings) {
+  struct Row {
+    const char* text;
+    int baud;
+    char parity;
+    int data_bits;
+    int stop_bits;
+  };
+  for (const Row& row : {Row{"9600,N,8,1", 9600, 'N', 8, 1}, Row{"9600,O,7,2", 9600, 'O', 7, 2},
+                         Row{"1200,N,8,1", 1200, 'N', 8, 1}, Row{"300,e,7,1", 300, 'E', 7, 1},
+                         Row{" 19200 , N , 8 , 1 ", 19200, 'N', 8, 1}}) {
+    SCOPED_TRACE(row.text);
+    LineSettings s = LineSettings::Parse(row.text);
+    EXPECT_EQ(s.baud, row.baud);
+    EXPECT_EQ(s.parity, row.parity);
+    EXPECT_EQ(s.data_bits, row.data_bits);
+    EXPECT_EQ(s.stop_bits, row.stop_bits);
+  }
+  EXPECT_EQ(LineSettings::Parse("9600,O,7,2").ToString(), "9600,O,7,2");
+}
+
+TEST(LineSettings, RefusesMalformedStrings) {
+  for (const char* bad : {"", "9600", "9600,N,8", "9600,N,8,1,1", "9601,N,8,1", "fast,N,8,1",
+                          "9600,X,8,1", "9600,NN,8,1", "9600,N,9,1", "9600,N,4,1", "9600,N,8,3",
+                          "9600,N,8,1.5"}) {
+    SCOPED_TRACE(bad);
+    try {
+      LineSettings::Parse(bad);
+      ADD_FAILURE() << "accepted";
+    } catch (const core::ArgumentException& e) {
+      EXPECT_EQ(e.ParamName(), "Settings");
+    }
+  }
+}
+
+TEST(LineSettings, TransmitTimeFollowsTheRate) {
+  // 10 bits a byte at 9600 baud: 960 bytes a second.
+  EXPECT_EQ(LineSettings::Parse("9600,N,8,1").TransmitTime(960), 1000ms);
+  // 7 data bits, parity and 2 stop bits make 11 bits; 300 baud carries 30 such bytes in 1.1 s.
+  EXPECT_EQ(LineSettings::Parse("300,O,7,2").TransmitTime(30), 1100ms);
+}
+
+class SerialLineOverPty : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    line_.SetSettings("9600,N,8,1");
+    line_.Open(pty_.SlavePath());
+    far_ = pty_.TakeMaster();
+  }
+
+  // Reads from the far end until n bytes came or a second passed.
+  std::string ReadFar(size_t n) {
+    std::string got;
+    auto deadline = std::chrono::steady_clock::now() + 1s;
+    while (got.size() < n && far_->WaitForInput(deadline, {}) == WaitResult::kReadable) {
+      got += far_->Read();
+    }
+    return got;
+  }
+
+  PtyPair pty_ = PtyPair::Open();
+  SerialLine line_;
+  std::unique_ptr<FdConnection> far_;
+};
+
+TEST_F(SerialLineOverPty, CarriesEveryByteValueBothWays) {
+  std::string all;
+  for (int c = 0; c < 256; ++c) all.push_back(static_cast<char>(c));
+  SerialConnection conn(line_);
+  conn.WriteText(all);
+  conn.WaitUntilSent();
+  EXPECT_EQ(ReadFar(all.size()), all);
+
+  far_->WriteText(all);
+  std::string got;
+  while (got.size() < all.size() && conn.WaitForInputFor(1s, {}) == WaitResult::kReadable) {
+    got += conn.Read();
+  }
+  EXPECT_EQ(got, all);
+  EXPECT_EQ(conn.Read(), "");  // nothing more: an empty read, not a block
+}
+
+TEST_F(SerialLineOverPty, SettingsApplyWhileOpenAndBadOnesKeepTheOld) {
+  line_.SetSettings("1200,O,7,2");
+  EXPECT_EQ(line_.Settings().ToString(), "1200,O,7,2");
+  EXPECT_THROW(line_.SetSettings("1200,Q,7,2"), core::ArgumentException);
+  EXPECT_EQ(line_.Settings().ToString(), "1200,O,7,2");
+  far_->WriteText("ok\r\n");
+  ASSERT_EQ(line_.WaitForInput(std::chrono::steady_clock::now() + 1s, {}), WaitResult::kReadable);
+  EXPECT_EQ(line_.Read(), "ok\r\n");
+}
+
+TEST_F(SerialLineOverPty, CountsWaitingInput) {
+  EXPECT_EQ(line_.InputCount(), 0);
+  far_->WriteText("12345");
+  ASSERT_EQ(line_.WaitForInput(std::chrono::steady_clock::now() + 1s, {}), WaitResult::kReadable);
+  EXPECT_EQ(line_.InputCount(), 5);
+  EXPECT_GE(line_.OutputCount(), 0);
+  line_.Read();
+  EXPECT_EQ(line_.InputCount(), 0);
+}
+
+TEST_F(SerialLineOverPty, PtyHasNoModemLinesButReportsCarrierWhileTheFarEndIsOpen) {
+  EXPECT_FALSE(line_.SetDtr(true));
+  EXPECT_FALSE(line_.SetDtr(false));
+  EXPECT_TRUE(line_.CarrierDetect());
+  far_.reset();
+  pty_.ReleaseSlave();
+  EXPECT_FALSE(line_.CarrierDetect());
+}
+
+TEST_F(SerialLineOverPty, FarEndHangUpIsAnErrorNotSilence) {
+  far_->WriteText("last");
+  ASSERT_EQ(line_.WaitForInput(std::chrono::steady_clock::now() + 1s, {}), WaitResult::kReadable);
+  far_.reset();
+  // What came before the hang-up may or may not survive it on a pty; the hang-up itself must show.
+  auto deadline = std::chrono::steady_clock::now() + 1s;
+  bool raised = false;
+  for (int i = 0; i < 3 && !raised; ++i) {
+    try {
+      line_.Read();
+    } catch (const ConnectionClosedError&) {
+      raised = true;
+    }
+  }
+  EXPECT_TRUE(raised);
+  // The wait must not block (or spin silently) on a dead line.
+  EXPECT_EQ(line_.WaitForInput(deadline, {}), WaitResult::kReadable);
+  EXPECT_THROW(line_.Read(), ConnectionClosedError);
+}
+
+TEST(SerialLine, ClosedLineRaisesOnEveryOperation) {
+  SerialLine line;
+  SerialConnection conn(line);
+  EXPECT_THROW(conn.Read(), ConnectionClosedError);
+  EXPECT_THROW(conn.WriteText("x"), ConnectionClosedError);
+  EXPECT_THROW(conn.WaitForInputFor(10ms, {}), ConnectionClosedError);
+  EXPECT_THROW(line.SetDtr(true), ConnectionClosedError);
+
+  PtyPair pty = PtyPair::Open();
+  line.Open(pty.SlavePath());
+  EXPECT_EQ(conn.Read(), "");
+  line.Close();
+  EXPECT_THROW(conn.Read(), ConnectionClosedError);
+}
+
+TEST(SerialLine, OpeningAMissingDeviceNamesIt) {
+  SerialLine line;
+  try {
+    line.Open("/dev/clockcomm-no-such-port");
+    FAIL() << "opened";
+  } catch (const core::SystemError& e) {
+    EXPECT_NE(std::string(e.what()).find("/dev/clockcomm-no-such-port"), std::string::npos);
+  }
+  EXPECT_FALSE(line.IsOpen());
+}
+
+TEST_F(SerialLineOverPty, WaitWakesOnStopSignalAtOnce) {
+  core::StopSignal stop;
+  std::thread stopper([&] {
+    std::this_thread::sleep_for(30ms);
+    stop.Request();
+  });
+  auto start = std::chrono::steady_clock::now();
+  WaitResult result = line_.WaitForInput(start + 10s, {&stop});
+  auto took = std::chrono::steady_clock::now() - start;
+  stopper.join();
+  EXPECT_EQ(result, WaitResult::kWoken);
+  EXPECT_LT(took, 1s);
+}
+
+TEST_F(SerialLineOverPty, WaitTimesOutAtTheDeadlineNotBefore) {
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(line_.WaitForInput(start + 50ms, {}), WaitResult::kTimedOut);
+  auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(took, 50ms);
+  EXPECT_LT(took, 1s);
+}
+
+}  // namespace
+}  // namespace clockcomm::comm

@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "comm/stub_connection.h"
+#include "comm/tcp_connection.h"
+#include "core/errors.h"
+
+namespace clockcomm::comm {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::string ReadAtLeast(IConnection& conn, size_t n) {
+  std::string got;
+  auto deadline = std::chrono::steady_clock::now() + 2s;
+  while (got.size() < n && conn.WaitForInput(deadline, {}) == WaitResult::kReadable) {
+    got += conn.Read();
+  }
+  return got;
+}
+
+TEST(TcpConnection, ConnectsAcceptsAndCarriesTextBothWays) {
+  TcpListener listener("127.0.0.1", 0);
+  ASSERT_NE(listener.Port(), 0);
+  auto client = TcpConnection::Connect("127.0.0.1", listener.Port(), 2s);
+  auto server = listener.Accept(std::chrono::steady_clock::now() + 2s);
+  ASSERT_NE(server, nullptr);
+
+  const std::string packet = "\x02" "1\x1c[\x1cTC28\r\n";
+  client->WriteText(packet);
+  EXPECT_EQ(ReadAtLeast(*server, packet.size()), packet);
+  server->WriteText("\x06");
+  EXPECT_EQ(ReadAtLeast(*client, 1), "\x06");
+}
+
+TEST(TcpConnection, PeerCloseRaisesAfterTheLastText) {
+  TcpListener listener("127.0.0.1", 0);
+  auto client = TcpConnection::Connect("localhost", listener.Port(), 2s);
+  auto server = listener.Accept(std::chrono::steady_clock::now() + 2s);
+  ASSERT_NE(server, nullptr);
+  client->WriteText("bye");
+  client.reset();
+  EXPECT_EQ(ReadAtLeast(*server, 3), "bye");
+  ASSERT_EQ(server->WaitForInputFor(2s, {}), WaitResult::kReadable);
+  EXPECT_THROW(server->Read(), ConnectionClosedError);
+  EXPECT_TRUE(server->PeerClosed());
+  EXPECT_THROW(server->Read(), ConnectionClosedError);
+}
+
+TEST(TcpConnection, RefusedConnectionIsASystemError) {
+  uint16_t port;
+  {
+    TcpListener listener("127.0.0.1", 0);
+    port = listener.Port();
+  }
+  EXPECT_THROW(TcpConnection::Connect("127.0.0.1", port, 2s), core::SystemError);
+}
+
+TEST(TcpListener, AcceptReturnsNullOnDeadlineAndOnStop) {
+  TcpListener listener("127.0.0.1", 0);
+  EXPECT_EQ(listener.Accept(std::chrono::steady_clock::now() + 20ms), nullptr);
+  core::StopSignal stop;
+  stop.Request();
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(listener.Accept(start + 10s, {&stop}), nullptr);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+  EXPECT_THROW(TcpListener("not-an-address", 0), core::ArgumentException);
+}
+
+TEST(StubConnection, ReadsItsScriptOneStringPerCallThenEmpty) {
+  StubConnection stub({"da", "", "ta\r\n"});
+  EXPECT_EQ(stub.Read(), "da");
+  EXPECT_EQ(stub.Read(), "");
+  EXPECT_EQ(stub.Read(), "ta\r\n");
+  EXPECT_EQ(stub.Read(), "");
+  EXPECT_EQ(stub.Read(), "");
+  EXPECT_EQ(stub.ReadCalls(), 5);
+  stub.WriteText("A");
+  stub.WriteText("B");
+  EXPECT_EQ(stub.Written(), "AB");
+}
+
+TEST(StubConnection, WaitSleepsUntilAPushFromAnotherThread) {
+  StubConnection stub;
+  EXPECT_EQ(stub.WaitForInputFor(20ms, {}), WaitResult::kTimedOut);
+  std::thread pusher([&] {
+    std::this_thread::sleep_for(30ms);
+    stub.Push("late");
+  });
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(stub.WaitForInputFor(5s, {}), WaitResult::kReadable);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+  pusher.join();
+  EXPECT_EQ(stub.Read(), "late");
+  // A push that was read must not leave the wait thinking more is there.
+  EXPECT_EQ(stub.WaitForInputFor(20ms, {}), WaitResult::kTimedOut);
+}
+
+TEST(StubConnection, ResponderAnswersEachWrite) {
+  StubConnection stub;
+  stub.SetResponder([&](std::string_view written) {
+    if (written == "ENQ") stub.Push("HEADER\r\n");
+  });
+  stub.WriteText("ENQ");
+  stub.WriteText("other");
+  EXPECT_EQ(stub.Read(), "HEADER\r\n");
+  EXPECT_EQ(stub.Read(), "");
+}
+
+}  // namespace
+}  // namespace clockcomm::comm
