@@ -1,0 +1,147 @@
+#include "zon/packet_buffer.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "core/errors.h"
+
+namespace clockcomm::zon {
+namespace {
+
+std::vector<std::string> Drain(PacketBuffer& buffer) {
+  std::vector<std::string> packets;
+  while (buffer.Count() > 0) packets.push_back(buffer.GetPacket());
+  return packets;
+}
+
+// One row per framing case: the chunks appended, the packets expected, the fragment left over.
+struct FramingCase {
+  const char* legend;
+  std::vector<std::string> chunks;
+  std::vector<std::string> packets;
+  std::string pending;
+};
+
+TEST(PacketBuffer, CutsPacketsAtTheTerminator) {
+  const std::vector<FramingCase> cases = {
+      {"one whole packet", {"data\r\n"}, {"data"}, ""},
+      {"fragment only", {"data"}, {}, "data"},
+      {"two back to back", {"data\r\ndata2\r\n"}, {"data", "data2"}, ""},
+      {"packet split across appends", {"da", "ta\r\n"}, {"data"}, ""},
+      {"terminator split across appends", {"data\r", "\nnext"}, {"data"}, "next"},
+      {"bare terminator is an empty packet", {"\r\n"}, {""}, ""},
+      {"lone CR or LF is data", {"a\rb\nc\r\n"}, {"a\rb\nc"}, ""},
+      {"CR CR LF keeps the first CR", {"x\r\r\n"}, {"x\r"}, ""},
+      {"byte at a time", {"h", "i", "\r", "\n", "\r", "\n"}, {"hi", ""}, ""},
+      {"control bytes and NULs pass", {std::string("\x02\x00\x1c\xff", 4) + "\r\n"},
+       {std::string("\x02\x00\x1c\xff", 4)}, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.legend);
+    PacketBuffer buffer;
+    for (const auto& chunk : c.chunks) buffer.Append(chunk);
+    EXPECT_EQ(Drain(buffer), c.packets);
+    EXPECT_EQ(buffer.PendingFragment(), c.pending);
+    EXPECT_EQ(buffer.OverlongCount(), 0u);
+  }
+}
+
+TEST(PacketBuffer, EmptyBufferRefusesGetAndPeek) {
+  PacketBuffer buffer;
+  EXPECT_EQ(buffer.Count(), 0);
+  try {
+    buffer.GetPacket();
+    FAIL();
+  } catch (const core::InvalidOperationException& e) {
+    EXPECT_STREQ(e.what(), "The PacketBuffer is empty.");
+  }
+  buffer.Append("data");  // a fragment is not a packet
+  EXPECT_THROW(buffer.GetPacket(), core::InvalidOperationException);
+  EXPECT_THROW(buffer.PeekPacket(), core::InvalidOperationException);
+}
+
+TEST(PacketBuffer, PeekLeavesThePacketQueued) {
+  PacketBuffer buffer;
+  buffer.Append("one\r\ntwo\r\n");
+  EXPECT_EQ(buffer.PeekPacket(), "one");
+  EXPECT_EQ(buffer.Count(), 2);
+  EXPECT_EQ(buffer.GetPacket(), "one");
+  EXPECT_EQ(buffer.PeekPacket(), "two");
+  EXPECT_EQ(buffer.GetPacket(), "two");
+  EXPECT_EQ(buffer.Count(), 0);
+}
+
+TEST(PacketBuffer, ClearDropsQueueAndFragmentButKeepsTerminator) {
+  PacketBuffer buffer;
+  buffer.SetTerminationString("|");
+  buffer.Append("data1|data2");
+  buffer.Clear();
+  EXPECT_EQ(buffer.Count(), 0);
+  buffer.Append("|");
+  ASSERT_EQ(buffer.Count(), 1);
+  EXPECT_EQ(buffer.GetPacket(), "");
+}
+
+TEST(PacketBuffer, TerminationStringRules) {
+  PacketBuffer buffer;
+  EXPECT_EQ(buffer.TerminationString(), "\r\n");
+  try {
+    buffer.SetTerminationString("");
+    FAIL();
+  } catch (const core::ArgumentException& e) {
+    EXPECT_STREQ(e.what(), "TerminationString cannot be empty.");
+    EXPECT_EQ(e.ParamName(), "TerminationString");
+  }
+  EXPECT_EQ(buffer.TerminationString(), "\r\n");
+
+  // A new terminator does not rescan what is held; it applies from the next Append on.
+  buffer.Append("a;b");
+  buffer.SetTerminationString(";");
+  EXPECT_EQ(buffer.Count(), 0);
+  buffer.Append(";c;");
+  EXPECT_EQ(Drain(buffer), (std::vector<std::string>{"a", "b", "c"}));
+  // A multi-byte terminator that repeats its own start.
+  buffer.SetTerminationString("ETXETX");
+  buffer.Append("pETXETXETXq");
+  EXPECT_EQ(Drain(buffer), (std::vector<std::string>{"p"}));
+  EXPECT_EQ(buffer.PendingFragment(), "ETXq");
+}
+
+TEST(PacketBuffer, OverlongLineIsRefusedWholeAndCounted) {
+  PacketBuffer buffer(8);
+  buffer.Append("12345678\r\n");  // exactly the maximum is a packet
+  EXPECT_EQ(Drain(buffer), (std::vector<std::string>{"12345678"}));
+
+  buffer.Append("123456789\r\nok\r\n");  // one past it is not, and the next line is unharmed
+  EXPECT_EQ(Drain(buffer), (std::vector<std::string>{"ok"}));
+  EXPECT_EQ(buffer.OverlongCount(), 1u);
+  EXPECT_EQ(buffer.DiscardedBytes(), 11u);
+
+  // An endless line in small pieces: the buffer never holds more than the maximum, the tail of the
+  // line is dropped with it, and its terminator split across appends is still found.
+  for (int i = 0; i < 1000; ++i) {
+    buffer.Append("abcdefg");
+    EXPECT_LE(buffer.PendingFragment().size(), buffer.MaxPacketLength());
+  }
+  buffer.Append("tail\r");
+  buffer.Append("\nnext\r\n");
+  EXPECT_EQ(Drain(buffer), (std::vector<std::string>{"next"}));
+  EXPECT_EQ(buffer.OverlongCount(), 2u);
+  EXPECT_EQ(buffer.DiscardedBytes(), 11u + 7000u + 6u);
+}
+
+TEST(PacketBuffer, OneMegabyteWithoutTerminatorStaysBounded) {
+  PacketBuffer buffer;
+  buffer.Append(std::string(1 << 20, 'x'));
+  EXPECT_EQ(buffer.Count(), 0);
+  EXPECT_LE(buffer.PendingFragment().size(), 1u);
+  EXPECT_EQ(buffer.OverlongCount(), 1u);
+  buffer.Clear();
+  buffer.Append("fine\r\n");
+  EXPECT_EQ(Drain(buffer), (std::vector<std::string>{"fine"}));
+}
+
+}  // namespace
+}  // namespace clockcomm::zon

@@ -1,0 +1,214 @@
+#include "zon/packet_reader.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include "comm/pty_pair.h"
+#include "comm/serial_connection.h"
+#include "comm/serial_line.h"
+#include "comm/stub_connection.h"
+#include "core/errors.h"
+
+namespace clockcomm::zon {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+TEST(PacketReader, ReadsFromAScriptedConnection) {
+  comm::StubConnection whole({"data\r\n"});
+  EXPECT_EQ(PacketReader(whole).ReadPacket(), "data");
+
+  comm::StubConnection split({"da", "", "ta\r\nrest\r\nand"});
+  PacketReader reader(split);
+  EXPECT_EQ(reader.ReadPacket(), "data");
+  // A buffered packet comes back without touching the connection.
+  int calls = split.ReadCalls();
+  EXPECT_EQ(reader.ReadPacket(), "rest");
+  EXPECT_EQ(split.ReadCalls(), calls);
+  EXPECT_EQ(reader.Buffer().PendingFragment(), "and");
+}
+
+TEST(PacketReader, DefaultsAndCustomTerminator) {
+  comm::StubConnection conn({"hello;world;"});
+  PacketReader reader(conn);
+  EXPECT_EQ(reader.Timeout(), 10000);
+  EXPECT_EQ(reader.TerminationString(), "\r\n");
+  reader.SetTerminationString(";");
+  EXPECT_EQ(reader.ReadPacket(), "hello");
+  EXPECT_THROW(reader.SetTerminationString(""), core::ArgumentException);
+  EXPECT_EQ(reader.TerminationString(), ";");
+}
+
+TEST(PacketReader, TimesOutOnSilenceKeepingTheFragmentAndWithoutSpinning) {
+  comm::StubConnection conn({"partial"});
+  PacketReader reader(conn);
+  reader.SetTimeout(100);
+  auto start = Clock::now();
+  try {
+    reader.ReadPacket();
+    FAIL() << "no time-out";
+  } catch (const core::TimeoutException& e) {
+    EXPECT_STREQ(e.what(), "A timeout has occurred.");
+  }
+  auto took = Clock::now() - start;
+  EXPECT_GT(took, 100ms);
+  EXPECT_LT(took, 1s);
+  EXPECT_EQ(reader.TimeoutCount(), 1u);
+  EXPECT_EQ(reader.Buffer().PendingFragment(), "partial");
+  // A reader that slept in its wait reads a handful of times, not thousands.
+  EXPECT_LT(conn.ReadCalls(), 10);
+}
+
+TEST(PacketReader, TimeOutMeasuresSilenceNotTheWholeRead) {
+  comm::StubConnection conn;
+  PacketReader reader(conn);
+  reader.SetTimeout(150);
+  std::thread trickle([&] {
+    for (char c : std::string("slow\r\n")) {
+      std::this_thread::sleep_for(60ms);  // each gap is under the time-out; the sum is not
+      conn.Push(std::string(1, c));
+    }
+  });
+  EXPECT_EQ(reader.ReadPacket(), "slow");
+  trickle.join();
+  EXPECT_EQ(reader.TimeoutCount(), 0u);
+}
+
+TEST(PacketReader, CancelFromAnotherThreadEndsTheReadAtOnce) {
+  comm::StubConnection conn;
+  PacketReader reader(conn);
+  reader.SetTimeout(0);  // no time-out: only the cancel can end it
+  reader.Cancel();       // a cancel before the read is forgotten
+  Clock::time_point cancelled_at;
+  std::thread canceller([&] {
+    std::this_thread::sleep_for(50ms);
+    cancelled_at = Clock::now();
+    reader.Cancel();
+  });
+  std::string packet = reader.ReadPacket();
+  auto returned_at = Clock::now();
+  canceller.join();
+  EXPECT_EQ(packet, "");
+  EXPECT_LT(returned_at - cancelled_at, 100ms);
+  EXPECT_EQ(reader.CancelledCount(), 1u);
+}
+
+TEST(PacketReader, LineStopEndsTheReadAtOnce) {
+  comm::StubConnection conn;
+  core::StopSignal stop;
+  PacketReader reader(conn, &stop);
+  std::thread stopper([&] {
+    std::this_thread::sleep_for(30ms);
+    stop.Request();
+  });
+  auto start = Clock::now();
+  EXPECT_EQ(reader.ReadPacket(), "");
+  EXPECT_LT(Clock::now() - start, 2s);
+  stopper.join();
+}
+
+class PacketReaderOverPty : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    line_.Open(pty_.SlavePath());
+    terminal_ = pty_.TakeMaster();
+  }
+  comm::PtyPair pty_ = comm::PtyPair::Open();
+  comm::SerialLine line_;
+  comm::SerialConnection conn_{line_};
+  std::unique_ptr<comm::FdConnection> terminal_;
+};
+
+TEST_F(PacketReaderOverPty, ReadsPacketsSplitAtArbitraryPoints) {
+  std::string stream;
+  std::vector<std::string> expected;
+  for (int i = 0; i < 40; ++i) {
+    std::string packet = "\x02" "1\x1cpacket " + std::to_string(i) + std::string(i % 7, '#');
+    expected.push_back(packet);
+    stream += packet + "\r\n";
+  }
+  std::thread terminal([&] {
+    std::mt19937 rng(20091020);
+    size_t at = 0;
+    while (at < stream.size()) {
+      size_t n = std::uniform_int_distribution<size_t>(1, 9)(rng);
+      terminal_->WriteText(stream.substr(at, n));
+      at += n;
+      if (n % 3 == 0) std::this_thread::sleep_for(1ms);  // let some pieces arrive on their own
+    }
+  });
+  PacketReader reader(conn_);
+  reader.SetTimeout(2000);
+  std::vector<std::string> got;
+  for (size_t i = 0; i < expected.size(); ++i) got.push_back(reader.ReadPacket());
+  terminal.join();
+  EXPECT_EQ(got, expected);
+}
+
+TEST_F(PacketReaderOverPty, TimesOutOnASilentLine) {
+  PacketReader reader(conn_);
+  reader.SetTimeout(80);
+  terminal_->WriteText("half a pack");
+  auto start = Clock::now();
+  EXPECT_THROW(reader.ReadPacket(), core::TimeoutException);
+  EXPECT_GE(Clock::now() - start, 80ms);
+  EXPECT_EQ(reader.Buffer().PendingFragment(), "half a pack");
+  terminal_->WriteText("et\r\n");
+  EXPECT_EQ(reader.ReadPacket(), "half a packet");
+}
+
+TEST_F(PacketReaderOverPty, CancelFromAnotherThreadWithinMilliseconds) {
+  PacketReader reader(conn_);
+  reader.SetTimeout(10000);
+  Clock::time_point cancelled_at;
+  std::thread canceller([&] {
+    std::this_thread::sleep_for(50ms);
+    cancelled_at = Clock::now();
+    reader.Cancel();
+  });
+  EXPECT_EQ(reader.ReadPacket(), "");
+  auto latency = Clock::now() - cancelled_at;
+  canceller.join();
+  EXPECT_LT(latency, 100ms);
+  RecordProperty("cancel_latency_us",
+                 static_cast<int>(std::chrono::duration_cast<std::chrono::microseconds>(latency)
+                                      .count()));
+}
+
+TEST_F(PacketReaderOverPty, IdleReaderUsesNoMeasurableCpu) {
+  PacketReader reader(conn_);
+  reader.SetTimeout(300);
+  rusage before{}, after{};
+  getrusage(RUSAGE_THREAD, &before);
+  EXPECT_THROW(reader.ReadPacket(), core::TimeoutException);
+  getrusage(RUSAGE_THREAD, &after);
+  auto cpu_us = [](const rusage& r) {
+    return (r.ru_utime.tv_sec + r.ru_stime.tv_sec) * 1000000LL + r.ru_utime.tv_usec +
+           r.ru_stime.tv_usec;
+  };
+  // A spinning reader would burn close to 300 ms here.
+  EXPECT_LT(cpu_us(after) - cpu_us(before), 20000);
+}
+
+TEST_F(PacketReaderOverPty, ClosedLineRaisesInsteadOfReadingSilence) {
+  PacketReader reader(conn_);
+  line_.Close();
+  EXPECT_THROW(reader.ReadPacket(), comm::ConnectionClosedError);
+}
+
+TEST_F(PacketReaderOverPty, TerminalHangUpRaises) {
+  PacketReader reader(conn_);
+  reader.SetTimeout(5000);
+  terminal_.reset();
+  auto start = Clock::now();
+  EXPECT_THROW(reader.ReadPacket(), comm::ConnectionClosedError);
+  EXPECT_LT(Clock::now() - start, 1s);
+}
+
+}  // namespace
+}  // namespace clockcomm::zon
