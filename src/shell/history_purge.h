@@ -14,8 +14,8 @@ namespace clockcomm::shell {
 
 inline constexpr int kHistoryKeepDays = 60;
 // A name dated later in the year than today belongs to last year: 366 days are added to its
-// (negative) age, in every year alike, so the age of such a file is one day more in a year that
-// follows a common year.
+// (negative) age in every year alike, so in a common year such a file counts one day older than
+// it is.
 inline constexpr int kDaysAddedForLastYear = 366;
 
 // The age in days of a file named "mmdd...", seen on today; nothing when the name does not start

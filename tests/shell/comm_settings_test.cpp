@@ -1,0 +1,178 @@
+#include "shell/comm_settings.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "core/durable_file.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::shell {
+namespace {
+
+TEST(CommSettingsTest, DefaultsWhenTheFileDoesNotExist) {
+  test::TempDir home;
+  const CommSettings s = ReadCommSettings(home.path());
+  EXPECT_EQ(s.comm_port, 1);
+  EXPECT_EQ(s.connection_type, 2);
+  EXPECT_EQ(s.auto_start_mode, 1);
+  EXPECT_EQ(s.begin_time, "NONE");
+  EXPECT_EQ(s.end_time, "NONE");
+  EXPECT_EQ(s.modem_init, "ATE1Q0V1X4S0=1");
+  EXPECT_EQ(s.response_wait, 3);
+  EXPECT_EQ(s.second_pause, 1);
+  EXPECT_EQ(s.terminal_count, 1);
+  EXPECT_EQ(s.lan_delay_ms, 0);
+  EXPECT_FALSE(s.auto_shutdown);
+  EXPECT_EQ(s.program_folder, home.path().string() + "/");
+}
+
+TEST(CommSettingsTest, RoundTripKeepsEveryFieldIncludingCommasInText) {
+  test::TempDir home;
+  CommSettings s;
+  s.comm_port = 4;
+  s.connection_type = 1;
+  s.auto_start_mode = 3;
+  s.begin_time = "07:05";
+  s.end_time = "NONE";
+  s.modem_init = "AT&F,S0=2";
+  s.export_format = "ASCII BR/PD Format";
+  s.response_wait = 9;
+  s.second_pause = 0;
+  s.program_folder = "/opt/clock, main/";
+  s.terminal_count = 96;
+  s.terminal_type = 7;
+  s.lan_delay_ms = 12.5;
+  s.auto_shutdown = true;
+  WriteCommSettings(home.path(), s);
+  EXPECT_EQ(ReadCommSettings(home.path()), s);
+  const std::string text = core::ReadWholeFile(home.path() / "clockcomm.dta");
+  EXPECT_EQ(text,
+            "4,1,3,\"07:05\",\"NONE\",\"AT&F,S0=2\",\"ASCII BR/PD Format\",9,0,"
+            "\"/opt/clock, main/\",96,7,12.5,#TRUE#\r\n");
+}
+
+TEST(CommSettingsTest, EmptyModemStringIsSavedAsTheDefault) {
+  test::TempDir home;
+  CommSettings s;
+  s.modem_init = "";
+  WriteCommSettings(home.path(), s);
+  EXPECT_EQ(ReadCommSettings(home.path()).modem_init, "ATE1Q0V1X4S0=1");
+}
+
+TEST(CommSettingsTest, TerminalCountOutsideOneTo96IsRefusedAndTheFileIsLeftAlone) {
+  test::TempDir home;
+  CommSettings good;
+  good.terminal_count = 5;
+  WriteCommSettings(home.path(), good);
+  const std::string before = core::ReadWholeFile(home.path() / "clockcomm.dta");
+  for (int count : {0, 97, -1}) {
+    CommSettings bad = good;
+    bad.terminal_count = count;
+    try {
+      WriteCommSettings(home.path(), bad);
+      ADD_FAILURE() << count << " accepted";
+    } catch (const core::ArgumentException& e) {
+      EXPECT_STREQ(e.what(), "Please enter a value between 1 and 96 for Terminal Count");
+    }
+    EXPECT_EQ(core::ReadWholeFile(home.path() / "clockcomm.dta"), before);
+  }
+  for (const char* text : {"0", "97", "x", ""}) {
+    CommSettings s;
+    EXPECT_THROW(ApplySetting(s, "terminal_count", text), core::ArgumentException) << text;
+  }
+  CommSettings edges;
+  ApplySetting(edges, "terminal_count", "96");
+  EXPECT_EQ(edges.terminal_count, 96);
+  ApplySetting(edges, "terminal_count", "1");
+  EXPECT_EQ(edges.terminal_count, 1);
+}
+
+TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefuses) {
+  CommSettings s;
+  ApplySetting(s, "connection_type", "lan");
+  EXPECT_EQ(s.connection_type, 3);
+  ApplySetting(s, "connection_type", "1");
+  EXPECT_EQ(s.connection_type, 1);
+  ApplySetting(s, "terminal_type", "ATS Prodigy");
+  EXPECT_EQ(s.terminal_type, 9);
+  ApplySetting(s, "begin_time", "8:30pm");
+  EXPECT_EQ(s.begin_time, "20:30");
+  ApplySetting(s, "end_time", "none");
+  EXPECT_EQ(s.end_time, "NONE");
+  ApplySetting(s, "auto_shutdown", "yes");
+  EXPECT_TRUE(s.auto_shutdown);
+
+  struct Bad {
+    const char* key;
+    const char* value;
+  } bad[] = {
+      {"connection_type", "4"}, {"connection_type", "Telepathy"}, {"comm_port", "0"},
+      {"begin_time", "25:61"},  {"end_time", "2009-10-20 08:00"}, {"export_format", "CSV"},
+      {"modem_init", "AT\"Z"},  {"lan_delay_ms", "-1"},           {"auto_shutdown", "maybe"},
+      {"response_wait", "-2"},  {"terminal_type", "12"},          {"colour", "blue"},
+  };
+  for (const Bad& b : bad) {
+    CommSettings copy = s;
+    try {
+      ApplySetting(copy, b.key, b.value);
+      ADD_FAILURE() << b.key << "=" << b.value << " accepted";
+    } catch (const core::ArgumentException& e) {
+      EXPECT_EQ(e.ParamName(), b.key);
+      EXPECT_NE(std::string(e.what()).find(b.key), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(copy, s) << b.key << " changed by a refused value";
+  }
+}
+
+TEST(CommSettingsTest, DescriptionAddsTimesOnlyWhenABeginTimeIsSet) {
+  CommSettings s;
+  s.comm_port = 2;
+  EXPECT_EQ(DescribeCommSettings(s), "Communications set for: Comm Port 2, Serial");
+  s.connection_type = 1;
+  s.begin_time = "08:00";
+  s.end_time = "17:30";
+  EXPECT_EQ(DescribeCommSettings(s),
+            "Communications set for: Comm Port 2, Modem, starting at 08:00, ending at 17:30.");
+}
+
+TEST(CommSettingsTest, UnwritableFolderGivesTheThreeOperatorLines) {
+  test::TempDir home;
+  const auto folder = home.path() / "missing";
+  try {
+    WriteCommSettings(folder, CommSettings{});
+    FAIL() << "wrote into a missing folder";
+  } catch (const ParameterFileError& e) {
+    const std::string text = e.what();
+    EXPECT_EQ(text.rfind("System Error 2: ", 0), 0u) << text;
+    EXPECT_NE(text.find("\nCould not open parameter file " + (folder / "clockcomm.dta").string() +
+                        "\nCheck FILES setting in CONFIG.SYS"),
+              std::string::npos)
+        << text;
+  }
+}
+
+TEST(CommSettingsTest, MalformedFileIsReportedWithFileAndField) {
+  test::TempDir home;
+  struct Case {
+    const char* text;
+    const char* expected;
+  } cases[] = {
+      {"1,2,3\r\n", "expected 14 fields, found 3"},
+      {"1,2,1,\"NONE\",\"NONE\",\"\",\"Clockwyn 3.0\",3,1,\"/x/\",200,1,0,#FALSE#\r\n",
+       "field 11 (terminal_count)"},
+  };
+  for (const Case& c : cases) {
+    std::ofstream(home.path() / "clockcomm.dta", std::ios::binary) << c.text;
+    try {
+      ReadCommSettings(home.path());
+      ADD_FAILURE() << c.text;
+    } catch (const core::FormatException& e) {
+      EXPECT_NE(std::string(e.what()).find("clockcomm.dta"), std::string::npos) << e.what();
+      EXPECT_NE(std::string(e.what()).find(c.expected), std::string::npos) << e.what();
+    }
+  }
+}
+
+}  // namespace
+}  // namespace clockcomm::shell

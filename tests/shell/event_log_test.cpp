@@ -1,0 +1,184 @@
+#include "shell/event_log.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "core/durable_file.h"
+#include "shell/event_log_report.h"
+#include "shell/logs.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::shell {
+namespace {
+namespace fs = std::filesystem;
+
+core::DateTime At(int y, int m, int d, int hh = 0, int nn = 0, int ss = 0) {
+  return *core::DateTime::FromParts(y, m, d, hh, nn, ss);
+}
+core::Date Day(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
+
+TEST(EventLogTest, TextsAreCutTo255Characters) {
+  test::TempDir dir;
+  auto log = EventLog::Open(dir.path() / "TCLOG.db");
+  const std::string long_text(300, 'x');
+  const std::string exact(255, 'y');
+  log->Write(At(2009, 10, 20, 8), "Dock", 3, long_text, long_text);
+  log->Write(At(2009, 10, 20, 8), "Dock", 3, exact, "short");
+  const auto rows = log->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].event_type, std::string(255, 'x'));
+  EXPECT_EQ(rows[0].description, std::string(255, 'x'));
+  EXPECT_EQ(rows[1].event_type, exact);
+  EXPECT_EQ(rows[0].clock_name, "Dock");
+  EXPECT_EQ(rows[0].clock_number, 3);
+  EXPECT_EQ(rows[0].date_time, At(2009, 10, 20, 8));
+}
+
+TEST(EventLogTest, PeriodRunsFromStartOfFirstDayToEndOfLastDayInclusive) {
+  test::TempDir dir;
+  auto log = EventLog::Open(dir.path() / "TCLOG.db");
+  const core::DateTime times[] = {
+      At(2009, 10, 19, 23, 59, 59),  // before
+      At(2009, 10, 20, 0, 0, 0),     // first second of the period
+      At(2009, 10, 21, 12, 0, 0),
+      At(2009, 10, 22, 23, 59, 59),  // last second of the period
+      At(2009, 10, 23, 0, 0, 0),     // after
+  };
+  for (const auto& t : times) log->Write(t, "", 0, "Tick", t.ToString());
+  auto rows = log->Entries(Day(2009, 10, 20), Day(2009, 10, 22));
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_EQ(rows.front().date_time, times[1]);
+  EXPECT_EQ(rows.back().date_time, times[3]);
+  EXPECT_LT(rows[0].counter, rows[1].counter);
+
+  EXPECT_EQ(log->Purge(Day(2009, 10, 20), Day(2009, 10, 22)), 3);
+  rows = log->Entries(Day(2009, 1, 1), Day(2009, 12, 31));
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].date_time, times[0]);
+  EXPECT_EQ(rows[1].date_time, times[4]);
+}
+
+TEST(EventLogTest, TextThatLooksLikeSqlIsStoredAsIs) {
+  test::TempDir dir;
+  auto log = EventLog::Open(dir.path() / "TCLOG.db");
+  const std::string nasty = "it's #2009/10/20#'); DROP TABLE LogTable; --";
+  log->Write(At(2009, 10, 20), nasty, 1, nasty, nasty);
+  const auto rows = log->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].description, nasty);
+}
+
+TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
+  test::TempDir dir;
+  const MyPaths paths(dir.path(), dir.path() / "data");
+  fs::create_directories(paths.DataDirectory());
+  core::ManualClock clock(At(2009, 10, 20, 8));
+  Logs logs(paths, clock);
+  ASSERT_NE(logs.GetEventLog(), nullptr);
+
+  constexpr int kThreads = 6;
+  constexpr int kEach = 40;
+  std::vector<std::thread> lines;
+  for (int t = 0; t < kThreads; ++t) {
+    lines.emplace_back([&logs, t] {
+      logs.SetCurrentClock("Clock " + std::to_string(t), t);
+      for (int i = 0; i < kEach; ++i) {
+        logs.Event("Tick", std::to_string(t) + "/" + std::to_string(i));
+        logs.Debug("Line " + std::to_string(t), "tick");
+      }
+      logs.ClearCurrentClock();
+    });
+  }
+  for (auto& line : lines) line.join();
+  logs.Event("After", "no clock");
+
+  const auto rows = logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
+  ASSERT_EQ(rows.size(), size_t{kThreads * kEach + 1});
+  std::set<std::string> seen;
+  for (size_t i = 0; i + 1 < rows.size(); ++i) {
+    const int t = std::stoi(rows[i].description);
+    EXPECT_EQ(rows[i].clock_name, "Clock " + std::to_string(t));
+    EXPECT_EQ(rows[i].clock_number, t);
+    seen.insert(rows[i].description);
+  }
+  EXPECT_EQ(seen.size(), size_t{kThreads * kEach});
+  EXPECT_EQ(rows.back().clock_name, "");
+  const std::string line0 = core::ReadWholeFile(paths.DebugLogDirectory() /
+                                                "Line 0 Debug Log - 2009-10-20.log");
+  EXPECT_EQ(line0.size(), kEach * std::string("08:00:00 - tick\r\n").size());
+}
+
+TEST(LogsTest, UnreadableEventLogIsReportedAndTheOtherLogsGoOn) {
+  test::TempDir dir;
+  const MyPaths paths(dir.path(), dir.path() / "data");
+  fs::create_directories(paths.DataDirectory());
+  std::ofstream(paths.EventLogDatabase()) << "this is not a database, it is a text file";
+  core::ManualClock clock(At(2009, 10, 20, 8));
+  std::ostringstream screen;
+  testing::internal::CaptureStderr();
+  Logs logs(paths, clock, &screen);
+  const std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(err, " Could Not Access TCLOG.MDB Log File.\n");
+  EXPECT_EQ(logs.GetEventLog(), nullptr);
+  logs.Event("Open Comm", "ignored, no event log");  // must not throw
+  logs.Screen("still here");
+  EXPECT_EQ(screen.str(), "still here\n");
+  EXPECT_EQ(core::ReadWholeFile(paths.DebugLogDirectory() / "Screen Log - 2009-10-20.log"),
+            "08:00:00 -  Could Not Access TCLOG.MDB Log File.\r\n08:00:00 - still here\r\n");
+}
+
+TEST(LogsTest, ScreenMessageFillsTimeAndDetails) {
+  const auto now = At(2009, 10, 20, 8, 1, 2);
+  EXPECT_EQ(ScreenMessage("{0} Opening Com Port", now), "2009-10-20 08:01:02 Opening Com Port");
+  EXPECT_EQ(ScreenMessage("{0} Polling {1} {2}", now, {"Dock", "555-1212"}),
+            "2009-10-20 08:01:02 Polling Dock 555-1212");
+  EXPECT_EQ(ScreenMessage("{3} {x} {", now, {"a"}), "{3} {x} {");  // unknown holes kept
+}
+
+TEST(EventLogReportTest, PagesCarryTheHeadingAndNeverSplitAnEvent) {
+  std::vector<EventLogEntry> entries;
+  for (int i = 0; i < 30; ++i) {
+    EventLogEntry e;
+    e.counter = i + 1;
+    e.date_time = At(2009, 10, 20, 8, i);
+    e.clock_name = "Dock";
+    e.clock_number = 12;
+    e.event_type = "Start of call";
+    e.description = i == 0 ? std::string(100, 'd') : "Terminal Upload Type = 1";
+    entries.push_back(e);
+  }
+  const std::string report = FormatEventLogReport(entries, Day(2009, 10, 1), Day(2009, 10, 20), 20);
+  std::vector<std::string> pages;
+  std::stringstream ss(report);
+  for (std::string page; std::getline(ss, page, '\f');) pages.push_back(page);
+  // 6 heading lines leave 14 per page: entry 1 takes 3 lines, the others 2.
+  // Page 1: 3 + 5*2 = 13 lines (6 events); pages 2.. hold 7 events each: 6 + 7 + 7 + 7 + 3.
+  ASSERT_EQ(pages.size(), 5u);
+  for (size_t p = 0; p < pages.size(); ++p) {
+    std::istringstream lines(pages[p]);
+    std::string first, second, blank, columns, description;
+    std::getline(lines, first);
+    std::getline(lines, second);
+    std::getline(lines, blank);
+    std::getline(lines, columns);
+    std::getline(lines, description);
+    EXPECT_EQ(first, "For Period 2009/10/01 to 2009/10/20");
+    EXPECT_EQ(second, "Page " + std::to_string(p + 1));
+    EXPECT_EQ(columns, "Date & Time          Clock Name  CLK#  Event Type");
+    EXPECT_EQ(description, " Description");
+    EXPECT_LE(std::count(pages[p].begin(), pages[p].end(), '\n'), 20);
+  }
+  EXPECT_NE(pages[0].find("2009/10/20 08:00:00  Dock        12    Start of call\n " +
+                          std::string(78, 'd') + "\n " + std::string(22, 'd') + "\n"),
+            std::string::npos)
+      << pages[0];
+  EXPECT_EQ(std::count(pages[1].begin(), pages[1].end(), '\n'), 6 + 14);
+}
+
+}  // namespace
+}  // namespace clockcomm::shell

@@ -1,0 +1,88 @@
+#include "shell/text_logs.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "core/durable_file.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::shell {
+namespace {
+namespace fs = std::filesystem;
+
+core::DateTime At(int y, int m, int d, int hh = 0, int nn = 0, int ss = 0) {
+  return *core::DateTime::FromParts(y, m, d, hh, nn, ss);
+}
+
+void Touch(const fs::path& file) { std::ofstream(file) << "old\r\n"; }
+
+TEST(TextLogsTest, SafeNameReplacesEveryReservedCharacter) {
+  EXPECT_EQ(SafeFileName(R"(a\b/c:d*e?f"g<h>i|j)"), "a_b_c_d_e_f_g_h_i_j");
+  EXPECT_EQ(SafeFileName("Plant 2 - Dock"), "Plant 2 - Dock");
+  EXPECT_EQ(TextLogs::NamedDebugLogName("COM1/Dock:East", *core::Date::FromYmd(2009, 10, 20)),
+            "COM1_Dock_East Debug Log - 2009-10-20.log");
+}
+
+TEST(TextLogsTest, EachLogHasItsFileNameAndLineFormat) {
+  test::TempDir dir;
+  core::ManualClock clock(At(2009, 10, 20, 8, 5, 9));
+  TextLogs logs(dir.path() / "Debug Logs", clock);  // folder created on first write
+  logs.WriteDebug({"first part", "second part"});
+  logs.WriteNamedDebug("Clock 7", {"hello"});
+  logs.WriteScreen({"2009-10-20 08:05:09 Opening Com Port"});
+  clock.Advance(std::chrono::seconds(3600));
+  logs.WriteDebug({"later"});
+
+  const fs::path folder = dir.path() / "Debug Logs";
+  EXPECT_EQ(core::ReadWholeFile(folder / "Debug Log - 2009-10-20.log"),
+            "08:05:09 - first part\r\nsecond part\r\n09:05:09 - later\r\n");
+  EXPECT_EQ(core::ReadWholeFile(folder / "Clock 7 Debug Log - 2009-10-20.log"),
+            "08:05:09 - hello\r\n");
+  EXPECT_EQ(core::ReadWholeFile(folder / "Screen Log - 2009-10-20.log"),
+            "08:05:09 - 2009-10-20 08:05:09 Opening Com Port\r\n");
+}
+
+TEST(TextLogsTest, NewDayFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
+  test::TempDir dir;
+  const fs::path folder = dir.path();
+  // Today is 2010-01-10: 60 days before is 2009-11-11, which is kept.
+  Touch(folder / "Debug Log - 2009-11-10.log");     // 61 days: deleted
+  Touch(folder / "Debug Log - 2009-11-11.log");     // 60 days: kept
+  Touch(folder / "Debug Log - 2008-12-31.log");     // a year back: deleted
+  Touch(folder / "Screen Log - 2009-01-01.log");    // another log: left for its own purge
+  Touch(folder / "Clock 7 Debug Log - 2009-01-01.log");
+  Touch(folder / "Debug Log - notes.log");          // no date after the prefix: not ours
+  core::ManualClock clock(At(2010, 1, 10, 12));
+  TextLogs logs(folder, clock);
+  logs.WriteDebug({"x"});
+
+  EXPECT_FALSE(fs::exists(folder / "Debug Log - 2009-11-10.log"));
+  EXPECT_TRUE(fs::exists(folder / "Debug Log - 2009-11-11.log"));
+  EXPECT_FALSE(fs::exists(folder / "Debug Log - 2008-12-31.log"));
+  EXPECT_TRUE(fs::exists(folder / "Screen Log - 2009-01-01.log"));
+  EXPECT_TRUE(fs::exists(folder / "Clock 7 Debug Log - 2009-01-01.log"));
+  EXPECT_TRUE(fs::exists(folder / "Debug Log - notes.log"));
+
+  // The per-name log purges its own files when its day's file is created.
+  logs.WriteNamedDebug("Clock 7", {"y"});
+  EXPECT_FALSE(fs::exists(folder / "Clock 7 Debug Log - 2009-01-01.log"));
+  EXPECT_TRUE(fs::exists(folder / "Screen Log - 2009-01-01.log"));
+}
+
+TEST(TextLogsTest, PurgeRunsWhenTheDaysFileIsCreatedNotOnEveryWrite) {
+  test::TempDir dir;
+  core::ManualClock clock(At(2010, 3, 1, 23, 59, 59));
+  TextLogs logs(dir.path(), clock);
+  logs.WriteScreen({"creates today's file"});
+  Touch(dir.path() / "Screen Log - 2009-01-01.log");
+  logs.WriteScreen({"appends; no purge"});
+  EXPECT_TRUE(fs::exists(dir.path() / "Screen Log - 2009-01-01.log"));
+  clock.Advance(std::chrono::seconds(1));  // midnight: a new day's file
+  logs.WriteScreen({"new day"});
+  EXPECT_FALSE(fs::exists(dir.path() / "Screen Log - 2009-01-01.log"));
+  EXPECT_TRUE(fs::exists(dir.path() / "Screen Log - 2010-03-02.log"));
+}
+
+}  // namespace
+}  // namespace clockcomm::shell
