@@ -20,8 +20,10 @@ ZonHeaderPacket::ZonHeaderPacket(std::string clock_name, int32_t clock_number,
 }
 
 bool ZonHeaderPacket::IsValidUploadType(std::string_view upload_type) {
-  // Accepted exactly when ".X." occurs in ".W.P.F.", which admits one letter of the three.
+  // One letter of ".W.P.F."; a longer value such as "W.P" would also occur in it, so the length
+  // is checked first.
   constexpr std::string_view kAccepted = ".W.P.F.";
+  if (upload_type.size() != 1) return false;
   std::string probe = "." + std::string(upload_type) + ".";
   return kAccepted.find(probe) != std::string_view::npos;
 }

@@ -1,0 +1,94 @@
+#include "zon/zon2x_to_tcd_formatter.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "core/errors.h"
+#include "core/text.h"
+
+namespace clockcomm::zon {
+namespace {
+
+TEST(Zon2xToTcdFormatter, FormatsTheExampleLine) {
+  Zon2xToTcdFormatter f;
+  const std::string line = "2,12,,,,,I,091020,1224,,,,1";
+  ASSERT_TRUE(f.Formattable(line));
+  EXPECT_FALSE(f.AlreadyFormatted(line));
+  const std::string tcd = f.Format(line);
+  EXPECT_EQ(tcd, R"("2","12","","","","","I","10/20/09","12:24","","","","1")");
+  EXPECT_TRUE(f.AlreadyFormatted(tcd));
+  auto fields = core::Split(tcd, ',');
+  ASSERT_EQ(fields.size(), 13u);
+  EXPECT_EQ(fields[6], "\"I\"");
+}
+
+TEST(Zon2xToTcdFormatter, PunchTypesDatesTimesQuotesAndSpaces) {
+  Zon2xToTcdFormatter f;
+  struct Row {
+    const char* line;
+    const char* expected;
+  };
+  for (const Row& row : {
+           Row{"2,12,,,,,PC,091020,1224,091020,1730,,1",
+               R"("2","12","","","","","C","10/20/09","12:24","10/20/09","17:30","","1")"},
+           Row{"1,5,,,,,PO,,,,,,", R"("1","5","","","","","O","","","","","","")"},
+           Row{"1,5,,,,,PX,,,,,,", R"("1","5","","","","","PX","","","","","","")"},
+           Row{"1,5,,,,,pc,,,,,,", R"("1","5","","","","","pc","","","","","","")"},
+           Row{R"("1", "5",,,,,"PI",080229,0000,,,,)",
+               R"("1","5","","","","","I","02/29/08","00:00","","","","")"},
+           // Only six-character dates and four-character times are rewritten.
+           Row{"1,5,,,,,I,91020,124,2009-10,12:24,,",
+               R"("1","5","","","","","I","91020","124","2009-10","12:24","","")"},
+       }) {
+    SCOPED_TRACE(row.line);
+    EXPECT_EQ(f.Format(row.line), row.expected);
+  }
+}
+
+TEST(Zon2xToTcdFormatter, RefusesImpossibleDatesAndTimes) {
+  Zon2xToTcdFormatter f;
+  for (const char* bad_date : {"091320", "090229", "091000", "09a020", "-91020", "000000"}) {
+    SCOPED_TRACE(bad_date);
+    try {
+      f.Format(std::string("1,5,,,,,I,") + bad_date + ",1224,,,,");
+      ADD_FAILURE() << "accepted";
+    } catch (const core::FormatException& e) {
+      EXPECT_STREQ(e.what(), "Invalid date value(s).");
+    } catch (...) {
+      ADD_FAILURE() << "wrong exception";
+    }
+  }
+  // Spaces go before the length is looked at: "0910 2" becomes five characters and stays.
+  EXPECT_EQ(f.Format("1,5,,,,,I,0910 2,,,,,"), R"("1","5","","","","","I","09102","","","","","")");
+}
+
+TEST(Zon2xToTcdFormatter, RefusesImpossibleTimes) {
+  Zon2xToTcdFormatter f;
+  for (const char* bad_time : {"2561", "2400", "1260", "12a4", "+123"}) {
+    SCOPED_TRACE(bad_time);
+    try {
+      f.Format(std::string("1,5,,,,,I,091020,,091020,") + bad_time + ",,");
+      ADD_FAILURE() << "accepted";
+    } catch (const core::FormatException& e) {
+      EXPECT_STREQ(e.what(), "Invalid time value(s).");
+    }
+  }
+}
+
+TEST(Zon2xToTcdFormatter, FormattableAndAlreadyFormatted) {
+  Zon2xToTcdFormatter f;
+  EXPECT_FALSE(f.Formattable(std::string(11, ',')));
+  EXPECT_TRUE(f.Formattable(std::string(12, ',')));
+  EXPECT_FALSE(f.Formattable(std::string(13, ',')));
+  std::string quoted = "\"\"";
+  for (int i = 0; i < 12; ++i) quoted += ",\"x\"";
+  EXPECT_TRUE(f.AlreadyFormatted(quoted));
+  EXPECT_FALSE(f.AlreadyFormatted("x" + quoted));  // 26 quotes, but a field starts unquoted
+  EXPECT_FALSE(f.AlreadyFormatted("\"a,b\"" + quoted.substr(2)));                // 14 fields
+  EXPECT_FALSE(f.AlreadyFormatted("\"" + std::string(12, ',') + "\""));
+  EXPECT_FALSE(f.AlreadyFormatted(""));
+}
+
+}  // namespace
+}  // namespace clockcomm::zon
