@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+
+#include "core/durable_file.h"
+#include "core/errors.h"
+#include "core/log_sink.h"
+#include "db/schema.h"
+#include "db/sqlite/sqlite_database.h"
+#include "records/department_job_assigner.h"
+#include "records/parameter_override.h"
+#include "records/tcd_record_override_service.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::records {
+namespace {
+
+ParameterOverride FromText(const std::string& text) {
+  ParameterOverride p;
+  p.LoadText(text);
+  return p;
+}
+
+TEST(ParameterOverrideTest, RangesAndDefaults) {
+  struct Case {
+    const char* line;
+    int (ParameterOverride::*get)() const;
+    int expected;
+  };
+  const Case cases[] = {
+      {"", &ParameterOverride::SerialPortRate, 9600},
+      {"serialportrate = 19200", &ParameterOverride::SerialPortRate, 19200},
+      {"SerialPortRate = 300", &ParameterOverride::SerialPortRate, 300},
+      {"serialportrate = 19201", &ParameterOverride::SerialPortRate, 9600},
+      {"serialportrate = 299", &ParameterOverride::SerialPortRate, 9600},
+      {"serialportrate = 2400 baud", &ParameterOverride::SerialPortRate, 2400},
+      {"eotquantity = 101", &ParameterOverride::EOTQuantity, 1},
+      {"eotquantity = 0", &ParameterOverride::EOTQuantity, 1},
+      {"eotquantity = 100", &ParameterOverride::EOTQuantity, 100},
+      {"EOTQuantity = 1", &ParameterOverride::EOTQuantity, 1},
+      {"", &ParameterOverride::HostCycleInterval, 30000},
+      {"hostcycleinterval = 1000", &ParameterOverride::HostCycleInterval, 30000},
+      {"hostcycleinterval = 90000000", &ParameterOverride::HostCycleInterval, 86400000},
+      {"hostcycleinterval = 45000", &ParameterOverride::HostCycleInterval, 45000},
+      {"hostcycleinterval = 0:01:30", &ParameterOverride::HostCycleInterval, 90000},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ((FromText(c.line).*c.get)(), c.expected) << c.line;
+  }
+  EXPECT_DOUBLE_EQ(FromText("").EOTInterval(), 0.1);
+  EXPECT_DOUBLE_EQ(FromText("eotinterval = 30").EOTInterval(), 30);
+  EXPECT_DOUBLE_EQ(FromText("eotinterval = 30.5").EOTInterval(), 0.1);
+  EXPECT_DOUBLE_EQ(FromText("eotinterval = 2.5").EOTInterval(), 2.5);
+}
+
+TEST(ParameterOverrideTest, BooleansAndFileSyntax) {
+  for (const char* yes : {"yes", "ON", "True", "1"}) {
+    EXPECT_TRUE(FromText(std::string("assignhomedept = ") + yes).AssignHomeDept()) << yes;
+  }
+  for (const char* no : {"no", "off", "false", "0", "maybe", ""}) {
+    EXPECT_FALSE(FromText(std::string("assignhomedept = ") + no).AssignHomeDept()) << no;
+  }
+  const ParameterOverride p = FromText(
+      "; a comment line\r\n"
+      "AssignDefaultJob = yes ; switched on for the night shift\r\n"
+      "eotquantity = 5 = 6\r\n"
+      "no equals sign here\r\n"
+      " = 7\r\n"
+      "serialportrate = 1200\r\n"
+      "SERIALPORTRATE = 4800\r\n"
+      "duplicatetcdfile = /dup/[ClockName]+/other/[FileName]\r\n");
+  EXPECT_TRUE(p.AssignDefaultJob());
+  EXPECT_FALSE(p.AssignHomeDept());
+  EXPECT_EQ(p.EOTQuantity(), 1) << "a line with two '=' is ignored";
+  EXPECT_EQ(p.SerialPortRate(), 4800) << "a later line replaces an earlier";
+  EXPECT_EQ(p.DuplicateTCD(), "/dup/[ClockName]+/other/[FileName]");
+  EXPECT_FALSE(p.ATSUpdate());
+  EXPECT_EQ(p.GetValue("", "dflt"), "dflt");
+}
+
+TEST(ParameterOverrideTest, ReadsTheProgramFolderFile) {
+  test::TempDir dir;
+  EXPECT_FALSE(ParameterOverride(dir.path()).AssignHomeDept()) << "no file: defaults";
+  core::WriteFileAtomically(dir.path() / "SettingsOverride.txt", "assignhomedept = yes\n");
+  EXPECT_TRUE(ParameterOverride(dir.path()).AssignHomeDept());
+}
+
+TcdRecord Rec(const char* type, std::optional<int64_t> dept, const char* job, int badge = 77) {
+  return TcdRecord("1", 1, badge, dept, job, "", "", type, {}, {}, {}, {}, {}, "");
+}
+
+TEST(OverrideServiceTest, DepartmentAndJobRules) {
+  EmployeeInfoMap employees;
+  employees.Add({77, 12, "task"});
+  employees.Add({78, std::nullopt, "12345678901234"});
+  const TcdRecordOverrideService on(employees, FromText("assignhomedept = yes\n"
+                                                        "assigndefaultjob = yes\n"));
+  const TcdRecordOverrideService off(employees, FromText("assignhomedept = no\n"));
+  struct Case {
+    const char* legend;
+    const TcdRecordOverrideService& service;
+    TcdRecord record;
+    std::optional<int32_t> dept;
+    const char* job;
+  };
+  const Case cases[] = {
+      {"in punch, known badge", on, Rec("I", std::nullopt, ""), 12, "task"},
+      {"department 0 counts as none", on, Rec("I", 0, ""), 12, "task"},
+      {"existing department and job kept", on, Rec("I", 5, "work"), 5, "work"},
+      {"unknown badge", on, Rec("I", std::nullopt, "", 99), std::nullopt, ""},
+      {"PI", on, Rec("PI", std::nullopt, ""), 12, "task"},
+      {"LO", on, Rec("LO", std::nullopt, ""), 12, "task"},
+      {"BO", on, Rec("BO", std::nullopt, ""), 12, "task"},
+      {"amount type", on, Rec("V", std::nullopt, ""), 12, "task"},
+      {"out punch untouched", on, Rec("O", std::nullopt, ""), std::nullopt, ""},
+      {"complete pair untouched", on, Rec("C", std::nullopt, ""), std::nullopt, ""},
+      {"lunch in untouched", on, Rec("LI", std::nullopt, ""), std::nullopt, ""},
+      {"switched off", off, Rec("I", std::nullopt, ""), std::nullopt, ""},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.service.OverrideDepartment(c.record), c.dept) << c.legend;
+    EXPECT_EQ(c.service.OverrideJobNumber(c.record), c.job) << c.legend;
+  }
+  EXPECT_THROW(on.OverrideJobNumber(Rec("I", std::nullopt, "", 78)), core::ArgumentException)
+      << "a default job longer than 13 characters goes through the setter";
+  const NullTcdRecordOverrideService none;
+  EXPECT_EQ(none.OverrideDepartment(Rec("I", 3, "x")), 3);
+  EXPECT_EQ(none.OverrideJobNumber(Rec("I", 3, "x")), "x");
+  EXPECT_FALSE(PunchTypeInList(TcdRecordOverrideService::kPunchTypes, ""));
+  EXPECT_FALSE(PunchTypeInList(TcdRecordOverrideService::kPunchTypes, "I P"));
+}
+
+// Records the event log so tests can look at what was reported.
+class RecordingLog : public core::LogSink {
+ public:
+  void Event(std::string_view type, std::string_view d) override {
+    events.push_back(std::string(type) + ": " + std::string(d));
+  }
+  void Debug(std::string_view, std::string_view) override {}
+  void Screen(std::string_view) override {}
+  std::vector<std::string> events;
+};
+
+TEST(DepartmentJobAssignerTest, LinePathWithEmployeeTable) {
+  test::TempDir dir;
+  const auto db_path = dir.path() / "Company.db";
+  {
+    auto db = db::SqliteDatabase::Open(db_path, db::SqliteDatabase::Mode::kCreate);
+    db::CreateCompanySchema(*db);
+    db->Execute("INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) "
+                "VALUES (1234, 44, 'task')");
+  }
+  RecordingLog log;
+  DepartmentJobAssigner assigner("999", db_path, dir.path(), log);
+  // Switched off: only the dash clean-up happens.
+  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("\"5\",\"1234\",\"\",\"wo-rk-\",\"\",\"\",\"I\","
+                                              "\"091020\",\"1224\",\"\",\"\",\"\",\"\""),
+            "999,5,1234,,work,,,I,2009/10/20,12:24,,,,");
+  core::WriteFileAtomically(dir.path() / "SettingsOverride.txt",
+                            "assignhomedept = yes\nassigndefaultjob = yes\n");
+  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("5,1234,,,,,C,091020,1224,091020,1700,,"),
+            "999,5,1234,44,task,,,C,2009/10/20,12:24,2009/10/20,17:00,,");
+  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("5,1234,7,mine,,,I,,,,,,"),
+            "999,5,1234,7,mine,,,I,,,,,,");
+  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("5,1234,,,,,O,,,,,,"), "999,5,1234,,,,,O,,,,,,");
+  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("5,9999,,,,,I,,,,,,"), "999,5,9999,,,,,I,,,,,,");
+  EXPECT_TRUE(log.events.empty());
+  EXPECT_FALSE(assigner.AssignDepartmentsAndJobs("5,1234,,,I"));
+  ASSERT_EQ(log.events.size(), 1u);
+  EXPECT_NE(log.events[0].find("Location: TcdRecord.Parse"), std::string::npos) << log.events[0];
+}
+
+}  // namespace
+}  // namespace clockcomm::records

@@ -1,0 +1,222 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "core/durable_file.h"
+#include "core/errors.h"
+#include "records/tcd_archive.h"
+#include "records/tcd_copier.h"
+#include "records/tcd_file_reader.h"
+#include "records/tcd_file_writer.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::records {
+namespace {
+
+core::Date D(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
+core::TimeOfDay T(int h, int n, int s = 0) { return *core::TimeOfDay::FromHms(h, n, s); }
+
+TcdRecord Punch(int seq, const char* type = "I") {
+  return TcdRecord("999", seq, 1000 + seq, seq % 3 == 0 ? std::optional<int64_t>() : seq,
+                   "job,with comma", "", "l5", type, D(2009, 10, 20), T(8, seq % 60, 42),
+                   std::nullopt, std::nullopt, seq % 2 ? std::optional<float>(2.5f) : std::nullopt,
+                   "1");
+}
+
+// Collects what a copier writes.
+class MemoryWriter : public ITcdWriter {
+ public:
+  void WriteRecord(const TcdRecord& r) override { records.push_back(r); }
+  void CloseWriter() override { closed = true; }
+  std::vector<TcdRecord> records;
+  bool closed = false;
+};
+
+class CountingListener : public UpdateListener {
+ public:
+  void RecordCopied(const TcdRecord&, int32_t count) override { counts.push_back(count); }
+  std::vector<int32_t> counts;
+};
+
+TEST(TcdFilesTest, WrittenRecordsReadBackEqualWithoutSeconds) {
+  test::TempDir dir;
+  const auto path = dir.path() / "10200001.TCD";
+  {
+    TcdFileWriter writer(path, false);
+    for (int i = 1; i <= 5; ++i) writer.WriteRecord(Punch(i));
+  }
+  const std::string content = core::ReadWholeFile(path);
+  EXPECT_EQ(content.substr(0, 9), "\"999\",\"1\"");
+  EXPECT_EQ(content.find('\n'), content.find("\r\n") + 1) << "lines end in CR LF";
+
+  TcdFileReader reader(path);
+  for (int i = 1; i <= 5; ++i) {
+    ASSERT_TRUE(reader.Read()) << i;
+    TcdRecord expected = Punch(i);
+    EXPECT_FALSE(reader.Record()->Equals(expected)) << "seconds are not written";
+    expected.SetTimeIn(expected.TimeIn()->WithoutSeconds());
+    EXPECT_TRUE(reader.Record()->Equals(expected)) << reader.Line();
+    EXPECT_EQ(reader.Record()->JobNumber(), "job,with comma");
+  }
+  EXPECT_FALSE(reader.Read());
+  EXPECT_FALSE(reader.Record().has_value());
+}
+
+TEST(TcdFilesTest, AppendFlagAndReopen) {
+  test::TempDir dir;
+  const auto path = dir.path() / "x.TCD";
+  { TcdFileWriter(path, false).WriteRecord(Punch(1)); }
+  { TcdFileWriter(path, true).WriteRecord(Punch(2)); }
+  int count = 0;
+  TcdFileReader reader(path);
+  while (reader.Read()) ++count;
+  EXPECT_EQ(count, 2);
+  { TcdFileWriter(path, false).WriteRecord(Punch(3)); }
+  TcdFileReader again(path);
+  ASSERT_TRUE(again.Read());
+  EXPECT_EQ(again.Record()->SequenceNumber(), 3);
+  EXPECT_FALSE(again.Read()) << "a writer without append empties the file";
+}
+
+TEST(TcdFilesTest, HandedDescriptorStaysOpen) {
+  test::TempDir dir;
+  const auto path = dir.path() / "h.TCD";
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  ASSERT_GT(fd, 0);
+  {
+    TcdFileWriter writer(fd);
+    writer.WriteRecord(Punch(1));
+    writer.CloseWriter();
+    writer.CloseWriter();
+  }
+  EXPECT_EQ(::write(fd, "x", 1), 1) << "the caller's descriptor must still be open";
+  EXPECT_EQ(::close(fd), 0);
+
+  TcdFileWriter own(path, true);
+  own.CloseWriter();
+  EXPECT_EQ(own.Handle(), 0);
+  EXPECT_NO_THROW(own.CloseWriter());
+  EXPECT_THROW(own.WriteRecord(Punch(1)), core::InvalidOperationException);
+}
+
+TEST(TcdFilesTest, ReaderLineRules) {
+  test::TempDir dir;
+  const auto path = dir.path() / "mixed.TCD";
+  core::WriteFileAtomically(path,
+                            "\"1\",\"2\",\"3\",\"\",\"a,b\",\"\",\"\",\"I\",\"11/13/2009\","
+                            "\"13:55\",\"\",\"\",\"\",\"\"\r\n"
+                            "\r\n"
+                            "1,2,3\r\n"
+                            "1,2,AB,4,,,,O,2009/1/2,9pm,,,x,\n"
+                            "1,2,3,2000000000,,,,I,,,,,,\r\n"
+                            "1,5,6,,,,,I,,,,,,");
+  TcdFileReader reader(path);
+  ASSERT_TRUE(reader.Read());
+  EXPECT_EQ(reader.Record()->JobNumber(), "a,b");
+  EXPECT_EQ(reader.Record()->DateIn(), D(2009, 11, 13));
+  EXPECT_EQ(reader.LineNumber(), 1);
+  EXPECT_THROW(reader.Read(), core::FormatException);
+  EXPECT_EQ(reader.LineNumber(), 3) << "blank line skipped, short line named";
+  EXPECT_EQ(reader.Line(), "1,2,3");
+  ASSERT_TRUE(reader.Read());
+  // No keypad conversion on this path: a letter badge reads as 0.
+  EXPECT_EQ(reader.Record()->BadgeId(), 0);
+  EXPECT_EQ(reader.Record()->Department(), 4);
+  EXPECT_EQ(reader.Record()->TimeIn(), T(21, 0));
+  EXPECT_FALSE(reader.Record()->Amount());
+  EXPECT_THROW(reader.Read(), core::ArgumentException);
+  EXPECT_EQ(reader.LineNumber(), 5);
+  ASSERT_TRUE(reader.Read());
+  EXPECT_EQ(reader.Record()->SequenceNumber(), 5);
+  EXPECT_FALSE(reader.Read());
+}
+
+TEST(TcdFilesTest, EmptyAndMissingFiles) {
+  test::TempDir dir;
+  core::WriteFileAtomically(dir.path() / "empty.TCD", "");
+  TcdFileReader reader(dir.path() / "empty.TCD");
+  EXPECT_FALSE(reader.Read());
+  EXPECT_FALSE(reader.Record().has_value());
+  EXPECT_THROW(TcdFileReader(dir.path() / "none.TCD"), core::SystemError);
+  EXPECT_THROW(TcdFileWriter(dir.path() / "no" / "dir.TCD", false), core::SystemError);
+}
+
+TEST(TcdFilesTest, CopierWithAndWithoutOverrides) {
+  test::TempDir dir;
+  const auto path = dir.path() / "c.TCD";
+  {
+    TcdFileWriter writer(path, false);
+    writer.WriteRecord(TcdRecord("1", 1, 77, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {},
+                                 ""));
+    writer.WriteRecord(TcdRecord("1", 2, 77, std::nullopt, "", "", "", "O", {}, {}, {}, {}, {},
+                                 ""));
+    writer.WriteRecord(TcdRecord("1", 3, 78, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {},
+                                 ""));
+  }
+  {
+    TcdFileReader reader(path);
+    MemoryWriter out;
+    CountingListener listener;
+    TcdCopier copier(reader, out);
+    copier.SetUpdateListener(&listener);
+    copier.Copy();
+    EXPECT_EQ(copier.CopyCount(), 3);
+    EXPECT_EQ(listener.counts, (std::vector<int32_t>{1, 2, 3}));
+    EXPECT_FALSE(out.closed) << "the copier closes neither side";
+    for (const auto& r : out.records) EXPECT_FALSE(r.Department());
+  }
+  EmployeeInfoMap employees;
+  employees.Add({77, 12, "task"});
+  ParameterOverride settings;
+  settings.LoadText("assignhomedept = yes\nassigndefaultjob = on\n");
+  TcdRecordOverrideService service(employees, settings);
+  TcdFileReader reader(path);
+  MemoryWriter out;
+  TcdCopier copier(reader, out);
+  copier.SetOverrideService(&service);
+  copier.Copy();
+  ASSERT_EQ(out.records.size(), 3u);
+  EXPECT_EQ(out.records[0].Department(), 12);
+  EXPECT_EQ(out.records[0].JobNumber(), "task");
+  EXPECT_FALSE(out.records[1].Department()) << "an out punch gets no home department";
+  EXPECT_FALSE(out.records[2].Department()) << "unknown badge";
+}
+
+TEST(TcdFilesTest, ArchiveNamesAndAppends) {
+  test::TempDir dir;
+  EXPECT_EQ(DailyArchivePath(dir.path(), D(2009, 2, 1)).filename(), "0201000A.TCD");
+  EXPECT_EQ(DailyArchivePath(dir.path(), D(2009, 12, 31)).filename(), "1231000A.TCD");
+  EXPECT_EQ(PermanentArchivePath(dir.path(), "CLOCK1").filename(), "CLOCK1.arc");
+
+  Company company;
+  company.Initialize("Acme", {}, "CLOCK1", "acme", D(2009, 1, 1), "weekly", {}, 0, dir.path());
+  EXPECT_THROW(
+      {
+        try {
+          TcdArchiveWriter(company, D(2009, 2, 1));
+        } catch (const core::SystemError& e) {
+          EXPECT_NE(std::string(e.what()).find("Couldn't open daily archive file."),
+                    std::string::npos)
+              << e.what();
+          throw;
+        }
+      },
+      core::SystemError);
+  std::filesystem::create_directory(dir.path() / "acme");
+  for (int call = 0; call < 2; ++call) {
+    TcdArchiveWriter archive(company, D(2009, 2, 1));
+    archive.WriteRecord(Punch(call + 1));
+    archive.Sync();
+  }
+  for (const char* name : {"0201000A.TCD", "CLOCK1.arc"}) {
+    TcdFileReader reader(dir.path() / "acme" / name);
+    int n = 0;
+    while (reader.Read()) ++n;
+    EXPECT_EQ(n, 2) << name << " collects both calls";
+  }
+}
+
+}  // namespace
+}  // namespace clockcomm::records

@@ -1,0 +1,220 @@
+#include "records/tcd_record.h"
+
+#include <gtest/gtest.h>
+
+#include "core/errors.h"
+#include "records/tcd_record_static.h"
+
+namespace clockcomm::records {
+namespace {
+
+core::Date D(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
+core::TimeOfDay T(int h, int n, int s = 0) { return *core::TimeOfDay::FromHms(h, n, s); }
+
+TcdRecord Sample() {
+  return TcdRecord("999", 1, 2, 3, "work", "level4", "level5", "I", std::nullopt, std::nullopt,
+                   D(2009, 1, 1), T(8, 30), 6.0f, "7");
+}
+
+TEST(TcdRecordTest, DepartmentRules) {
+  struct Case {
+    const char* text;
+    std::optional<int32_t> expected;
+    bool throws;
+  };
+  const Case cases[] = {
+      {"1234", 1234, false}, {"abc", std::nullopt, false}, {"", std::nullopt, false},
+      {"0", 0, false},       {"999999999", 999999999, false}, {"-1", std::nullopt, true},
+      {"1000000000", std::nullopt, true}, {"1e20", std::nullopt, true},
+  };
+  for (const auto& c : cases) {
+    TcdRecord r;
+    r.SetDepartment(42);
+    if (c.throws) {
+      try {
+        r.SetDepartmentText(c.text);
+        ADD_FAILURE() << c.text << " was accepted";
+      } catch (const core::ArgumentException& e) {
+        EXPECT_STREQ(e.what(), "Department must be between 0 and 999999999.");
+        EXPECT_EQ(r.Department(), 42) << "old value must stay for " << c.text;
+      }
+    } else {
+      r.SetDepartmentText(c.text);
+      EXPECT_EQ(r.Department(), c.expected) << c.text;
+    }
+  }
+  // The constructor applies the range check too.
+  EXPECT_THROW(TcdRecord("1", 1, 1, -5, "", "", "", "I", {}, {}, {}, {}, {}, ""),
+               core::ArgumentException);
+}
+
+TEST(TcdRecordTest, JobNumberLengthOnlyCheckedBySetter) {
+  TcdRecord r;
+  r.SetJobNumber("1234567890123");
+  EXPECT_EQ(r.JobNumber(), "1234567890123");
+  try {
+    r.SetJobNumber("12345678901234");
+    FAIL() << "14 characters accepted";
+  } catch (const core::ArgumentException& e) {
+    EXPECT_STREQ(e.what(), "JobNumber cannot exceed 13 characters.");
+  }
+  EXPECT_EQ(r.JobNumber(), "1234567890123");
+  TcdRecord built("1", 1, 1, std::nullopt, "  12345678901234  ", "", "", "I", {}, {}, {}, {}, {},
+                  "");
+  EXPECT_EQ(built.JobNumber(), "12345678901234");
+}
+
+TEST(TcdRecordTest, NewRecordAndTextSetters) {
+  TcdRecord r;
+  EXPECT_FALSE(r.DateIn() || r.TimeIn() || r.DateOut() || r.Timeout() || r.Amount() ||
+               r.Department());
+  r.SetAmountText("");
+  EXPECT_FALSE(r.Amount());
+  r.SetAmountText("2.5");
+  EXPECT_EQ(r.Amount(), 2.5f);
+  r.SetDateInText("1/1/2008");
+  EXPECT_EQ(r.DateIn(), D(2008, 1, 1));
+  r.SetTimeInText("15:30");
+  EXPECT_EQ(r.TimeIn(), T(15, 30));
+  r.SetDateInText("not a date");
+  EXPECT_FALSE(r.DateIn());
+  r.SetTimeInText("xx");
+  EXPECT_FALSE(r.TimeIn());
+  TcdRecord trimmed(" 99 ", 1, 1, std::nullopt, " j ", " a ", " b ", " LO ", {}, {}, {}, {}, {},
+                    " c ");
+  EXPECT_EQ(trimmed.ClockNumber(), "99");
+  EXPECT_EQ(trimmed.PunchType(), "LO");
+  EXPECT_EQ(trimmed.Level4() + trimmed.Level5() + trimmed.PunchClass(), "abc");
+}
+
+TEST(TcdRecordTest, EqualsComparesEveryFieldAndNulls) {
+  const TcdRecord base = Sample();
+  EXPECT_TRUE(base.Equals(Sample()));
+  TcdRecord with_seconds = Sample();
+  with_seconds.SetIncludeSeconds(true);
+  EXPECT_TRUE(base.Equals(with_seconds)) << "IncludeSeconds is not compared";
+
+  using Mutation = void (*)(TcdRecord&);
+  const Mutation mutations[] = {
+      [](TcdRecord& r) { r.SetBadgeId(3); },
+      [](TcdRecord& r) { r.SetPunchType("O"); },
+      [](TcdRecord& r) { r.SetTimeIn(T(1, 0)); },
+      [](TcdRecord& r) { r.SetTimeout(T(8, 30, 1)); },
+      [](TcdRecord& r) { r.SetDateIn(D(2009, 1, 1)); },
+      [](TcdRecord& r) { r.SetDateOut(std::nullopt); },
+      [](TcdRecord& r) { r.SetDepartment(std::nullopt); },
+      [](TcdRecord& r) { r.SetJobNumber("Work"); },
+      [](TcdRecord& r) { r.SetClockNumber("998"); },
+      [](TcdRecord& r) { r.SetSequenceNumber(2); },
+      [](TcdRecord& r) { r.SetLevel4("x"); },
+      [](TcdRecord& r) { r.SetLevel5("x"); },
+      [](TcdRecord& r) { r.SetAmount(6.5f); },
+      [](TcdRecord& r) { r.SetAmount(std::nullopt); },
+      [](TcdRecord& r) { r.SetPunchClass("8"); },
+  };
+  int i = 0;
+  for (auto mutate : mutations) {
+    TcdRecord other = Sample();
+    mutate(other);
+    EXPECT_FALSE(base.Equals(other)) << "mutation " << i;
+    EXPECT_FALSE(other.Equals(base)) << "mutation " << i;
+    ++i;
+  }
+  TcdRecord a = Sample(), b = Sample();
+  a.SetDepartment(std::nullopt);
+  b.SetDepartment(std::nullopt);
+  EXPECT_TRUE(a.Equals(b));
+}
+
+TEST(TcdRecordTest, ToTcdStringForms) {
+  TcdRecord r = Sample();
+  EXPECT_EQ(r.ToTcdString(0), "999,1,2,3,work,level4,level5,I,,,2009/1/1,08:30,6,7");
+  EXPECT_EQ(r.ToTcdString(1),
+            "\"999\",\"1\",\"2\",\"3\",\"work\",\"level4\",\"level5\",\"I\",\"\",\"\","
+            "\"2009/1/1\",\"08:30\",\"6\",\"7\"");
+  EXPECT_EQ(r.ToTcdString(2), r.ToTcdString(0)) << "only 1 means quoted";
+  r.SetDepartment(std::nullopt);
+  r.SetAmount(12.3f);
+  r.SetSequenceNumber(-4);
+  r.SetTimeout(T(8, 30, 15));
+  EXPECT_EQ(r.ToTcdString(0), "999,-4,2,,work,level4,level5,I,,,2009/1/1,08:30,12.3,7");
+  r.SetIncludeSeconds(true);
+  EXPECT_EQ(r.ToTcdString(0), "999,-4,2,,work,level4,level5,I,,,2009/1/1,08:30:15,12.3,7");
+}
+
+TEST(TcdRecordStaticTest, ConvertLettersToNumbers) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"123-", "1230"},
+      {"AB-1", "2201"},
+      {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "22233344455566671778889991"},
+      {"abc", ""},
+      {"1 2.3", "10213"},
+      {"#*/", ""},
+      {"", ""},
+  };
+  for (const auto& [in, out] : cases) {
+    EXPECT_EQ(TcdRecordStatic::ConvertLettersToNumbers(in), out) << in;
+  }
+}
+
+TEST(TcdRecordStaticTest, ParseLineForms) {
+  struct Case {
+    const char* legend;
+    const char* line;
+    TcdRecord expected;
+  };
+  const Case cases[] = {
+      {"six-digit date, four-digit time", "999,1,2,3,job,,,I,091020,1224,,,,1",
+       TcdRecord("999", 1, 2, 3, "job", "", "", "I", D(2009, 10, 20), T(12, 24), std::nullopt,
+                 std::nullopt, std::nullopt, "1")},
+      {"month/day/year, am and pm times", "999,1,2,3,job,,,C,1/2/2008,8:30am,1/2/2008,9pm,,1",
+       TcdRecord("999", 1, 2, 3, "job", "", "", "C", D(2008, 1, 2), T(8, 30), D(2008, 1, 2),
+                 T(21, 0), std::nullopt, "1")},
+      {"empty department", "999,1,2,,job,,,C,1/2/2008,8:30am,1/2/2008,9pm,,1",
+       TcdRecord("999", 1, 2, std::nullopt, "job", "", "", "C", D(2008, 1, 2), T(8, 30),
+                 D(2008, 1, 2), T(21, 0), std::nullopt, "1")},
+      {"letters in department", "999,1,2,AB,job,,,I,,,,,,1",
+       TcdRecord("999", 1, 2, 22, "job", "", "", "I", {}, {}, {}, {}, {}, "1")},
+      {"letters in badge", "999,1,A1,,,,,I,,,,,,",
+       TcdRecord("999", 1, 21, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {}, "")},
+      {"fully quoted", "\"1\",\"\",\"111\",\"\",\"\",\"\",\"\",\"I\",\"11/13/2009\",\"13:55\","
+                       "\"\",\"\",\"\",\"\"",
+       TcdRecord("1", 0, 111, std::nullopt, "", "", "", "I", D(2009, 11, 13), T(13, 55), {}, {},
+                 {}, "")},
+      {"out date and amount", "999,1,2,,work,level4,level5,I,,,1/1/2009,08:30,6,7",
+       TcdRecord("999", 1, 2, std::nullopt, "work", "level4", "level5", "I", {}, {},
+                 D(2009, 1, 1), T(8, 30), 6.0f, "7")},
+      {"writer's own form", "999,5,1234,3,work,,,I,2009/10/20,12:24,,,,",
+       TcdRecord("999", 5, 1234, 3, "work", "", "", "I", D(2009, 10, 20), T(12, 24), {}, {}, {},
+                 "")},
+      {"extra fields ignored, leading numbers", " 7 ,12x,34abc,,,,,O,,,,,abc,,extra,more",
+       TcdRecord("7", 12, 34, std::nullopt, "", "", "", "O", {}, {}, {}, {}, {}, "")},
+      {"bad six-digit date and odd times are null", "1,1,1,,,,,I,091340,2561,13/45/2009,12345,,",
+       TcdRecord("1", 1, 1, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {}, "")},
+  };
+  for (const auto& c : cases) {
+    TcdRecord got = TcdRecordStatic::Parse(c.line);
+    EXPECT_TRUE(got.Equals(c.expected))
+        << c.legend << "\n  got      " << got.ToTcdString(0) << "\n  expected "
+        << c.expected.ToTcdString(0);
+    EXPECT_FALSE(got.IncludeSeconds());
+  }
+}
+
+TEST(TcdRecordStaticTest, ParseRejectsShortLinesAndBadDepartments) {
+  EXPECT_THROW(TcdRecordStatic::Parse("999,1,2,3,job,,,I,091020,1224,,,"),
+               core::IndexOutOfRangeException);
+  EXPECT_THROW(TcdRecordStatic::Parse(""), core::IndexOutOfRangeException);
+  EXPECT_THROW(TcdRecordStatic::Parse("1,1,1,ZZZZZZZZZZ,,,,I,,,,,,"), core::ArgumentException);
+}
+
+TEST(TcdRecordStaticTest, WrittenLineParsesBack) {
+  TcdRecord r = Sample();
+  r.SetTimeIn(T(23, 59));
+  r.SetDateIn(D(2029, 12, 31));
+  EXPECT_TRUE(TcdRecordStatic::Parse(r.ToTcdString(1)).Equals(r));
+  EXPECT_TRUE(TcdRecordStatic::Parse(r.ToTcdString(0)).Equals(r));
+}
+
+}  // namespace
+}  // namespace clockcomm::records
