@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "app/commands.h"
-#include "core/durable_file.h"
 #include "core/date_time.h"
+#include "core/durable_file.h"
 #include "core/errors.h"
 #include "core/text.h"
 #include "db/schema.h"
@@ -205,8 +205,7 @@ void RegisterSetupCommands(CLI::App& app, const GlobalOptions& options) {
       ->callback([&options] { RunSettingsShow(options); });
   CLI::App* set = settings->add_subcommand(
       "set", "Change settings: key=value ... (" +
-                 core::Join({shell::kSettingKeys.begin(), shell::kSettingKeys.end()}, ", ") +
-                 ")");
+                 core::Join({shell::kSettingKeys.begin(), shell::kSettingKeys.end()}, ", ") + ")");
   auto assignments = std::make_shared<std::vector<std::string>>();
   set->add_option("assignments", *assignments, "key=value pairs")->required();
   set->callback([&options, assignments] { RunSettingsSet(options, *assignments); });

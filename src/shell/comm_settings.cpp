@@ -1,7 +1,8 @@
 #include "shell/comm_settings.h"
 
-#include <cmath>
 #include <fmt/format.h>
+
+#include <cmath>
 
 #include "core/date_time.h"
 #include "core/durable_file.h"
@@ -22,8 +23,9 @@ constexpr int kMaxCommPort = 256;
 int IntIn(std::string_view key, std::string_view value, int low, int high) {
   std::optional<int> n = core::ParseInt(value);
   if (!n || *n < low || *n > high) {
-    Refuse(key, value, high == INT32_MAX ? fmt::format("a whole number of at least {}", low)
-                                         : fmt::format("a whole number from {} to {}", low, high));
+    Refuse(key, value,
+           high == INT32_MAX ? fmt::format("a whole number of at least {}", low)
+                             : fmt::format("a whole number from {} to {}", low, high));
   }
   return *n;
 }
@@ -34,7 +36,8 @@ std::string TimeOrNone(std::string_view key, std::string_view value) {
   if (text.empty() || core::EqualsIgnoreCase(text, kNoTime)) return kNoTime;
   // A text with a date in it is not a time of day.
   std::optional<core::DateTime> parsed = core::ParseDateTime(text);
-  if (!parsed || parsed->GetDate() != core::Date()) Refuse(key, value, "a time such as 08:30 or NONE");
+  if (!parsed || parsed->GetDate() != core::Date())
+    Refuse(key, value, "a time such as 08:30 or NONE");
   return parsed->GetTime().Format(core::kFormatHourMinute);
 }
 
@@ -54,7 +57,8 @@ bool Boolean(std::string_view key, std::string_view value) {
 }
 
 void RequireTerminalCount(int count) {
-  if (count < 1 || count > 96) throw core::ArgumentException(kTerminalCountMessage, "terminal_count");
+  if (count < 1 || count > 96)
+    throw core::ArgumentException(kTerminalCountMessage, "terminal_count");
 }
 
 std::string Quoted(const std::string& s) { return "\"" + s + "\""; }
@@ -119,8 +123,9 @@ void ApplySetting(CommSettings& s, std::string_view key, std::string_view value)
         return;
       }
     }
-    Refuse(key, value, "one of \"" + core::Join({kExportFormats.begin(), kExportFormats.end()},
-                                                "\", \"") + "\"");
+    Refuse(
+        key, value,
+        "one of \"" + core::Join({kExportFormats.begin(), kExportFormats.end()}, "\", \"") + "\"");
   } else if (key == "response_wait") {
     s.response_wait = IntIn(key, value, 0, INT32_MAX);
   } else if (key == "second_pause") {
@@ -189,7 +194,9 @@ std::string DescribeCommSettings(const CommSettings& s) {
   return text;
 }
 
-fs::path ParameterFilePath(const fs::path& program_folder) { return program_folder / kParameterFile; }
+fs::path ParameterFilePath(const fs::path& program_folder) {
+  return program_folder / kParameterFile;
+}
 
 ParameterFileError::ParameterFileError(const core::SystemError& cause, const fs::path& file)
     : core::Error("System Error " + std::to_string(cause.Number()) + ": " + cause.Description() +

@@ -24,23 +24,22 @@ inline constexpr std::array<const char*, 6> kExportFormats = {
     "Lorvanette 2000", "ASCII BR/PD Format", "NONE"};
 // The terminal types, in list order; the stored number is the position + 1.
 inline constexpr std::array<const char*, 11> kTerminalTypes = {
-    "ZON / Tranz",    "Fingerprint",  "Proximity",       "HandPunch",
-    "Mobility",       "D-Series",     "ATS E-Series",    "ATS CyberSeries",
-    "ATS Prodigy",    "ATS Maximus",  "ATS Optimus"};
+    "ZON / Tranz",  "Fingerprint",     "Proximity",   "HandPunch",   "Mobility",   "D-Series",
+    "ATS E-Series", "ATS CyberSeries", "ATS Prodigy", "ATS Maximus", "ATS Optimus"};
 
 struct CommSettings {
-  int comm_port = 1;                          // 1-based
-  int connection_type = 2;                    // 1 Modem, 2 Serial, 3 LAN
-  int auto_start_mode = 1;                    // 1 none
-  std::string begin_time = kNoTime;           // "HH:nn", or "NONE"
-  std::string end_time = kNoTime;             // "HH:nn", or "NONE"
+  int comm_port = 1;                 // 1-based
+  int connection_type = 2;           // 1 Modem, 2 Serial, 3 LAN
+  int auto_start_mode = 1;           // 1 none
+  std::string begin_time = kNoTime;  // "HH:nn", or "NONE"
+  std::string end_time = kNoTime;    // "HH:nn", or "NONE"
   std::string modem_init = kDefaultModemInit;
   std::string export_format = "Clockwyn 3.0";
-  int response_wait = 3;                      // seconds (PauseSec)
-  int second_pause = 1;                       // seconds between two tries of one step
-  std::string program_folder;                 // the folder of the parameter file
-  int terminal_count = 1;                     // 1..96
-  int terminal_type = 1;                      // 1 "ZON / Tranz"
+  int response_wait = 3;       // seconds (PauseSec)
+  int second_pause = 1;        // seconds between two tries of one step
+  std::string program_folder;  // the folder of the parameter file
+  int terminal_count = 1;      // 1..96
+  int terminal_type = 1;       // 1 "ZON / Tranz"
   double lan_delay_ms = 0;
   bool auto_shutdown = false;
 
@@ -49,9 +48,9 @@ struct CommSettings {
 
 // The setting names of `settings set`, in file order.
 inline constexpr std::array<const char*, 14> kSettingKeys = {
-    "comm_port",     "connection_type", "auto_start_mode", "begin_time",    "end_time",
-    "modem_init",    "export_format",   "response_wait",   "second_pause",  "program_folder",
-    "terminal_count", "terminal_type",  "lan_delay_ms",    "auto_shutdown"};
+    "comm_port",      "connection_type", "auto_start_mode", "begin_time",   "end_time",
+    "modem_init",     "export_format",   "response_wait",   "second_pause", "program_folder",
+    "terminal_count", "terminal_type",   "lan_delay_ms",    "auto_shutdown"};
 
 // "Modem", "Serial" or "LAN" for 1, 2, 3; empty otherwise.
 std::string ConnectionTypeName(int connection_type);

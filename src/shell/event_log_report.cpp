@@ -29,8 +29,8 @@ std::vector<std::string> EntryLines(const EventLogEntry& e) {
 
 std::string FormatEventLogReport(const std::vector<EventLogEntry>& entries, const core::Date& from,
                                  const core::Date& to, int lines_per_page) {
-  const std::string period = "For Period " + from.Format(core::kFormatSqlDate) + " to " +
-                             to.Format(core::kFormatSqlDate);
+  const std::string period =
+      "For Period " + from.Format(core::kFormatSqlDate) + " to " + to.Format(core::kFormatSqlDate);
   std::string out;
   int page = 0;
   int used = lines_per_page;  // forces the first heading

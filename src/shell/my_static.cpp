@@ -33,7 +33,8 @@ fs::path ResolveProgramFolder(const std::string& home_option) {
 }
 
 MyPaths::MyPaths(fs::path program_directory, fs::path data_directory)
-    : program_directory_(std::move(program_directory)), data_directory_(std::move(data_directory)) {}
+    : program_directory_(std::move(program_directory)),
+      data_directory_(std::move(data_directory)) {}
 
 fs::path MyPaths::ClockwynDatabase() const { return data_directory_ / db::kProductDatabaseFile; }
 fs::path MyPaths::CompanyRegistryDatabase() const {
@@ -66,9 +67,8 @@ MyPaths MyStatic::Paths() const {
   fs::path program = install_.ProgramDirectory().empty()
                          ? fs::path(install_.WorkingDirectory())
                          : Under(install_.WorkingDirectory(), install_.ProgramDirectory());
-  fs::path data = install_.DataDirectory().empty()
-                      ? program / kDefaultDataFolder
-                      : Under(program, install_.DataDirectory());
+  fs::path data = install_.DataDirectory().empty() ? program / kDefaultDataFolder
+                                                   : Under(program, install_.DataDirectory());
   return MyPaths(std::move(program), std::move(data));
 }
 

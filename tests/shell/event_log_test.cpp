@@ -43,11 +43,10 @@ TEST(EventLogTest, PeriodRunsFromStartOfFirstDayToEndOfLastDayInclusive) {
   test::TempDir dir;
   auto log = EventLog::Open(dir.path() / "TCLOG.db");
   const core::DateTime times[] = {
-      At(2009, 10, 19, 23, 59, 59),  // before
-      At(2009, 10, 20, 0, 0, 0),     // first second of the period
-      At(2009, 10, 21, 12, 0, 0),
-      At(2009, 10, 22, 23, 59, 59),  // last second of the period
-      At(2009, 10, 23, 0, 0, 0),     // after
+      At(2009, 10, 19, 23, 59, 59),                                // before
+      At(2009, 10, 20, 0, 0, 0),                                   // first second of the period
+      At(2009, 10, 21, 12, 0, 0),   At(2009, 10, 22, 23, 59, 59),  // last second of the period
+      At(2009, 10, 23, 0, 0, 0),                                   // after
   };
   for (const auto& t : times) log->Write(t, "", 0, "Tick", t.ToString());
   auto rows = log->Entries(Day(2009, 10, 20), Day(2009, 10, 22));
@@ -108,8 +107,8 @@ TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
   }
   EXPECT_EQ(seen.size(), size_t{kThreads * kEach});
   EXPECT_EQ(rows.back().clock_name, "");
-  const std::string line0 = core::ReadWholeFile(paths.DebugLogDirectory() /
-                                                "Line 0 Debug Log - 2009-10-20.log");
+  const std::string line0 =
+      core::ReadWholeFile(paths.DebugLogDirectory() / "Line 0 Debug Log - 2009-10-20.log");
   EXPECT_EQ(line0.size(), kEach * std::string("08:00:00 - tick\r\n").size());
 }
 

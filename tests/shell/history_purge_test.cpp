@@ -19,13 +19,13 @@ TEST(HistoryPurgeTest, AgeFromTheNameWithTheFixedYearEndRule) {
     core::Date today;
     std::optional<int> age;
   } cases[] = {
-      {"0102000A.TCD", Day(2010, 3, 15), 72},    // same year, common year
-      {"1231001.TCD", Day(2010, 2, 28), 60},     // last year: -306 + 366, kept
-      {"1231001.TCD", Day(2010, 3, 1), 61},      // one day later, deleted
-      {"1231001.TCD", Day(2008, 3, 1), 61},      // leap year: -305 + 366, the true age
-      {"0315.TCD", Day(2010, 3, 15), 0},         // today
-      {"0316.TCD", Day(2010, 3, 15), 365},       // tomorrow's date: a year ago, by the rule
-      {"0229.TCD", Day(2010, 3, 31), 30},        // no 29 Feb in 2010: taken as 1 March
+      {"0102000A.TCD", Day(2010, 3, 15), 72},  // same year, common year
+      {"1231001.TCD", Day(2010, 2, 28), 60},   // last year: -306 + 366, kept
+      {"1231001.TCD", Day(2010, 3, 1), 61},    // one day later, deleted
+      {"1231001.TCD", Day(2008, 3, 1), 61},    // leap year: -305 + 366, the true age
+      {"0315.TCD", Day(2010, 3, 15), 0},       // today
+      {"0316.TCD", Day(2010, 3, 15), 365},     // tomorrow's date: a year ago, by the rule
+      {"0229.TCD", Day(2010, 3, 31), 30},      // no 29 Feb in 2010: taken as 1 March
       {"1301.TCD", Day(2010, 3, 15), std::nullopt},
       {"0100.TCD", Day(2010, 3, 15), std::nullopt},
       {"ab01.TCD", Day(2010, 3, 15), std::nullopt},
@@ -46,8 +46,8 @@ class RecordingSink : public core::LogSink {
 
 TEST(HistoryPurgeTest, DeletesOldTcdFilesOnlyAndLogsBothLines) {
   test::TempDir dir;
-  for (const char* name : {"0102000A.TCD", "1231001.TCD", "0301002.tcd", "0102000A.arc",
-                           "notes.TCD", "0310004.TCD"}) {
+  for (const char* name :
+       {"0102000A.TCD", "1231001.TCD", "0301002.tcd", "0102000A.arc", "notes.TCD", "0310004.TCD"}) {
     std::ofstream(dir.path() / name) << "x";
   }
   core::ManualClock clock(*core::DateTime::FromParts(2010, 3, 15, 9, 30));

@@ -19,7 +19,8 @@ struct Result {
   std::string err;
 };
 
-Result RunClockcomm(const test::TempDir& tmp, const std::string& args, const std::string& input = "") {
+Result RunClockcomm(const test::TempDir& tmp, const std::string& args,
+                    const std::string& input = "") {
   const std::string out_file = (tmp.path() / "stdout.txt").string();
   const std::string err_file = (tmp.path() / "stderr.txt").string();
   const std::string in_file = (tmp.path() / "stdin.txt").string();
@@ -27,8 +28,8 @@ Result RunClockcomm(const test::TempDir& tmp, const std::string& args, const std
   std::fputs(input.c_str(), in);
   std::fclose(in);
   const std::string command = std::string(CLOCKCOMM_BINARY_DIR "/clockcomm --home '") +
-                              (tmp.path() / "home").string() + "' " + args + " <" + in_file +
-                              " >" + out_file + " 2>" + err_file;
+                              (tmp.path() / "home").string() + "' " + args + " <" + in_file + " >" +
+                              out_file + " 2>" + err_file;
   const int status = std::system(command.c_str());
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, core::ReadWholeFile(out_file),
           core::ReadWholeFile(err_file)};
@@ -59,7 +60,8 @@ TEST(SetupCommandsTest, InitThenShowThenSetWithValidation) {
   EXPECT_EQ(r.err, "Please enter a value between 1 and 96 for Terminal Count\n");
   EXPECT_EQ(core::ReadWholeFile(home / "clockcomm.dta"), before);
 
-  r = RunClockcomm(tmp, "settings set comm_port=3 connection_type=LAN begin_time=7:00am end_time=18:00");
+  r = RunClockcomm(tmp,
+                   "settings set comm_port=3 connection_type=LAN begin_time=7:00am end_time=18:00");
   ASSERT_EQ(r.exit_code, 0) << r.err;
   EXPECT_EQ(r.out,
             "Communications set for: Comm Port 3, LAN, starting at 07:00, ending at 18:00.\n");

@@ -47,12 +47,12 @@ TEST(TextLogsTest, NewDayFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
   test::TempDir dir;
   const fs::path folder = dir.path();
   // Today is 2010-01-10: 60 days before is 2009-11-11, which is kept.
-  Touch(folder / "Debug Log - 2009-11-10.log");     // 61 days: deleted
-  Touch(folder / "Debug Log - 2009-11-11.log");     // 60 days: kept
-  Touch(folder / "Debug Log - 2008-12-31.log");     // a year back: deleted
-  Touch(folder / "Screen Log - 2009-01-01.log");    // another log: left for its own purge
+  Touch(folder / "Debug Log - 2009-11-10.log");   // 61 days: deleted
+  Touch(folder / "Debug Log - 2009-11-11.log");   // 60 days: kept
+  Touch(folder / "Debug Log - 2008-12-31.log");   // a year back: deleted
+  Touch(folder / "Screen Log - 2009-01-01.log");  // another log: left for its own purge
   Touch(folder / "Clock 7 Debug Log - 2009-01-01.log");
-  Touch(folder / "Debug Log - notes.log");          // no date after the prefix: not ours
+  Touch(folder / "Debug Log - notes.log");  // no date after the prefix: not ours
   core::ManualClock clock(At(2010, 1, 10, 12));
   TextLogs logs(folder, clock);
   logs.WriteDebug({"x"});
