@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+
+#include "core/errors.h"
+#include "core/log_sink.h"
+#include "db/schema.h"
+#include "db/sqlite/sqlite_database.h"
+#include "records/company_factory.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::records {
+namespace {
+
+core::Date D(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
+core::DateTime DT(int y, int m, int d, int h = 0, int n = 0) {
+  return *core::DateTime::FromParts(y, m, d, h, n);
+}
+
+Company Make(const char* type, core::Date start, int custom_days = 0,
+             core::TimeOfDay start_time = {}) {
+  Company c;
+  c.Initialize("Acme", {}, "CLOCK1", "acme", start, type, start_time, custom_days, "/data");
+  return c;
+}
+
+TEST(CompanyTest, PayPeriodEndForEveryTypeAndMonthEdge) {
+  struct Case {
+    const char* type;
+    core::Date start;
+    int custom_days;
+    core::Date last_day;
+  };
+  const Case cases[] = {
+      {"weekly", D(2009, 12, 28), 0, D(2010, 1, 3)},
+      {"Weekly", D(2009, 1, 1), 0, D(2009, 1, 7)},
+      {"biweekly", D(2009, 1, 2), 0, D(2009, 1, 15)},
+      {"biweekly", D(2008, 2, 20), 0, D(2008, 3, 4)},
+      {"semimonthly", D(2009, 3, 1), 0, D(2009, 3, 15)},
+      {"semimonthly", D(2009, 3, 16), 0, D(2009, 3, 31)},
+      {"semimonthly", D(2009, 4, 16), 0, D(2009, 4, 30)},
+      {"semimonthly", D(2009, 2, 16), 0, D(2009, 2, 28)},
+      {"semimonthly", D(2008, 2, 16), 0, D(2008, 2, 29)},
+      {"semimonthly", D(2009, 12, 16), 0, D(2009, 12, 31)},
+      {"monthly", D(2009, 3, 1), 0, D(2009, 3, 31)},
+      {"monthly", D(2008, 2, 1), 0, D(2008, 2, 29)},
+      {"monthly", D(2009, 12, 1), 0, D(2009, 12, 31)},
+      {"monthly", D(2009, 1, 15), 0, D(2009, 2, 14)},
+      {"custom", D(2009, 1, 1), 10, D(2009, 1, 10)},
+      {"accrued custom", D(2009, 12, 30), 5, D(2010, 1, 3)},
+      {"CUSTOM", D(2009, 1, 1), 1, D(2009, 1, 1)},
+  };
+  for (const auto& c : cases) {
+    const Company company = Make(c.type, c.start, c.custom_days);
+    EXPECT_EQ(company.PayPeriodEnd(), core::DateTime(c.last_day, *core::TimeOfDay::FromHms(23, 59)))
+        << c.type << " from " << c.start.ToString();
+  }
+  EXPECT_THROW(Make("fortnightly", D(2009, 1, 1)).PayPeriodEnd(), core::ArgumentException);
+  EXPECT_THROW(Make("custom", D(2009, 1, 1), 0).PayPeriodEnd(), core::ArgumentException);
+}
+
+TEST(CompanyTest, StartAndEndDateTimesFollowTheStartTime) {
+  const Company midnight = Make("weekly", D(2009, 1, 1));
+  EXPECT_EQ(midnight.PayPeriodStartDateTime(), DT(2009, 1, 1));
+  EXPECT_EQ(midnight.PayPeriodEndDateTime(), DT(2009, 1, 7, 23, 59));
+  const Company six = Make("weekly", D(2009, 1, 1), 0, *core::TimeOfDay::FromHms(6, 0, 45));
+  EXPECT_EQ(six.TimeOfDayStart(), *core::TimeOfDay::FromHms(6, 0)) << "seconds dropped";
+  EXPECT_EQ(six.PayPeriodStartDateTime(), DT(2009, 1, 1, 6, 0));
+  EXPECT_EQ(six.PayPeriodEndDateTime(), DT(2009, 1, 8, 5, 59));
+}
+
+TEST(CompanyTest, ResyncMovesForwardOnly) {
+  Company c = Make("biweekly", D(2009, 1, 2));
+  EXPECT_EQ(c.PayPeriodEnd(), DT(2009, 1, 15, 23, 59));
+  c.ResyncPayPeriod(DT(2009, 1, 15, 23, 59));
+  EXPECT_EQ(c.PayPeriodStart(), D(2009, 1, 2)) << "the last minute is inside";
+  c.ResyncPayPeriod(DT(2009, 1, 16, 8, 0));
+  EXPECT_EQ(c.PayPeriodStart(), D(2009, 1, 16));
+  EXPECT_EQ(c.PayPeriodEnd(), DT(2009, 1, 29, 23, 59));
+  c.ResyncPayPeriod(DT(2008, 6, 1));
+  EXPECT_EQ(c.PayPeriodStart(), D(2009, 1, 16)) << "never backward";
+  c.ResyncPayPeriod(DT(2009, 3, 1, 12, 0));
+  EXPECT_EQ(c.PayPeriodStart(), D(2009, 2, 27)) << "several periods at once";
+
+  Company semi = Make("semimonthly", D(2009, 1, 16));
+  semi.ResyncPayPeriod(DT(2009, 3, 20));
+  EXPECT_EQ(semi.PayPeriodStart(), D(2009, 3, 16));
+  EXPECT_EQ(semi.PayPeriodEnd(), DT(2009, 3, 31, 23, 59));
+}
+
+TEST(CompanyFactoryTest, LoadsAndLooksUp) {
+  test::TempDir dir;
+  const auto path = dir.path() / "COMPANY3.db";
+  {
+    auto db = db::SqliteDatabase::Open(path, db::SqliteDatabase::Mode::kCreate);
+    db::CreateCompanyRegistrySchema(*db);
+    db->Execute(
+        "INSERT INTO Company ([Company], [Clock Name], [Clock Table Updated], [Directory], "
+        "[Current Start Date], [Pay Period Type], [Current Start Time], CustomDays) VALUES "
+        "('Acme', 'Front', '2009-10-19', 'acme', '2009-10-18', 'weekly', '07:30:10', 0), "
+        "('Bolt', 'Back', NULL, '/abs/bolt', '2009-10-01', 'monthly', NULL, 0), "
+        "('Bolt Two', 'BACK', NULL, 'b2', '2009-10-01', 'custom', NULL, 3), "
+        "('NoClock', '', NULL, 'nc', '2009-10-01', 'weekly', NULL, 0)");
+  }
+  core::NullLogSink log;
+  CompanyFactory factory(log, dir.path());
+  factory.Initialize(path);
+  EXPECT_EQ(factory.Count(), 4);
+  EXPECT_EQ(factory.DatabaseName(), path.string());
+
+  const Company acme = factory.GetCompany("Acme");
+  EXPECT_EQ(acme.ClockName(), "Front");
+  EXPECT_EQ(acme.ClockDataTableLastUpdated(), DT(2009, 10, 19));
+  EXPECT_EQ(acme.TimeOfDayStart(), *core::TimeOfDay::FromHms(7, 30));
+  EXPECT_EQ(acme.PayPeriodStart(), D(2009, 10, 18));
+  EXPECT_EQ(acme.ClockwynDatabaseFilename(), (dir.path() / "acme" / "Company.db").string());
+  EXPECT_EQ(factory.GetCompany("Bolt").ClockwynDatabaseFilename(), "/abs/bolt/Company.db");
+  EXPECT_EQ(factory.GetCompany("Bolt").ClockDataTableLastUpdated(), core::DateTime());
+
+  EXPECT_TRUE(factory.GetCompany("Nobody").IsEmpty());
+  ASSERT_TRUE(factory.GetCompanyByClockName("fRONT"));
+  EXPECT_EQ(factory.GetCompanyByClockName("fRONT")->Name(), "Acme");
+  EXPECT_EQ(factory.GetCompanyByClockName("back")->Name(), "Bolt") << "first in load order";
+  EXPECT_FALSE(factory.GetCompanyByClockName("Side"));
+  EXPECT_EQ(factory.GetClockList(), (std::vector<std::string>{"Front", "Back", "BACK"}));
+  EXPECT_EQ(factory.GetCompanyList().size(), 4u);
+
+  factory.Dispose();
+  EXPECT_EQ(factory.Count(), 0);
+  EXPECT_THROW(factory.Initialize(dir.path() / "missing.db"), CompanyRegistryNotFound);
+}
+
+}  // namespace
+}  // namespace clockcomm::records

@@ -1,0 +1,365 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "core/durable_file.h"
+#include "core/errors.h"
+#include "records/amount_column.h"
+#include "records/clock_file_transfer.h"
+#include "records/database_writer.h"
+#include "records/tcd_db_writer.h"
+#include "records/tcd_file_writer.h"
+#include "records/tcd_to_sql_formatter.h"
+#include "records/transfer_ledger.h"
+#include "transfer_fixture.h"
+
+namespace clockcomm::records {
+namespace {
+
+using test_support::TransferFixture;
+
+TEST(TcdToSqlFormatterTest, InsertTextForms) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"5,1234,3,work,,,I,091020,1224,,,,",
+       "INSERT INTO [Clock Data Table] (Punch, [Card ID], Department,JobNumber, Level4, Level5, "
+       "[Punch Type],[Date In],[Time In]) VALUES (5,1234, 3,\"work\",\"\",\"\",\"I\","
+       "#2009/10/20#,#12:24#);"},
+      {"5,1234,,work,,,I,10/20/2009,8:05am,,,,",
+       "INSERT INTO [Clock Data Table] (Punch, [Card ID],JobNumber, Level4, Level5, "
+       "[Punch Type],[Date In],[Time In]) VALUES (5,1234,\"work\",\"\",\"\",\"I\","
+       "#2009/10/20#,#08:05#);"},
+      {"\"6\",\"77\",\"\",\"\",\"l4\",\"l5\",\"C\",\"2009/1/2\",\"08:00\",\"2009/1/2\",\"17:30\","
+       "\"\",\"1\"",
+       "INSERT INTO [Clock Data Table] (Punch, [Card ID],JobNumber, Level4, Level5, "
+       "[Punch Type],[Date In],[Time In],[Date Out],[Time Out]) VALUES (6,77,\"\",\"l4\","
+       "\"l5\",\"C\",#2009/01/02#,#08:00#,#2009/01/02#,#17:30#);"},
+      {"7,88,,,,,T,,,,,12.5,",
+       "INSERT INTO [Clock Data Table] (Punch, [Card ID],JobNumber, Level4, Level5, "
+       "[Punch Type],Tips) VALUES (7,88,\"\",\"\",\"\",\"T\",12.5);"},
+      {"7,88,,,,,I,,,,,3,",
+       "INSERT INTO [Clock Data Table] (Punch, [Card ID],JobNumber, Level4, Level5, "
+       "[Punch Type],Quantity) VALUES (7,88,\"\",\"\",\"\",\"I\",3);"},
+      {"7,88,,,,,H,,,,,8,",
+       "INSERT INTO [Clock Data Table] (Punch, [Card ID],JobNumber, Level4, Level5, "
+       "[Punch Type],Holiday) VALUES (7,88,\"\",\"\",\"\",\"H\",8);"},
+  };
+  TcdToSqlFormatter formatter;
+  for (const auto& [line, sql] : cases) EXPECT_EQ(formatter.Format(line), sql) << line;
+
+  for (const char* bad : {"5,1234,3,work,,,I,091020,1224,,,", "5,1234,3,work,,,I,091020,1224,,,,,,"}) {
+    try {
+      formatter.Format(bad);
+      ADD_FAILURE() << bad;
+    } catch (const core::FormatException& e) {
+      EXPECT_STREQ(e.what(), "Invalid number of fields found. Requires 13.");
+    }
+  }
+  EXPECT_THROW(formatter.Format("5,1,,,,,I,not a date,,,,,"), core::FormatException);
+  EXPECT_THROW(formatter.Format("5,1,,,,,T,,,,,lots,"), core::FormatException);
+}
+
+TEST(TcdToSqlFormatterTest, StatementBindsWhatTheTextWrites) {
+  test::TempDir dir;
+  auto db = db::SqliteDatabase::Open(dir.path() / "c.db", db::SqliteDatabase::Mode::kCreate);
+  db::CreateCompanySchema(*db);
+  TcdToSqlFormatter formatter;
+  // A job text that would end the statement if it were pasted into SQL.
+  const auto st = formatter.ToStatement("5,1234,3,x'); DROP TABLE [Employee Table];--,,,T,"
+                                        "091020,1224,,,2.5,");
+  db->Execute(st.sql, st.params);
+  auto rs = db->Query("SELECT * FROM [Clock Data Table]");
+  ASSERT_EQ(rs.RecordCount(), 1u);
+  EXPECT_EQ(rs.Field("JobNumber").AsText(), "x'); DROP TABLE [Employee Table];--");
+  EXPECT_EQ(rs.Field("Date In").AsText(), "2009-10-20");
+  EXPECT_EQ(rs.Field("Time In").AsText(), "12:24:00");
+  EXPECT_DOUBLE_EQ(rs.Field("Tips").AsDouble(), 2.5);
+  EXPECT_TRUE(rs.Field("Quantity").IsNull());
+  EXPECT_TRUE(db->TableExists("Employee Table"));
+}
+
+TEST(AmountColumnTest, ByPunchType) {
+  const std::pair<const char*, const char*> exact[] = {
+      {"T", "Tips"},     {"A", "Advances"}, {"X", "Other"}, {"S", "Sick"},
+      {"V", "Vacation"}, {"P", "Personal"}, {"B", "Bonus"}, {"H", "Holiday"},
+      {"I", "Quantity"}, {"~", "Quantity"}, {"", "Quantity"}, {"SV", "Quantity"},
+      {"t", "Quantity"},
+  };
+  for (const auto& [type, column] : exact) EXPECT_STREQ(AmountColumnForPunchType(type), column);
+  EXPECT_STREQ(AmountColumnBySearch("SV"), "Sick") << "the text search finds a substring";
+  EXPECT_STREQ(AmountColumnBySearch("BO"), "Quantity");
+  EXPECT_STREQ(AmountColumnBySearch(""), "Quantity");
+}
+
+TEST(StampTest, TextsAndExecution) {
+  const auto today = *core::Date::FromYmd(2009, 3, 4);
+  EXPECT_EQ(DatabaseWriter::CompanyStampText(today),
+            "UPDATE CompanyInfoT SET CompanyInfoT.[Clock Table Updated] = #2009/03/04#;");
+  EXPECT_EQ(DatabaseWriter::RegistryStampText("Front", today),
+            "UPDATE COMPANY SET COMPANY.[Clock Table Updated] = #2009/03/04# WHERE "
+            "(((COMPANY.[Clock Name])=\"Front\"));");
+  TransferFixture f;
+  auto registry = db::SqliteDatabase::Open(f.registry_path);
+  EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "FRONT", today), 1);
+  EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "\" OR 1=1 --", today), 0);
+  EXPECT_EQ(f.LoadCompany().ClockDataTableLastUpdated().GetDate(), today);
+}
+
+TEST(TcdDbWriterTest, ColumnsAndAmounts) {
+  TransferFixture f;
+  auto db = f.OpenCompanyDb();
+  TcdDbWriter writer(*db);
+  const auto d = *core::Date::FromYmd(2009, 10, 20);
+  writer.WriteRecord(TcdRecord("1", 1, 10, 3, "job", "a", "b", "T", d,
+                               *core::TimeOfDay::FromHms(8, 1), {}, {}, 12.3f, "c"));
+  writer.WriteRecord(TcdRecord("1", 2, 11, {}, "", "", "", "I", {}, {}, {}, {}, 4.0f, ""));
+  writer.WriteRecord(TcdRecord("1", 3, 12, {}, "", "", "", "O", {}, {}, {}, {}, {}, ""));
+  writer.CloseWriter();
+  EXPECT_THROW(writer.WriteRecord(TcdRecord()), core::InvalidOperationException);
+  auto rs = db->Query("SELECT * FROM [Clock Data Table] ORDER BY Punch");
+  ASSERT_EQ(rs.RecordCount(), 3u);
+  EXPECT_EQ(rs.Field("Card ID").AsInt(), 10);
+  EXPECT_EQ(rs.Field("Department").AsInt(), 3);
+  EXPECT_EQ(rs.Field("Level5").AsText(), "b");
+  EXPECT_EQ(rs.Field("Time In").AsText(), "08:01:00");
+  EXPECT_DOUBLE_EQ(rs.Field("Tips").AsDouble(), 12.3);
+  EXPECT_TRUE(rs.Field("Quantity").IsNull());
+  rs.MoveNext();
+  EXPECT_TRUE(rs.Field("Department").IsNull());
+  EXPECT_DOUBLE_EQ(rs.Field("Quantity").AsDouble(), 4.0);
+  EXPECT_TRUE(rs.Field("Tips").IsNull());
+  rs.MoveNext();
+  for (const char* c : {"Tips", "Advances", "Other", "Sick", "Vacation", "Personal", "Bonus",
+                        "Holiday", "Quantity", "Date In", "Date Out"}) {
+    EXPECT_TRUE(rs.Field(c).IsNull()) << c;
+  }
+}
+
+TEST(ClockFileTransferTest, BothLineFormsGoInWithOverridesArchiveAndStamps) {
+  TransferFixture f;
+  f.OpenCompanyDb()->Execute(
+      "INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) "
+      "VALUES (1234, 44, 'task')");
+  core::WriteFileAtomically(f.dir.path() / "SettingsOverride.txt",
+                            "assignhomedept = yes\nassigndefaultjob = yes\n");
+  const auto file = f.dir.path() / "10210001.TCD";
+  core::WriteFileAtomically(
+      file,
+      "\"999\",\"1\",\"1234\",\"\",\"\",\"\",\"\",\"I\",\"2009/10/20\",\"08:00\",\"\",\"\","
+      "\"\",\"\"\r\n"
+      "999,2,1234,,,,,O,10/20/2009,17:15,,,,\r\n"
+      "999,3,1234,,,,,T,10/20/2009,17:15,,,12.5,\r\n"
+      "999,4,1234,5,mine,,,I,10/21/2009,8:00am,,,,\r\n");
+  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
+  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  EXPECT_EQ(result.records_in_file, 4);
+  EXPECT_EQ(result.inserted, 4);
+  EXPECT_EQ(result.rejected, 0);
+
+  auto db = f.OpenCompanyDb();
+  auto rs = db->Query("SELECT * FROM [Clock Data Table] ORDER BY Punch");
+  ASSERT_EQ(rs.RecordCount(), 4u);
+  EXPECT_EQ(rs.Field("Department").AsInt(), 44);
+  EXPECT_EQ(rs.Field("JobNumber").AsText(), "task");
+  EXPECT_EQ(rs.Field("Date In").AsText(), "2009-10-20");
+  EXPECT_EQ(rs.Field("Time In").AsText(), "08:00:00");
+  rs.MoveNext();  // the out punch lands in the out columns, with no assignment
+  EXPECT_TRUE(rs.Field("Date In").IsNull());
+  EXPECT_TRUE(rs.Field("Time In").IsNull());
+  EXPECT_EQ(rs.Field("Date Out").AsText(), "2009-10-20");
+  EXPECT_EQ(rs.Field("Time Out").AsText(), "17:15:00");
+  EXPECT_TRUE(rs.Field("Department").IsNull());
+  rs.MoveNext();
+  EXPECT_DOUBLE_EQ(rs.Field("Tips").AsDouble(), 12.5);
+  EXPECT_EQ(rs.Field("Department").AsInt(), 44);
+  rs.MoveNext();
+  EXPECT_EQ(rs.Field("Department").AsInt(), 5);
+  EXPECT_EQ(rs.Field("JobNumber").AsText(), "mine");
+
+  EXPECT_TRUE(std::filesystem::exists(file)) << "the clock file is retained";
+  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "10210001.ARC"), core::ReadWholeFile(file));
+  EXPECT_EQ(db->Query("SELECT [Clock Table Updated] FROM CompanyInfoT").Field(0).AsText(),
+            "2009-10-21");
+  EXPECT_EQ(f.LoadCompany().ClockDataTableLastUpdated().GetDate(), f.clock.Now().GetDate());
+  EXPECT_TRUE(f.log.HasScreen("4 record(s) in batch."));
+  EXPECT_TRUE(f.log.HasEvent("Data transferred to the archive file.: The original clock file "
+                             "was retained."));
+  EXPECT_TRUE(f.log.HasScreen("Transfer for clock Front complete"));
+
+  // A second run adds nothing.
+  const auto again = transfer.Transfer(f.LoadCompany(), file);
+  EXPECT_EQ(again.inserted, 0);
+  EXPECT_EQ(again.already_present, 4);
+  EXPECT_EQ(f.RowCount(), 4);
+}
+
+TEST(ClockFileTransferTest, BadLinesRejectedGoodLinesGoIn) {
+  TransferFixture f;
+  const auto file = f.dir.path() / "bad.TCD";
+  core::WriteFileAtomically(file,
+                            "999,1,10,,,,,I,10/20/2009,08:00,,,,\r\n"
+                            "999,2,10,,,\r\n"
+                            "999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n"
+                            "999,4,10,,,,,O,10/20/2009,17:00,,,,\r\n");
+  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
+  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  EXPECT_EQ(result.inserted, 2);
+  EXPECT_EQ(result.rejected, 2);
+  EXPECT_EQ(f.RowCount(), 2);
+  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"),
+            "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n");
+  EXPECT_TRUE(f.log.HasEvent("bad.TCD line 2: "));
+  EXPECT_TRUE(f.log.HasEvent("bad.TCD line 3: Department must be between 0 and 999999999."));
+  // Run again: the reject file holds the same lines once, nothing is doubled.
+  transfer.Transfer(f.LoadCompany(), file);
+  EXPECT_EQ(f.RowCount(), 2);
+  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"),
+            "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n");
+}
+
+TEST(ClockFileTransferTest, GrownFileTransfersOnlyNewLines) {
+  TransferFixture f;
+  const auto file = f.dir.path() / "1021000A.TCD";
+  {
+    TcdFileWriter w(file, false);
+    w.WriteRecord(TcdRecord("9", 1, 1, {}, "", "", "", "I", {}, {}, {}, {}, {}, ""));
+  }
+  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
+  TransferOptions w_mode;
+  w_mode.mode_letter = "W";
+  EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file, w_mode).inserted, 1);
+  EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "1021000A.ARC")) << "mode W: no archive";
+  {
+    TcdFileWriter w(file, true);
+    w.WriteRecord(TcdRecord("9", 2, 1, {}, "", "", "", "O", {}, {}, {}, {}, {}, ""));
+  }
+  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  EXPECT_EQ(result.inserted, 1);
+  EXPECT_EQ(result.already_present, 1);
+  EXPECT_EQ(f.RowCount(), 2);
+  // The same name with other content (next year's file) is not mistaken for the old one.
+  {
+    TcdFileWriter w(file, false);
+    w.WriteRecord(TcdRecord("9", 1, 1, {}, "", "", "", "I", *core::Date::FromYmd(2010, 10, 21),
+                            {}, {}, {}, {}, ""));
+  }
+  EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file).inserted, 1);
+  EXPECT_EQ(f.RowCount(), 3);
+}
+
+TEST(ClockFileTransferTest, OneTransactionPerFileMode) {
+  TransferFixture f;
+  const auto file = f.dir.path() / "t.TCD";
+  core::WriteFileAtomically(file, "1,1,1,,,,,I,,,,,,\r\n1,2,1,,,,,O,,,,,,\r\n");
+  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
+  TransferOptions options;
+  options.use_transactions = false;
+  std::vector<std::string> matched;
+  options.break_lunch_matcher = [&](const TcdRecord& r) { matched.push_back(r.PunchType()); };
+  EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file, options).inserted, 2);
+  EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file, options).inserted, 0);
+  EXPECT_EQ(f.RowCount(), 2);
+  EXPECT_TRUE(matched.empty());
+  core::WriteFileAtomically(file, "1,1,1,,,,,LI,,,,,,\r\n1,2,1,,,,,BI,,,,,,\r\n1,3,1,,,,,BO,,,,,,");
+  transfer.Transfer(f.LoadCompany(), file, options);
+  EXPECT_EQ(matched, (std::vector<std::string>{"LI", "BI"}));
+}
+
+TEST(ClockFileTransferTest, MissingCompanyDatabaseOrLockLeaveTheFile) {
+  TransferFixture f;
+  const auto file = f.dir.path() / "keep.TCD";
+  const std::string content = "1,1,1,,,,,I,,,,,,\r\n";
+  core::WriteFileAtomically(file, content);
+  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
+
+  EXPECT_THROW(transfer.Transfer(Company(), file), TransferError);
+  EXPECT_TRUE(f.log.HasScreen("- Invalid Object: 'CurrentCompany'.  Canceling transfer."));
+
+  // A locked database: another connection holds the write lock.
+  {
+    auto other = f.OpenCompanyDb();
+    other->BeginTransaction();
+    try {
+      transfer.Transfer(f.LoadCompany(), file);
+      ADD_FAILURE() << "transfer went through a locked database";
+    } catch (const TransferError& e) {
+      EXPECT_NE(std::string(e.what()).find("is locked by another user"), std::string::npos)
+          << e.what();
+    }
+    other->Rollback();
+  }
+  EXPECT_EQ(f.RowCount(), 0);
+
+  std::filesystem::remove(f.company_db_path);
+  try {
+    transfer.Transfer(f.LoadCompany(), file);
+    ADD_FAILURE() << "no database, no error";
+  } catch (const TransferError& e) {
+    EXPECT_NE(std::string(e.what()).find("was not found"), std::string::npos) << e.what();
+  }
+  EXPECT_EQ(core::ReadWholeFile(file), content);
+  EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "keep.ARC"));
+  EXPECT_THROW(transfer.Transfer(f.LoadCompany(), f.dir.path() / "none.TCD"), TransferError);
+}
+
+// Kills its own process after a given number of records, like a power cut between two rows.
+class KillAfter : public UpdateListener {
+ public:
+  explicit KillAfter(int n) : n_(n) {}
+  void RecordCopied(const TcdRecord&, int32_t count) override {
+    if (count > n_) ::kill(::getpid(), SIGKILL);
+  }
+
+ private:
+  int n_;
+};
+
+TEST(ClockFileTransferTest, KilledHalfWayThenRunAgainGivesEveryRowOnce) {
+  TransferFixture f;
+  const auto file = f.dir.path() / "big.TCD";
+  constexpr int kRows = 2000;
+  {
+    TcdFileWriter w(file, false);
+    for (int i = 1; i <= kRows; ++i) {
+      w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", i % 2 ? "I" : "O",
+                              *core::Date::FromYmd(2009, 10, 20), {}, {}, {}, {}, ""));
+    }
+  }
+  for (int kill_after : {500, 1999}) {
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      core::NullLogSink log;
+      ClockFileTransfer transfer({f.dir.path(), f.registry_path}, log, f.clock);
+      KillAfter killer(kill_after);
+      TransferOptions options;
+      options.listener = &killer;
+      try {
+        transfer.Transfer(f.LoadCompany(), file, options);
+      } catch (...) {
+      }
+      ::_exit(3);  // not reached when the kill works
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "child exited with " << WEXITSTATUS(status);
+    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    EXPECT_EQ(f.RowCount(), kill_after) << "rows committed before the kill";
+  }
+  EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "big.ARC")) << "killed before archiving";
+
+  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
+  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  EXPECT_EQ(result.already_present, 1999);
+  EXPECT_EQ(result.inserted, 1);
+  auto db = f.OpenCompanyDb();
+  EXPECT_EQ(db->Query("SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(Punch), MAX(Punch) "
+                      "FROM [Clock Data Table]")
+                .Rows()[0],
+            (std::vector<db::Value>{int64_t{kRows}, int64_t{kRows}, int64_t{1}, int64_t{kRows}}));
+  EXPECT_EQ(TransferLedger(*db).CountForFile("big.TCD"), kRows);
+  EXPECT_TRUE(std::filesystem::exists(f.dir.path() / "big.ARC"));
+}
+
+}  // namespace
+}  // namespace clockcomm::records
