@@ -82,7 +82,7 @@ class ZonCallLoop : public OutboundPoller {
   void ResetModem();
   bool HostPass(bool once, std::string& buffer);
   bool HandleDirectInput(std::string& buffer);
-  bool HandleModemLine(const std::string& line);
+  bool HandleModemLine(const std::string& line, std::string& rest);
   void AnswerHoursRequest(std::string_view request);
   bool PollLocation(const PollRow& location, int attempt);
   bool Enquire(const std::string& packet, const std::string& expected);
