@@ -13,7 +13,8 @@ std::string ScreenMessage(std::string_view format, const core::DateTime& now,
       size_t close = format.find('}', i);
       if (close != std::string_view::npos && close > i + 1) {
         std::string_view number = format.substr(i + 1, close - i - 1);
-        if (number.find_first_not_of("0123456789") == std::string_view::npos) {
+        if (number.size() <= 3 &&
+            number.find_first_not_of("0123456789") == std::string_view::npos) {
           size_t index = std::stoul(std::string(number));
           if (index == 0) {
             out += now.Format("yyyy-mm-dd HH:nn:ss");
