@@ -1,7 +1,376 @@
+// company add|list, employee add|import, transfer: the company registry, the employee table of a
+// company, and moving TCD files into a company's database.
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "app/commands.h"
+#include "core/clock.h"
+#include "core/date_time.h"
+#include "core/errors.h"
+#include "core/text.h"
+#include "db/schema.h"
+#include "db/sqlite/sqlite_database.h"
+#include "records/clock_file_transfer.h"
+#include "records/company_factory.h"
+#include "records/tcd_record.h"
+#include "shell/logs.h"
+#include "shell/my_static.h"
 
 namespace clockcomm::app {
+namespace fs = std::filesystem;
+namespace {
 
-void RegisterRecordCommands(CLI::App&, const GlobalOptions&) {}
+using db::SqliteDatabase;
+
+[[noreturn]] void Fail(const std::string& message) {
+  std::cerr << message << "\n";
+  throw CLI::RuntimeError(1);
+}
+
+// The loaded configuration and the things every command here needs from it.
+struct Context {
+  explicit Context(const GlobalOptions& options)
+      : config(shell::MyStatic::Load(shell::ResolveProgramFolder(options.home))),
+        paths(config->Paths()) {}
+  std::unique_ptr<shell::MyStatic> config;
+  shell::MyPaths paths;
+};
+
+std::unique_ptr<SqliteDatabase> OpenRegistry(const shell::MyPaths& paths) {
+  const fs::path file = paths.CompanyRegistryDatabase();
+  if (!fs::exists(file)) {
+    Fail("clockcomm: Company3 database was not found. (" + file.string() +
+         "; run clockcomm init first)");
+  }
+  return SqliteDatabase::Open(file);
+}
+
+records::CompanyFactory LoadFactory(const shell::MyPaths& paths, core::LogSink& log) {
+  records::CompanyFactory factory(log, paths.DataDirectory());
+  try {
+    factory.Initialize(paths.CompanyRegistryDatabase());
+  } catch (const records::CompanyRegistryNotFound& e) {
+    Fail(std::string("clockcomm: ") + e.what() + " Run clockcomm init first.");
+  }
+  return factory;
+}
+
+// ---- company ----
+
+struct CompanyOptions {
+  std::string name;
+  std::string clock;
+  std::string dir;
+  std::string pay_period = "weekly";
+  std::string start;
+  std::string start_time = "00:00";
+  int custom_days = 0;
+};
+
+core::Date ParseDay(const std::string& option, const std::string& text) {
+  const bool shaped = text.size() == 10 && text[4] == '-' && text[7] == '-' &&
+                      text.find_first_not_of("0123456789-") == std::string::npos;
+  std::optional<core::Date> day;
+  if (shaped) {
+    day = core::Date::FromYmd(std::stoi(text.substr(0, 4)), std::stoi(text.substr(5, 2)),
+                              std::stoi(text.substr(8, 2)));
+  }
+  if (!day) Fail("clockcomm: invalid " + option + " \"" + text + "\": expected YYYY-MM-DD");
+  return *day;
+}
+
+core::TimeOfDay ParseHourMinute(const std::string& text) {
+  const auto parts = core::Split(text, ':');
+  std::optional<core::TimeOfDay> t;
+  if (parts.size() == 2 && !parts[0].empty() && parts[1].size() == 2) {
+    auto h = core::ParseInt(parts[0]);
+    auto m = core::ParseInt(parts[1]);
+    if (h && m) t = core::TimeOfDay::FromHms(*h, *m, 0);
+  }
+  if (!t) Fail("clockcomm: invalid --start-time \"" + text + "\": expected HH:MM");
+  return *t;
+}
+
+void RunCompanyAdd(const GlobalOptions& options, const CompanyOptions& o) {
+  Context ctx(options);
+  const std::string name = core::Trim(o.name);
+  const std::string clock = core::Trim(o.clock);
+  if (name.empty()) Fail("clockcomm company add: the company name is empty");
+  if (clock.empty()) Fail("clockcomm company add: --clock is empty");
+  if (core::Trim(o.dir).empty()) Fail("clockcomm company add: --dir is empty");
+  const std::string type = core::ToLower(core::Trim(o.pay_period));
+  if (!records::Company::IsKnownPayPeriodType(type)) {
+    Fail("clockcomm company add: unknown --pay-period \"" + o.pay_period +
+         "\" (weekly, biweekly, semimonthly, monthly, custom, \"accrued custom\")");
+  }
+  if ((type == "custom" || type == "accrued custom") && o.custom_days < 1) {
+    Fail("clockcomm company add: a " + type + " pay period needs --custom-days of 1 or more");
+  }
+  if (o.custom_days < 0) Fail("clockcomm company add: --custom-days cannot be negative");
+  core::SystemClock system_clock;
+  const core::Date start =
+      o.start.empty() ? system_clock.Now().GetDate() : ParseDay("--start", o.start);
+  const core::TimeOfDay start_time = ParseHourMinute(o.start_time);
+
+  core::NullLogSink quiet;
+  records::CompanyFactory factory = LoadFactory(ctx.paths, quiet);
+  if (!factory.GetCompany(name).IsEmpty()) {
+    Fail("clockcomm company add: company \"" + name + "\" already exists");
+  }
+  if (auto other = factory.GetCompanyByClockName(clock)) {
+    Fail("clockcomm company add: clock \"" + clock + "\" already belongs to company \"" +
+         other->Name() + "\"");
+  }
+  // The company's database first: a registry row never points at a directory that is not there.
+  const fs::path dir = ctx.paths.CompanyDirectory(o.dir);
+  fs::create_directories(dir);
+  const fs::path db_file = ctx.paths.CompanyDatabase(o.dir);
+  db::CreateCompanySchema(*SqliteDatabase::Open(db_file, SqliteDatabase::Mode::kCreate));
+
+  auto registry = OpenRegistry(ctx.paths);
+  registry->Execute(
+      "INSERT INTO Company ([Company], [Clock Name], [Clock Table Updated], [Directory], "
+      "[Current Start Date], [Pay Period Type], [Current Start Time], CustomDays) "
+      "VALUES (?, ?, NULL, ?, ?, ?, ?, ?)",
+      {name, clock, o.dir, start, type, start_time, o.custom_days});
+  std::cout << "Added company " << name << " (clock " << clock << ", " << type
+            << " pay period from " << start.ToString() << ")\n"
+            << "  database " << db_file.string() << "\n";
+}
+
+void RunCompanyList(const GlobalOptions& options) {
+  Context ctx(options);
+  core::NullLogSink quiet;
+  records::CompanyFactory factory = LoadFactory(ctx.paths, quiet);
+  std::cout << "Company\tClock Name\tDirectory\tPay Period Type\tPeriod Start\tPeriod End\t"
+               "Clock Table Updated\n";
+  for (const auto& c : factory.GetCompanyList()) {
+    std::string end;
+    try {
+      end = c.PayPeriodEnd().Format("yyyy-mm-dd HH:nn");
+    } catch (const core::ArgumentException&) {
+      end = "(unknown pay period type)";
+    }
+    const bool stamped = c.ClockDataTableLastUpdated() != core::DateTime();
+    std::cout << c.Name() << "\t" << c.ClockName() << "\t" << c.DatabaseDirectory() << "\t"
+              << c.PayPeriodType() << "\t" << c.PayPeriodStartDateTime().Format("yyyy-mm-dd HH:nn")
+              << "\t" << end << "\t"
+              << (stamped ? c.ClockDataTableLastUpdated().GetDate().ToString() : "") << "\n";
+  }
+}
+
+// ---- employee ----
+
+struct EmployeeOptions {
+  std::string company;
+  std::string card;
+  std::string home_dept;
+  std::string default_job;
+  std::string name;
+  std::string file;
+};
+
+std::unique_ptr<SqliteDatabase> OpenCompanyDatabase(const Context& ctx,
+                                                    const std::string& company_name) {
+  core::NullLogSink quiet;
+  records::CompanyFactory factory = LoadFactory(ctx.paths, quiet);
+  const records::Company company = factory.GetCompany(company_name);
+  if (company.IsEmpty()) Fail("clockcomm: company \"" + company_name + "\" was not found");
+  const fs::path file = company.ClockwynDatabaseFilename();
+  if (!fs::exists(file)) {
+    Fail("clockcomm: the database of company \"" + company_name + "\" was not found: " +
+         file.string());
+  }
+  return SqliteDatabase::Open(file);
+}
+
+struct Employee {
+  int64_t card = 0;
+  std::optional<int64_t> home_dept;
+  std::string default_job;
+};
+
+// Checks one employee's fields; returns the reason when they are not acceptable.
+std::optional<std::string> ReadEmployee(const std::string& card, const std::string& dept,
+                                        const std::string& job, Employee& out) {
+  auto c = core::ParseInt(core::Trim(card));
+  if (!c || *c <= 0) return "card \"" + card + "\" is not a positive whole number";
+  out.card = *c;
+  out.home_dept.reset();
+  if (!core::Trim(dept).empty()) {
+    auto d = core::ParseInt(core::Trim(dept));
+    if (!d || *d < 0 || *d > records::kMaxDepartment) {
+      return "home department \"" + dept + "\": " + records::kDepartmentRangeMessage;
+    }
+    out.home_dept = *d;
+  }
+  out.default_job = core::Trim(job);
+  if (out.default_job.size() > records::kMaxJobNumberLength) {
+    return "default job \"" + out.default_job + "\": " + records::kJobNumberLengthMessage;
+  }
+  return std::nullopt;
+}
+
+constexpr const char* kUpsertEmployee =
+    "INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) "
+    "VALUES (?, ?, ?) ON CONFLICT([Card ID]) DO UPDATE SET "
+    "[Home Department] = excluded.[Home Department], "
+    "DefaultAssignment = excluded.DefaultAssignment";
+
+void RunEmployeeAdd(const GlobalOptions& options, const EmployeeOptions& o) {
+  Context ctx(options);
+  Employee e;
+  if (auto reason = ReadEmployee(o.card, o.home_dept, o.default_job, e)) {
+    Fail("clockcomm employee add: " + *reason);
+  }
+  auto db = OpenCompanyDatabase(ctx, o.company);
+  if (!db->Query("SELECT 1 FROM [Employee Table] WHERE [Card ID] = ?", {e.card}).Eof()) {
+    Fail("clockcomm employee add: card " + std::to_string(e.card) + " already exists in " +
+         o.company);
+  }
+  db->Execute(
+      "INSERT INTO [Employee Table] ([Card ID], [Employee Name], [Home Department], "
+      "DefaultAssignment) VALUES (?, ?, ?, ?)",
+      {e.card, core::Trim(o.name), e.home_dept, e.default_job});
+  std::cout << "Added card " << e.card << " to " << o.company << "\n";
+}
+
+void RunEmployeeImport(const GlobalOptions& options, const EmployeeOptions& o) {
+  Context ctx(options);
+  std::ifstream in(o.file, std::ios::binary);
+  if (!in) Fail("clockcomm employee import: cannot open " + o.file);
+  auto db = OpenCompanyDatabase(ctx, o.company);
+  int line_number = 0, imported = 0, bad = 0;
+  std::string line;
+  db::Transaction transaction(*db);
+  while (std::getline(in, line)) {
+    ++line_number;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line_number == 1 || core::TrimView(line).empty()) continue;  // the header line
+    auto fields = core::Split(line, ',');
+    for (auto& f : fields) f = core::Trim(core::ReplaceAll(f, "\"", ""));
+    Employee e;
+    std::optional<std::string> reason;
+    if (fields.size() < 1 || fields.size() > 3) {
+      reason = "expected card, home department, default job; found " +
+               std::to_string(fields.size()) + " fields";
+    } else {
+      fields.resize(3);
+      reason = ReadEmployee(fields[0], fields[1], fields[2], e);
+    }
+    if (reason) {
+      std::cerr << o.file << " line " << line_number << ": " << *reason << "\n";
+      ++bad;
+      continue;
+    }
+    db->Execute(kUpsertEmployee, {e.card, e.home_dept, e.default_job});
+    ++imported;
+  }
+  transaction.Commit();
+  std::cout << "Imported " << imported << " employee(s) into " << o.company;
+  if (bad > 0) std::cout << "; " << bad << " bad line(s) left out";
+  std::cout << "\n";
+  if (bad > 0) throw CLI::RuntimeError(1);
+}
+
+// ---- transfer ----
+
+struct TransferCommandOptions {
+  std::string clock;
+  std::vector<std::string> files;
+  std::string mode;
+  bool one_transaction = false;
+};
+
+void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) {
+  Context ctx(options);
+  core::SystemClock clock;
+  shell::Logs logs(ctx.paths, clock);
+  records::CompanyFactory factory = LoadFactory(ctx.paths, logs);
+  const auto company = factory.GetCompanyByClockName(o.clock);
+  if (!company) {
+    const std::string msg = "Clock name '" + o.clock + "' was not found in Company3.mdb";
+    logs.Event("System error", msg);
+    Fail("clockcomm transfer: " + msg);
+  }
+  records::ClockFileTransfer transfer(
+      {ctx.paths.ProgramDirectory(), ctx.paths.CompanyRegistryDatabase()}, logs, clock);
+  records::TransferOptions transfer_options;
+  transfer_options.mode_letter = o.mode;
+  transfer_options.use_transactions = !o.one_transaction;
+  int total = 0;
+  bool failed = false;
+  for (const auto& file : o.files) {
+    try {
+      const auto r = transfer.Transfer(*company, file, transfer_options);
+      total += r.inserted;
+      std::cout << file << ": " << r.inserted << " row(s) went in";
+      if (r.already_present > 0) std::cout << ", " << r.already_present << " already there";
+      if (r.rejected > 0) {
+        std::cout << ", " << r.rejected << " bad line(s) kept in " << r.reject_file.string();
+        failed = true;
+      }
+      std::cout << "\n";
+    } catch (const records::TransferError& e) {
+      std::cerr << "clockcomm transfer: " << file << ": " << e.what() << "\n";
+      failed = true;
+    }
+  }
+  std::cout << total << " row(s) went into " << company->Name() << "\n";
+  if (failed) throw CLI::RuntimeError(1);
+}
+
+}  // namespace
+
+void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options) {
+  CLI::App* company = app.add_subcommand("company", "Add or list the companies of the registry");
+  company->require_subcommand(1);
+  auto co = std::make_shared<CompanyOptions>();
+  CLI::App* add = company->add_subcommand(
+      "add", "Add a company with its clock; creates its directory and database");
+  add->add_option("name", co->name, "Company name")->required();
+  add->add_option("--clock", co->clock, "Name of the company's clock")->required();
+  add->add_option("--dir", co->dir, "Company directory (relative: under the data directory)")
+      ->required();
+  add->add_option("--pay-period", co->pay_period,
+                  "weekly, biweekly, semimonthly, monthly, custom, \"accrued custom\"");
+  add->add_option("--start", co->start, "Start of the current pay period, YYYY-MM-DD (today)");
+  add->add_option("--start-time", co->start_time, "Time of day the pay period starts, HH:MM");
+  add->add_option("--custom-days", co->custom_days, "Length of a custom pay period in days");
+  add->callback([&options, co] { RunCompanyAdd(options, *co); });
+  company->add_subcommand("list", "List the companies, their clocks and pay periods")
+      ->callback([&options] { RunCompanyList(options); });
+
+  CLI::App* employee = app.add_subcommand("employee", "Add or import employees of a company");
+  employee->require_subcommand(1);
+  auto eo = std::make_shared<EmployeeOptions>();
+  CLI::App* eadd = employee->add_subcommand("add", "Add one employee");
+  eadd->add_option("--company", eo->company, "Company name")->required();
+  eadd->add_option("--card", eo->card, "Card (badge) number")->required();
+  eadd->add_option("--home-dept", eo->home_dept, "Home department, 0-999999999");
+  eadd->add_option("--default-job", eo->default_job, "Default job, at most 13 characters");
+  eadd->add_option("--name", eo->name, "Employee name");
+  eadd->callback([&options, eo] { RunEmployeeAdd(options, *eo); });
+  CLI::App* import = employee->add_subcommand(
+      "import", "Add or update employees from a CSV file: card,home department,default job "
+                "(first line is a header)");
+  import->add_option("--company", eo->company, "Company name")->required();
+  import->add_option("file", eo->file, "CSV file")->required()->check(CLI::ExistingFile);
+  import->callback([&options, eo] { RunEmployeeImport(options, *eo); });
+
+  auto to = std::make_shared<TransferCommandOptions>();
+  CLI::App* transfer = app.add_subcommand(
+      "transfer", "Transfer TCD files of a clock into its company's database");
+  transfer->add_option("--clock", to->clock, "Clock name (any case)")->required();
+  transfer->add_option("files", to->files, "TCD files")->required();
+  transfer->add_option("--mode", to->mode, "Upload type of the call; W: no .ARC archive");
+  transfer->add_flag("--one-transaction", to->one_transaction,
+                     "One transaction for each whole file instead of one per row");
+  transfer->callback([&options, to] { RunTransfer(options, *to); });
+}
 
 }  // namespace clockcomm::app
