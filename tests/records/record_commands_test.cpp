@@ -1,0 +1,120 @@
+// Runs the built clockcomm binary in a temporary program folder.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "core/durable_file.h"
+#include "db/sqlite/sqlite_database.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::records {
+namespace {
+
+struct CommandRun {
+  int status;
+  std::string out;
+};
+
+class RecordCommandsTest : public ::testing::Test {
+ protected:
+  CommandRun Clockcomm(const std::string& args) {
+    const std::string cmd = std::string(CLOCKCOMM_BINARY_DIR "/clockcomm --home '") +
+                            home_.path().string() + "' " + args + " 2>&1";
+    FILE* pipe = ::popen(cmd.c_str(), "r");
+    CommandRun run{-1, {}};
+    if (pipe == nullptr) return run;
+    char buf[4096];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, pipe)) > 0) run.out.append(buf, n);
+    const int status = ::pclose(pipe);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+  }
+  std::filesystem::path Path(const std::string& rel) const { return home_.path() / rel; }
+
+  test::TempDir home_;
+};
+
+TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
+  ASSERT_EQ(Clockcomm("init").status, 0);
+  auto r = Clockcomm("company add Acme --clock Front --dir acme --pay-period semimonthly "
+                     "--start 2009-10-16 --start-time 06:00");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_TRUE(std::filesystem::exists(Path("data/acme/Company.db")));
+  r = Clockcomm("company list");
+  EXPECT_NE(r.out.find("Acme\tFront\tacme\tsemimonthly\t2009-10-16 06:00\t2009-10-31 23:59"),
+            std::string::npos)
+      << r.out;
+
+  EXPECT_EQ(Clockcomm("company add Other --clock front --dir other").status, 1);
+  EXPECT_EQ(Clockcomm("company add Other --clock C2 --dir o --pay-period yearly").status, 1);
+  EXPECT_EQ(Clockcomm("company add Other --clock C2 --dir o --pay-period custom").status, 1);
+  EXPECT_EQ(Clockcomm("company add Other --clock C2 --dir o --start 2009-02-30").status, 1);
+
+  ASSERT_EQ(Clockcomm("employee add --company Acme --card 1234 --home-dept 44 "
+                      "--default-job task --name Ann")
+                .status,
+            0);
+  EXPECT_EQ(Clockcomm("employee add --company Acme --card 1234").status, 1) << "duplicate";
+  EXPECT_EQ(Clockcomm("employee add --company Nobody --card 5").status, 1);
+  EXPECT_EQ(Clockcomm("employee add --company Acme --card 6 --default-job 12345678901234").status,
+            1);
+  core::WriteFileAtomically(Path("emp.csv"),
+                            "card,home department,default job\r\n"
+                            "20,7,wash\r\n"
+                            "x21,7,wash\r\n"
+                            "22,1000000000,\r\n"
+                            "23,,\r\n");
+  r = Clockcomm("employee import --company Acme '" + Path("emp.csv").string() + "'");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("line 3"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("line 4"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("Imported 2 employee(s)"), std::string::npos) << r.out;
+
+  core::WriteFileAtomically(Path("SettingsOverride.txt"),
+                            "assignhomedept = yes\nassigndefaultjob = yes\n");
+  core::WriteFileAtomically(
+      Path("data/10210001.TCD"),
+      "\"999\",\"1\",\"1234\",\"\",\"\",\"\",\"\",\"I\",\"2009/10/21\",\"08:00\",\"\",\"\","
+      "\"\",\"\"\r\n"
+      "999,2,20,,,,,O,10/21/2009,17:00,,,,\r\n"
+      "999,3,20,,,,,V,10/21/2009,,,,8,\r\n");
+  r = Clockcomm("transfer --clock FRONT '" + Path("data/10210001.TCD").string() + "'");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("3 row(s) went into Acme"), std::string::npos) << r.out;
+  r = Clockcomm("transfer --clock front '" + Path("data/10210001.TCD").string() + "'");
+  EXPECT_NE(r.out.find("0 row(s) went into Acme"), std::string::npos) << r.out;
+  EXPECT_TRUE(std::filesystem::exists(Path("data/10210001.ARC")));
+
+  auto db = db::SqliteDatabase::Open(Path("data/acme/Company.db"));
+  auto rs = db->Query("SELECT * FROM [Clock Data Table] ORDER BY Punch");
+  ASSERT_EQ(rs.RecordCount(), 3u);
+  EXPECT_EQ(rs.Field("Department").AsInt(), 44);
+  EXPECT_EQ(rs.Field("JobNumber").AsText(), "task");
+  rs.MoveNext();
+  EXPECT_EQ(rs.Field("Time Out").AsText(), "17:00:00");
+  rs.MoveNext();
+  EXPECT_DOUBLE_EQ(rs.Field("Vacation").AsDouble(), 8);
+  EXPECT_EQ(rs.Field("Department").AsInt(), 7);
+  EXPECT_FALSE(db->Query("SELECT [Clock Table Updated] FROM CompanyInfoT").Field(0).IsNull());
+
+  r = Clockcomm("transfer --clock Nowhere '" + Path("data/10210001.TCD").string() + "'");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("Clock name 'Nowhere' was not found in Company3.mdb"), std::string::npos);
+  EXPECT_EQ(Clockcomm("transfer --clock Front '" + Path("none.TCD").string() + "'").status, 1);
+  for (const char* cmd : {"company --help", "company add --help", "company list --help",
+                          "employee add --help", "employee import --help", "transfer --help"}) {
+    EXPECT_EQ(Clockcomm(cmd).status, 0) << cmd;
+  }
+}
+
+TEST_F(RecordCommandsTest, WithoutInitTheRegistryIsMissing) {
+  const auto r = Clockcomm("company list");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("Company3 database was not found."), std::string::npos) << r.out;
+}
+
+}  // namespace
+}  // namespace clockcomm::records
