@@ -5,14 +5,6 @@
 #include "core/errors.h"
 
 namespace clockcomm::shell {
-namespace {
-
-// A backward step of the wall clock up to this long is a daylight-saving change: the minutes it
-// repeats were already handled and fire nothing. A longer step is a correction of the clock,
-// after which the timer starts afresh from the new time.
-constexpr int64_t kLongestRepeatedSpanSeconds = 3600;
-
-}  // namespace
 
 ClockEntryCollection::~ClockEntryCollection() { SetEnabled(false); }
 
@@ -122,14 +114,13 @@ bool ClockEntryCollection::WaitForTicks(uint64_t n, std::chrono::milliseconds ti
 
 void ClockEntryCollection::RunTimer() {
   // The minute before the start, so that entries of the current minute fire on the first tick.
+  // Minutes up to `handled` have fired. The wait below ends only once the wall time has passed
+  // it, so a clock set back (the repeated hour of daylight-saving time) fires nothing twice, and
+  // a clock that jumps forward fires the minutes it skipped.
   core::DateTime handled = clock_.Now().TruncatedToMinute().AddMinutes(-1);
   for (;;) {
     const core::DateTime minute = clock_.Now().TruncatedToMinute();
     if (minute > handled) {
-      Tick(handled, minute);
-      handled = minute;
-    } else if (core::SecondsBetween(minute, handled) > kLongestRepeatedSpanSeconds) {
-      handled = minute.AddMinutes(-1);
       Tick(handled, minute);
       handled = minute;
     }
@@ -138,7 +129,7 @@ void ClockEntryCollection::RunTimer() {
       ++ticks_;
     }
     tick_cv_.notify_all();
-    if (!clock_.WaitUntil(minute.AddMinutes(1), timer_stop_)) return;
+    if (!clock_.WaitUntil(handled.AddMinutes(1), timer_stop_)) return;
   }
 }
 

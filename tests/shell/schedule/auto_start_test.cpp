@@ -1,0 +1,168 @@
+#include "shell/schedule/auto_start.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "core/errors.h"
+#include "schedule_test_support.h"
+#include "shell/schedule/auto_end_watcher.h"
+
+namespace clockcomm::shell {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::At;
+
+TEST(AutoStartText, ModeNamesPrefixesAndModeLine) {
+  EXPECT_EQ(AutoStartModeFromSetting(1), AutoStartMode::kNone);
+  EXPECT_EQ(AutoStartModeFromSetting(2), AutoStartMode::kHost);
+  EXPECT_EQ(AutoStartModeFromSetting(3), AutoStartMode::kPoll);
+  EXPECT_THROW(AutoStartModeFromSetting(0), core::ArgumentException);
+  EXPECT_THROW(AutoStartModeFromSetting(4), core::ArgumentException);
+  EXPECT_EQ(AutoStartPrefix(AutoStartMode::kPoll), "(Autostart Poll) ");
+  EXPECT_EQ(AutoStartPrefix(AutoStartMode::kHost), "(Autostart Host) ");
+  EXPECT_EQ(AutoStartPrefix(AutoStartMode::kNone), "");
+  EXPECT_EQ(EndAtText("NONE"), "");
+  EXPECT_EQ(EndAtText("17:00"), "End at 17:00");
+  EXPECT_EQ(ModeLine(2, false, AutoStartMode::kHost, "17:00"),
+            "Port =2 Mode = (Autostart Host) (serial) End at 17:00");
+  EXPECT_EQ(ModeLine(1, true, AutoStartMode::kNone, "NONE"), "Port =1 Mode = (modem) ");
+}
+
+TEST(AutoStartText, SettingTimes) {
+  EXPECT_EQ(ParseSettingTime("NONE", "begin_time"), std::nullopt);
+  EXPECT_EQ(ParseSettingTime(" none ", "begin_time"), std::nullopt);
+  EXPECT_EQ(ParseSettingTime("", "begin_time"), std::nullopt);
+  EXPECT_EQ(ParseSettingTime("7:05pm", "end_time"), testing::Hm(19, 5));
+  try {
+    ParseSettingTime("soon", "end_time");
+    ADD_FAILURE() << "accepted a time that is no time";
+  } catch (const core::ArgumentException& e) {
+    EXPECT_EQ(e.ParamName(), "end_time");
+  }
+}
+
+TEST(AutoStartWindow, StartMomentAndEndDeadline) {
+  core::ManualClock clock;
+  core::StopSignal stop;
+  core::NullLogSink log;
+  const core::Date day = *core::Date::FromYmd(2009, 10, 20);
+  auto at = [&](int h, int m, int add_days = 0) {
+    return core::DateTime(day.AddDays(add_days), testing::Hm(h, m));
+  };
+  struct Case {
+    const char* begin;
+    const char* end;
+    core::DateTime now;
+    core::DateTime start;
+    std::optional<core::DateTime> deadline;
+    const char* legend;
+  } cases[] = {
+      {"NONE", "NONE", at(3, 0), at(3, 0), std::nullopt, "no times: now, no end"},
+      {"NONE", "17:00", at(18, 0), at(18, 0), at(17, 0, 1), "no begin: end tomorrow"},
+      {"08:00", "NONE", at(7, 0), at(8, 0), std::nullopt, "begin not yet come"},
+      {"08:00", "NONE", at(8, 0), at(8, 0), std::nullopt, "begin just come"},
+      {"08:00", "NONE", at(20, 0), at(20, 0), std::nullopt, "begin has come"},
+      {"08:00", "17:00", at(12, 0), at(12, 0), at(17, 0), "inside the window"},
+      {"08:00", "17:00", at(17, 0), at(8, 0, 1), at(17, 0, 1), "window over: tomorrow"},
+      {"08:00", "17:00", at(6, 0), at(8, 0), at(17, 0), "before the window"},
+      {"22:00", "06:00", at(23, 0), at(23, 0), at(6, 0, 1), "night window, evening"},
+      {"22:00", "06:00", at(2, 0), at(2, 0), at(6, 0), "night window, after midnight"},
+      {"22:00", "06:00", at(12, 0), at(22, 0), at(6, 0, 1), "night window, daytime"},
+  };
+  for (const Case& c : cases) {
+    AutoStart auto_start(3, c.begin, c.end, log, clock, stop);
+    const core::DateTime start = auto_start.StartMoment(c.now);
+    EXPECT_EQ(start, c.start) << c.legend;
+    EXPECT_EQ(auto_start.EndDeadline(start), c.deadline) << c.legend;
+  }
+}
+
+TEST(AutoStartRunning, WaitsForTheBeginTimeThenRunsTheModeUntilTheEndTime) {
+  core::ManualClock clock(At(2009, 10, 20, 6, 30));
+  core::StopSignal stop;
+  testing::RecordingLog log;
+  AutoStart auto_start(3, "08:00", "17:00", log, clock, stop);
+  std::optional<AutoStartRun> seen;
+  core::DateTime started_at;
+  bool ended_by_watcher = false;
+  std::thread runner([&] {
+    auto_start.Run([&](const AutoStartRun& run) {
+      seen = run;
+      started_at = clock.Now();
+      // What a mode's loop does with the deadline: block until End or auto-end.
+      AutoEndWatcher watcher(clock, *run.end_deadline, stop, log);
+      clock.WaitUntil(At(2099, 1, 1, 0, 0), stop);
+      ended_by_watcher = watcher.Fired();
+    });
+  });
+  ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
+  EXPECT_EQ(log.Lines(),
+            (std::vector<std::string>{"screen: Waiting for Begin Time of 08:00 to Auto-start Poll"}));
+  clock.Set(At(2009, 10, 20, 7, 59, 59));
+  ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
+  clock.Set(At(2009, 10, 20, 8, 0));
+  ASSERT_TRUE(clock.WaitForWaiters(2, 5s));  // the mode's loop and its watcher
+  clock.Set(At(2009, 10, 20, 17, 0));
+  runner.join();
+
+  ASSERT_TRUE(seen);
+  EXPECT_EQ(started_at, At(2009, 10, 20, 8, 0));
+  EXPECT_EQ(seen->mode, AutoStartMode::kPoll);
+  EXPECT_EQ(seen->prefix, "(Autostart Poll) ");
+  EXPECT_EQ(seen->end_time, "17:00");
+  EXPECT_EQ(seen->end_deadline, At(2009, 10, 20, 17, 0));
+  EXPECT_TRUE(ended_by_watcher);
+  EXPECT_TRUE(log.Has("screen: Auto-starting Poll Mode."));
+}
+
+TEST(AutoStartRunning, StartsAtOnceWithoutBeginTimeAndNotAtAllWithoutMode) {
+  core::ManualClock clock(At(2009, 10, 20, 6, 30));
+  core::StopSignal stop;
+  testing::RecordingLog log;
+  int runs = 0;
+  EXPECT_FALSE(AutoStart(1, "NONE", "NONE", log, clock, stop).Run([&](auto&) { ++runs; }));
+  EXPECT_EQ(runs, 0);
+  EXPECT_TRUE(AutoStart(2, "NONE", "NONE", log, clock, stop).Run([&](const AutoStartRun& run) {
+    ++runs;
+    EXPECT_EQ(run.end_deadline, std::nullopt);
+    EXPECT_EQ(run.end_time, "NONE");
+  }));
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(log.Lines(), (std::vector<std::string>{"screen: Auto-starting Host Mode."}));
+}
+
+TEST(AutoStartRunning, StopWhileWaitingForTheBeginTimeStartsNothing) {
+  core::ManualClock clock(At(2009, 10, 20, 6, 30));
+  core::StopSignal stop;
+  core::NullLogSink log;
+  bool ran = false;
+  bool result = true;
+  std::thread t([&] {
+    result = AutoStart(2, "08:00", "NONE", log, clock, stop).Run([&](auto&) { ran = true; });
+  });
+  ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
+  stop.Request();
+  t.join();
+  EXPECT_FALSE(result);
+  EXPECT_FALSE(ran);
+}
+
+TEST(AutoEndWatcherTest, CancelledWatcherLeavesTheSignalAlone) {
+  core::ManualClock clock(At(2009, 10, 20, 6, 30));
+  core::StopSignal stop;
+  core::NullLogSink log;
+  {
+    AutoEndWatcher watcher(clock, At(2009, 10, 20, 7, 0), stop, log);
+    ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
+    clock.Set(At(2009, 10, 20, 6, 59, 59));
+    EXPECT_FALSE(watcher.Fired());
+  }
+  clock.Set(At(2009, 10, 20, 7, 0));
+  EXPECT_FALSE(stop.Requested());
+}
+
+}  // namespace
+}  // namespace clockcomm::shell

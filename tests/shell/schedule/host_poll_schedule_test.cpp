@@ -1,0 +1,84 @@
+#include "shell/schedule/host_poll_schedule.h"
+
+#include <gtest/gtest.h>
+
+#include "schedule_test_support.h"
+
+namespace clockcomm::shell {
+namespace {
+
+using testing::At;
+using testing::Hm;
+using testing::Row;
+
+TEST(HostPollSchedule, EachSelectedLocationIsDueOnceADay) {
+  core::ManualClock clock(At(2009, 10, 20, 8, 0));
+  testing::MemoryPollList list({Row(1, "North", Hm(9, 0)), Row(2, "South", Hm(12, 0)),
+                                Row(3, "NoTime", std::nullopt), Row(4, "Off", Hm(8, 0), false)});
+  HostPollSchedule schedule(list, clock);
+  schedule.Load();
+  EXPECT_EQ(schedule.Count(), 2u);
+  EXPECT_FALSE(schedule.TakeDue());
+  EXPECT_EQ(schedule.NextDue(), At(2009, 10, 20, 9, 0));
+
+  clock.Set(At(2009, 10, 20, 9, 0, 5));
+  auto due = schedule.TakeDue();
+  ASSERT_TRUE(due);
+  EXPECT_EQ(due->Name(), "North");
+  EXPECT_EQ(due->CallTime(), At(2009, 10, 20, 9, 0));
+  EXPECT_FALSE(schedule.TakeDue()) << "taken entries are not due again today";
+  EXPECT_EQ(schedule.NextDueOf(1), At(2009, 10, 21, 9, 0));
+  EXPECT_EQ(schedule.NextDue(), At(2009, 10, 20, 12, 0));
+
+  // South's terminal calls in after its time: its due entry is done, no poll follows.
+  clock.Set(At(2009, 10, 20, 12, 30));
+  EXPECT_EQ(schedule.UpdateForClock("t2"), 1);
+  EXPECT_FALSE(schedule.TakeDue());
+  // North calls in before tomorrow's time: tomorrow's poll stays.
+  EXPECT_EQ(schedule.UpdateForClock("NORTH"), 0);
+  EXPECT_EQ(schedule.UpdateForClock(""), 0);
+  EXPECT_EQ(schedule.NextDueOf(1), At(2009, 10, 21, 9, 0));
+}
+
+TEST(HostPollSchedule, ReloadKeepsPendingEntriesAndTakesChanges) {
+  core::ManualClock clock(At(2009, 10, 20, 8, 0));
+  testing::MemoryPollList list({Row(1, "North", Hm(9, 0)), Row(2, "South", Hm(12, 0))});
+  HostPollSchedule schedule(list, clock);
+  schedule.Load();
+  clock.Set(At(2009, 10, 20, 9, 5));  // North is due but the line was busy
+  list.Add(Row(5, "East", Hm(9, 1)));
+  schedule.Load();
+  // North stays due from before; East was added after its time and waits for tomorrow.
+  auto due = schedule.TakeDue();
+  ASSERT_TRUE(due);
+  EXPECT_EQ(due->Name(), "North");
+  EXPECT_FALSE(schedule.TakeDue());
+  EXPECT_EQ(schedule.NextDueOf(5), At(2009, 10, 21, 9, 1));
+  EXPECT_EQ(schedule.NextDueOf(2), At(2009, 10, 20, 12, 0));
+}
+
+TEST(HostPollSchedule, DaylightSavingChanges) {
+  core::ManualClock clock(At(2024, 3, 10, 1, 0));
+  testing::MemoryPollList list({Row(1, "Skipped", Hm(2, 30))});
+  HostPollSchedule spring(list, clock);
+  spring.Load();
+  clock.Set(At(2024, 3, 10, 1, 59, 59));
+  EXPECT_FALSE(spring.TakeDue());
+  clock.Set(At(2024, 3, 10, 3, 0));
+  ASSERT_TRUE(spring.TakeDue()) << "a call time in the skipped hour is called late, not lost";
+  EXPECT_EQ(spring.NextDueOf(1), At(2024, 3, 11, 2, 30));
+
+  clock.Set(At(2024, 11, 3, 0, 0));
+  testing::MemoryPollList fall_list({Row(1, "Repeated", Hm(1, 30))});
+  HostPollSchedule fall(fall_list, clock);
+  fall.Load();
+  clock.Set(At(2024, 11, 3, 1, 30));
+  ASSERT_TRUE(fall.TakeDue());
+  clock.Set(At(2024, 11, 3, 1, 0));  // the hour again
+  clock.Set(At(2024, 11, 3, 1, 30));
+  EXPECT_FALSE(fall.TakeDue()) << "called once in the repeated hour";
+  EXPECT_EQ(fall.NextDueOf(1), At(2024, 11, 4, 1, 30));
+}
+
+}  // namespace
+}  // namespace clockcomm::shell

@@ -1,0 +1,100 @@
+#include "shell/schedule/poll_list.h"
+
+#include <gtest/gtest.h>
+
+#include "core/errors.h"
+#include "db/schema.h"
+#include "db/sqlite/sqlite_database.h"
+#include "schedule_test_support.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::shell {
+namespace {
+
+using testing::Hm;
+
+class PollListTest : public ::testing::Test {
+ protected:
+  PollListTest()
+      : db_(db::SqliteDatabase::Open(dir_.path() / db::kProductDatabaseFile,
+                                     db::SqliteDatabase::Mode::kCreate)) {
+    db::CreateProductSchema(*db_);
+  }
+  std::string StoredDialTime(int64_t id) {
+    db::Recordset rs = db_->Query("SELECT DialTime FROM PollT WHERE LocationID = ?", {id});
+    return rs.Field("DialTime").IsNull() ? "NULL" : rs.Field("DialTime").AsText();
+  }
+
+  test::TempDir dir_;
+  std::unique_ptr<db::SqliteDatabase> db_;
+  PollList list_{*db_};
+};
+
+TEST_F(PollListTest, AddStoresDialTimeAsTextAndReadsItBack) {
+  const int64_t a = list_.Add(testing::Row(0, "Warehouse", Hm(17, 30)));
+  const int64_t b = list_.Add(testing::Row(0, "Office", Hm(6, 5, 9)));
+  const int64_t c = list_.Add(testing::Row(40, "Gate", std::nullopt, false));
+  EXPECT_EQ(c, 40);
+  EXPECT_NE(a, b);
+  EXPECT_EQ(StoredDialTime(a), "17:30");
+  EXPECT_EQ(StoredDialTime(b), "06:05:09");
+  EXPECT_EQ(StoredDialTime(c), "NULL");
+
+  auto rows = list_.ReadPollRows();
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_EQ(rows[0].location_name, "Warehouse");
+  EXPECT_EQ(rows[0].dial_time, Hm(17, 30));
+  EXPECT_EQ(rows[0].terminal_id, "T0");
+  EXPECT_EQ(rows[1].dial_time, Hm(6, 5, 9));
+  EXPECT_EQ(rows[2].location_id, 40);
+  EXPECT_FALSE(rows[2].select_to_dial);
+  EXPECT_FALSE(rows[2].dial_time);
+  EXPECT_FALSE(rows[2].DialTimeUnreadable());
+}
+
+TEST_F(PollListTest, DialTimesWrittenByOtherProgramsAreReadLeniently) {
+  struct Case {
+    db::Value stored;
+    std::optional<core::TimeOfDay> time;
+    bool unreadable;
+  } cases[] = {
+      {db::Value(), std::nullopt, false},
+      {db::Value(""), std::nullopt, false},
+      {db::Value("   "), std::nullopt, false},
+      {db::Value("1899-12-30 08:30:00"), Hm(8, 30), false},  // a date/time column's zero date
+      {db::Value("8:30 PM"), Hm(20, 30), false},
+      {db::Value("25:99"), std::nullopt, true},
+      {db::Value("later"), std::nullopt, true},
+  };
+  int64_t id = 100;
+  for (const Case& c : cases) {
+    db_->Execute("INSERT INTO PollT (LocationID, LocationName, DialTime) VALUES (?, 'x', ?)",
+                 {++id, c.stored});
+    auto row = list_.Find(id);
+    ASSERT_TRUE(row);
+    EXPECT_EQ(row->dial_time, c.time) << c.stored.AsText();
+    EXPECT_EQ(row->DialTimeUnreadable(), c.unreadable) << c.stored.AsText();
+  }
+}
+
+TEST_F(PollListTest, EditsAndTheirErrors) {
+  const int64_t id = list_.Add(testing::Row(5, "Dock", Hm(9, 0)));
+  EXPECT_THROW(list_.Add(testing::Row(5, "Dock again", Hm(9, 0))), core::ArgumentException);
+  EXPECT_THROW(list_.Add(testing::Row(0, "  ", Hm(9, 0))), core::ArgumentException);
+
+  list_.SetDialTime(id, std::nullopt);
+  list_.SetSelectToDial(id, false);
+  auto row = list_.Find(id);
+  ASSERT_TRUE(row);
+  EXPECT_FALSE(row->dial_time);
+  EXPECT_FALSE(row->select_to_dial);
+
+  list_.Remove(id);
+  EXPECT_FALSE(list_.Find(id));
+  EXPECT_TRUE(list_.ReadPollRows().empty());
+  EXPECT_THROW(list_.Remove(id), core::ItemNotFoundException);
+  EXPECT_THROW(list_.SetDialTime(id, Hm(1, 0)), core::ItemNotFoundException);
+}
+
+}  // namespace
+}  // namespace clockcomm::shell
