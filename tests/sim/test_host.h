@@ -1,0 +1,117 @@
+// A small scripted host for the simulator tests: the program's side of a call written directly
+// with the comm and zon pieces, so that the simulators are checked against the conversation rules
+// and not against the call loop they will meet later.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "comm/pty_pair.h"
+#include "comm/serial_connection.h"
+#include "comm/serial_line.h"
+#include "zon/packet_reader.h"
+#include "zon/protocol_char.h"
+
+namespace clockcomm::sim::test {
+
+using zon::ProtocolChar;
+
+// A pty pair: the terminal side (master) and the program side (slave opened as a serial line).
+struct PtyLine {
+  PtyLine() : pair(comm::PtyPair::Open()) {
+    line.Open(pair.SlavePath());
+    terminal_end = pair.TakeMaster();
+    host_end = std::make_unique<comm::SerialConnection>(line);
+  }
+  comm::PtyPair pair;
+  comm::SerialLine line;
+  std::unique_ptr<comm::FdConnection> terminal_end;
+  std::unique_ptr<comm::SerialConnection> host_end;
+};
+
+struct HostCall {
+  std::string header;               // without block check and CRLF
+  std::vector<std::string> data;    // punch lines accepted, without block check
+  int bad_checks = 0;               // packets answered NAK
+  int headers = 0;
+  bool end_of_transmission = false;
+  bool end_of_upload = false;
+  bool timed_out = false;
+};
+
+class ScriptedHost {
+ public:
+  ScriptedHost(comm::IConnection& line, bool framed, int timeout_ms = 3000)
+      : line_(line), reader_(line), framed_(framed) {
+    reader_.SetTimeout(timeout_ms);
+  }
+
+  void Send(const std::string& text) { line_.WriteText(text); }
+  void Ack() { Send(framed_ ? ProtocolChar::Shared().ACK4() : ProtocolChar::Shared().ACK()); }
+  void Nak() { Send(framed_ ? ProtocolChar::Shared().NAK4() : ProtocolChar::Shared().NAK()); }
+  void Eot() { Send(framed_ ? ProtocolChar::Shared().EOT4() : ProtocolChar::Shared().EOT()); }
+  void Enq() { Send(ProtocolChar::Shared().ENQ()); }
+
+  // The next line, CRLF removed; "" with timed_out set when the terminal stayed silent.
+  std::string ReadLine(bool* timed_out = nullptr) {
+    try {
+      return reader_.ReadPacket();
+    } catch (const core::TimeoutException&) {
+      if (timed_out != nullptr) *timed_out = true;
+      return {};
+    }
+  }
+
+  // Reads packets, checking each block check (xor of all bytes before it) and answering it,
+  // until an end packet or silence.
+  HostCall ReceiveUpload() {
+    HostCall call;
+    for (;;) {
+      bool timed_out = false;
+      std::string packet = ReadLine(&timed_out);
+      if (timed_out) {
+        call.timed_out = true;
+        return call;
+      }
+      const std::string end = std::string("00") + ProtocolChar::kFs;
+      if (packet == end + ProtocolChar::kEot) {
+        call.end_of_transmission = true;
+        return call;
+      }
+      if (packet == end + ProtocolChar::kEnq) {
+        call.end_of_upload = true;
+        return call;
+      }
+      if (packet.empty() || !CheckOk(packet)) {
+        ++call.bad_checks;
+        Nak();
+        continue;
+      }
+      std::string body = packet.substr(0, packet.size() - 1);
+      if (!body.empty() && body[0] == ProtocolChar::kStx) {
+        ++call.headers;
+        if (call.header.empty()) call.header = body;
+      } else {
+        call.data.push_back(body);
+      }
+      Ack();
+    }
+  }
+
+  static bool CheckOk(const std::string& packet) {
+    unsigned char x = 0;
+    for (size_t i = 0; i + 1 < packet.size(); ++i) x ^= static_cast<unsigned char>(packet[i]);
+    return static_cast<unsigned char>(packet.back()) == x;
+  }
+
+  zon::PacketReader& Reader() { return reader_; }
+
+ private:
+  comm::IConnection& line_;
+  zon::PacketReader reader_;
+  bool framed_;
+};
+
+}  // namespace clockcomm::sim::test

@@ -1,0 +1,321 @@
+#include "sim/zon_terminal.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+
+#include "sim/host_message.h"
+#include "test_host.h"
+#include "zon/zon_header_packet.h"
+
+namespace clockcomm::sim {
+namespace {
+
+using test::HostCall;
+using zon::ProtocolChar;
+using test::PtyLine;
+using test::ScriptedHost;
+using namespace std::chrono_literals;
+
+const std::vector<std::string> kPunches = {
+    "2,12,,,,,I,091020,1224,,,,1",
+    "3,12,,,,,O,091020,1705,,,,1",
+    "4,7,5,12,,,I,091020,0801,,,,1",
+};
+
+TerminalConfig ShortWaits(TerminalConfig config = {}) {
+  config.timeouts.ack_wait = 2s;
+  config.timeouts.eot_wait = 2s;
+  config.timeouts.answer_wait = 2s;
+  config.timeouts.poll_step_wait = 2s;
+  config.timeouts.download_wait = 2s;
+  config.timeouts.hours_wait = 2s;
+  return config;
+}
+
+// The host answers the terminal's ENQ CRLF with ENQ, then takes the upload.
+HostCall AnswerCallIn(ScriptedHost& host) {
+  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
+  host.Enq();
+  return host.ReceiveUpload();
+}
+
+std::string Frame(char lead, const std::string& body) {
+  std::string covered = body + ProtocolChar::kEtx;
+  std::string frame = std::string(1, lead) + covered;
+  return frame + DownloadBlockCheck(frame);
+}
+
+TEST(ZonTerminalTest, CallInUploadsHeaderAndPunchesAndForgetsThemOnEot) {
+  for (bool framed : {false, true}) {
+    SCOPED_TRACE(framed ? "framed ACK4/EOT4" : "single characters");
+    PtyLine pty;
+    ZonTerminal terminal(ShortWaits(), kPunches);
+    auto outcome = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+    ScriptedHost host(*pty.host_end, framed);
+    HostCall call = AnswerCallIn(host);
+
+    auto header = zon::ZonHeaderPacketStatic::Parse(call.header);
+    EXPECT_EQ(header, zon::ZonHeaderPacket("DEMODATA", 101, "TC28", "F"));
+    EXPECT_EQ(call.data, kPunches);
+    EXPECT_EQ(call.bad_checks, 0);
+    EXPECT_TRUE(call.end_of_transmission);
+    EXPECT_TRUE(terminal.PendingPunches() == kPunches) << "punches go only when EOT comes";
+    host.Eot();
+
+    EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
+    EXPECT_TRUE(terminal.PendingPunches().empty());
+    auto stats = terminal.Stats();
+    EXPECT_EQ(stats.packets_sent, 4);
+    EXPECT_EQ(stats.acks_received, 4);
+    EXPECT_EQ(stats.eots_received, 1);
+    EXPECT_EQ(stats.resends, 0);
+  }
+}
+
+TEST(ZonTerminalTest, CorruptedPacketIsRefusedAndResentOnce) {
+  // Packet 0 is the header, 1.. the data packets.
+  for (int corrupt : {0, 1, 3}) {
+    SCOPED_TRACE(corrupt);
+    PtyLine pty;
+    TerminalConfig config = ShortWaits();
+    config.faults.corrupt_packet = corrupt;
+    ZonTerminal terminal(config, kPunches);
+    auto outcome = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+    ScriptedHost host(*pty.host_end, false);
+    HostCall call = AnswerCallIn(host);
+    host.Eot();
+
+    EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
+    EXPECT_EQ(call.bad_checks, 1);
+    EXPECT_EQ(call.headers, 1);
+    EXPECT_EQ(call.data, kPunches) << "the resent packet takes its place, nothing twice";
+    auto stats = terminal.Stats();
+    EXPECT_EQ(stats.naks_received, 1);
+    EXPECT_EQ(stats.resends, 1);
+    EXPECT_EQ(stats.packets_sent, 5);
+  }
+}
+
+TEST(ZonTerminalTest, PacketRefusedEveryTimeEndsTheCallAfterItsResends) {
+  PtyLine pty;
+  TerminalConfig config = ShortWaits();
+  config.max_resends = 2;
+  ZonTerminal terminal(config, kPunches);
+  auto outcome = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+  ScriptedHost host(*pty.host_end, false);
+  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
+  host.Enq();
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_FALSE(host.ReadLine().empty());
+    host.Nak();
+  }
+  EXPECT_EQ(outcome.get(), CallOutcome::kTooManyNaks);
+  EXPECT_EQ(terminal.Stats().packets_sent, 3);
+  EXPECT_EQ(terminal.PendingPunches(), kPunches);
+}
+
+TEST(ZonTerminalTest, PunchesStayWithoutEotAndGoWholeWithTheNextCall) {
+  PtyLine pty;
+  TerminalConfig config = ShortWaits();
+  config.timeouts.eot_wait = 100ms;
+  ZonTerminal terminal(config, kPunches);
+  ScriptedHost host(*pty.host_end, false);
+
+  auto first = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+  HostCall broken = AnswerCallIn(host);
+  EXPECT_TRUE(broken.end_of_transmission);
+  EXPECT_EQ(first.get(), CallOutcome::kNoEot);  // the host never sent EOT
+  EXPECT_EQ(terminal.PendingPunches(), kPunches);
+
+  const std::string late = "5,9,,,,,I,091021,0700,,,,1";
+  terminal.AddPunches({late});
+  auto second = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+  HostCall whole = AnswerCallIn(host);
+  host.Eot();
+  EXPECT_EQ(second.get(), CallOutcome::kCompleted);
+  std::vector<std::string> expected = kPunches;
+  expected.push_back(late);
+  EXPECT_EQ(whole.data, expected);
+  EXPECT_TRUE(terminal.PendingPunches().empty());
+}
+
+TEST(ZonTerminalTest, TerminalThatGoesSilentKeepsItsPunchesForTheNextCall) {
+  PtyLine pty;
+  TerminalConfig config = ShortWaits();
+  config.faults.silent_after = 2;
+  ZonTerminal terminal(config, kPunches);
+  ScriptedHost host(*pty.host_end, false, /*timeout_ms=*/200);
+
+  auto first = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+  HostCall half = AnswerCallIn(host);
+  EXPECT_TRUE(half.timed_out);
+  EXPECT_EQ(half.data.size(), 2u);
+  EXPECT_EQ(first.get(), CallOutcome::kWentSilent);
+  EXPECT_EQ(terminal.PendingPunches(), kPunches);
+
+  auto second = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+  HostCall whole = AnswerCallIn(host);
+  host.Eot();
+  EXPECT_EQ(second.get(), CallOutcome::kCompleted) << "the fault fires once";
+  EXPECT_EQ(whole.data, kPunches);
+}
+
+TEST(ZonTerminalTest, DroppedLineIsSeenByTheHostAndKeepsThePunches) {
+  PtyLine pty;
+  TerminalConfig config = ShortWaits();
+  config.faults.drop_after = 1;
+  ZonTerminal terminal(config, kPunches);
+  ScriptedHost host(*pty.host_end, false);
+  auto outcome = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+  EXPECT_THROW(AnswerCallIn(host), comm::ConnectionClosedError);
+  EXPECT_EQ(outcome.get(), CallOutcome::kDroppedLine);
+  EXPECT_EQ(terminal.PendingPunches(), kPunches);
+}
+
+TEST(ZonTerminalTest, SecondHeaderComesAfterTheFirstDataPacket) {
+  PtyLine pty;
+  TerminalConfig config = ShortWaits();
+  config.faults.second_header = true;
+  ZonTerminal terminal(config, kPunches);
+  ScriptedHost host(*pty.host_end, true);
+  auto outcome = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+  HostCall call = AnswerCallIn(host);
+  host.Eot();
+  EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
+  EXPECT_EQ(call.headers, 2);
+  EXPECT_EQ(call.data, kPunches);
+}
+
+TEST(ZonTerminalTest, AnswersOnlyAPollCarryingItsId) {
+  PtyLine pty;
+  TerminalConfig config = ShortWaits();
+  config.terminal_id = "7";
+  config.upload_type = "W";
+  ZonTerminal terminal(config, kPunches);
+  auto outcome =
+      std::async(std::launch::async, [&] { return terminal.AnswerPoll(*pty.terminal_end); });
+  ScriptedHost host(*pty.host_end, false, /*timeout_ms=*/300);
+  // A stray EOT of an earlier call is no poll.
+  host.Send(std::string(1, ProtocolChar::kEot));
+  host.Enq();
+  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kAck));
+  host.Send(std::string(1, ProtocolChar::kStx) + "8" + ProtocolChar::kEtx);
+  bool timed_out = false;
+  host.ReadLine(&timed_out);
+  EXPECT_TRUE(timed_out) << "another terminal's header request is not answered";
+  host.Send(std::string(1, ProtocolChar::kStx) + "7" + ProtocolChar::kEtx);
+  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
+  host.Enq();
+  HostCall call = host.ReceiveUpload();
+  host.Eot();
+  EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
+  EXPECT_EQ(zon::ZonHeaderPacketStatic::Parse(call.header).UploadType(), "W");
+  EXPECT_EQ(call.data, kPunches);
+  EXPECT_EQ(terminal.Stats().polls_answered, 1);
+}
+
+TEST(ZonTerminalTest, EndOfUploadTakesTheValidationTablesBeforeTheFinalEot) {
+  PtyLine pty;
+  TerminalConfig config = ShortWaits();
+  config.end_with_upload = true;
+  config.faults.nak_row = 2;
+  ZonTerminal terminal(config, kPunches);
+  auto outcome = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+  ScriptedHost host(*pty.host_end, false);
+  HostCall call = AnswerCallIn(host);
+  ASSERT_TRUE(call.end_of_upload);
+
+  const std::string fs(1, ProtocolChar::kFs);
+  const std::string ack(1, ProtocolChar::kAck), nak(1, ProtocolChar::kNak);
+  host.Send(std::string(1, ProtocolChar::kSoh) + "DOWNLOAD" + ProtocolChar::kEtx);
+  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
+  host.Send(Frame(ProtocolChar::kSoh, "LEVEL1" + fs + "2"));
+  EXPECT_EQ(host.ReadLine(), ack);
+  host.Send(Frame(ProtocolChar::kStx, "12" + fs + "Ann Smith"));
+  EXPECT_EQ(host.ReadLine(), ack);
+  const std::string row2 = Frame(ProtocolChar::kStx, "7" + fs + "Bob Jones");
+  host.Send(row2);
+  EXPECT_EQ(host.ReadLine(), nak) << "told to refuse row 2 once";
+  host.Send(row2);
+  EXPECT_EQ(host.ReadLine(), ack);
+  host.Send(Frame(ProtocolChar::kSoh, "LEVEL2" + fs + "1"));
+  EXPECT_EQ(host.ReadLine(), ack);
+  std::string damaged = Frame(ProtocolChar::kStx, "5" + fs + "Kitchen");
+  damaged.back() = static_cast<char>(damaged.back() ^ 1);
+  host.Send(damaged);
+  EXPECT_EQ(host.ReadLine(), nak) << "a row with a wrong block check is refused";
+  host.Send(Frame(ProtocolChar::kStx, "5" + fs + "Kitchen"));
+  EXPECT_EQ(host.ReadLine(), ack);
+  host.Send(Frame(ProtocolChar::kSoh, "LEVEL3" + fs + "0"));
+  EXPECT_EQ(host.ReadLine(), ack);
+  EXPECT_EQ(terminal.PendingPunches(), kPunches) << "still no EOT";
+  host.Eot();
+
+  EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
+  auto tables = terminal.Tables();
+  EXPECT_EQ(tables["LEVEL1"], (Table{{"12", "Ann Smith"}, {"7", "Bob Jones"}}));
+  EXPECT_EQ(tables["LEVEL2"], (Table{{"5", "Kitchen"}}));
+  EXPECT_TRUE(tables.contains("LEVEL3"));
+  EXPECT_TRUE(tables["LEVEL3"].empty());
+  EXPECT_EQ(terminal.Stats().row_naks_sent, 2);
+  EXPECT_EQ(terminal.Stats().rows_received, 3);
+  EXPECT_TRUE(terminal.PendingPunches().empty());
+}
+
+TEST(ZonTerminalTest, HoursRequestReturnsTheReplyLine) {
+  PtyLine pty;
+  TerminalConfig config = ShortWaits();
+  config.timeouts.hours_wait = 200ms;
+  ZonTerminal terminal(config, {});
+  ScriptedHost host(*pty.host_end, false);
+  const auto when = *core::DateTime::FromParts(2020, 10, 20, 12, 24);
+
+  auto reply = std::async(std::launch::async,
+                          [&] { return terminal.RequestHours(*pty.terminal_end, 12, when); });
+  const std::string fs(1, ProtocolChar::kFs);
+  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq) + "HRS" + fs + "12" + fs +
+                                 "2010201224");
+  host.Send("Ann Smith" + fs + "7.50" + fs + "32.25\r\n");
+  EXPECT_EQ(reply.get(), "Ann Smith" + fs + "7.50" + fs + "32.25");
+
+  auto unanswered = std::async(std::launch::async,
+                               [&] { return terminal.RequestHours(*pty.terminal_end, 9, when); });
+  EXPECT_FALSE(unanswered.get().has_value());
+  EXPECT_EQ(terminal.HoursReplies().size(), 1u);
+}
+
+TEST(ZonTerminalTest, PacedTerminalTakesAtLeastTheWireTimeOfItsBytes) {
+  PtyLine pty;
+  TerminalConfig config = ShortWaits();
+  config.pace = comm::LineSettings::Parse("9600,N,8,1");
+  ZonTerminal terminal(config, kPunches);
+  ScriptedHost host(*pty.host_end, false);
+  auto start = std::chrono::steady_clock::now();
+  auto outcome = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+  HostCall call = AnswerCallIn(host);
+  auto elapsed = std::chrono::steady_clock::now() - start;
+  host.Eot();
+  EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
+  auto stats = terminal.Stats();
+  // Ten bits a byte at 9600 bit/s.
+  EXPECT_EQ(stats.wire_time, std::chrono::nanoseconds(1'041'666) * stats.bytes_sent);
+  EXPECT_GE(elapsed, stats.wire_time);
+  EXPECT_GT(stats.bytes_sent, 100u);
+}
+
+TEST(ZonTerminalTest, StopSignalEndsAWaitForAPollAtOnce) {
+  PtyLine pty;
+  core::StopSignal stop;
+  ZonTerminal terminal(ShortWaits(), kPunches, &stop);
+  auto outcome =
+      std::async(std::launch::async, [&] { return terminal.AnswerPoll(*pty.terminal_end); });
+  EXPECT_EQ(outcome.wait_for(50ms), std::future_status::timeout);
+  stop.Request();
+  EXPECT_EQ(outcome.get(), CallOutcome::kStopped);
+  EXPECT_EQ(terminal.LastOutcome(), CallOutcome::kStopped);
+}
+
+}  // namespace
+}  // namespace clockcomm::sim
