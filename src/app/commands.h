@@ -16,4 +16,7 @@ void RegisterSetupCommands(CLI::App& app, const GlobalOptions& options);
 // company add|list, employee add|import, transfer
 void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options);
 
+// host, poll, poll-list, demo
+void RegisterCallCommands(CLI::App& app, const GlobalOptions& options);
+
 }  // namespace clockcomm::app

@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
                  "Program folder (default: $CLOCKCOMM_HOME, else the current directory)");
   app::RegisterSetupCommands(app, options);
   app::RegisterRecordCommands(app, options);
+  app::RegisterCallCommands(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -1,0 +1,48 @@
+#include "app/call_session.h"
+
+#include "core/errors.h"
+#include "db/schema.h"
+#include "shell/call/port_names.h"
+
+namespace clockcomm::app {
+
+std::filesystem::path RequireHome(const GlobalOptions& options) {
+  const auto home = shell::ResolveProgramFolder(options.home);
+  if (!std::filesystem::exists(home / shell::kParameterFile)) {
+    throw core::InvalidOperationException("No configuration in " + home.string() +
+                                          " (run `clockcomm --home " + home.string() +
+                                          " init` first).");
+  }
+  return home;
+}
+
+CallSession::CallSession(const std::filesystem::path& home, std::ostream& out,
+                         core::Clock& clock)
+    : config_(shell::MyStatic::Load(home)),
+      clock_(clock),
+      logs_(config_->Paths(), clock),
+      screen_(out),
+      controller_(clock, logs_, screen_),
+      companies_(logs_, config_->Paths().DataDirectory()),
+      services_{config_->Paths(), records::ParameterOverride(config_->Paths().ProgramDirectory()),
+                &companies_, nullptr} {
+  companies_.Initialize(Paths().CompanyRegistryDatabase());
+}
+
+db::Database& CallSession::ProductDatabase() {
+  if (!product_db_) {
+    product_db_ = db::SqliteDatabase::Open(Paths().ClockwynDatabase());
+    db::CreateProductSchema(*product_db_);
+  }
+  return *product_db_;
+}
+
+shell::ZonLoopSettings CallSession::LoopSettings(const std::string& port_option) const {
+  const auto& comm = config_->Comm();
+  const std::string device = port_option.empty()
+                                 ? shell::PortDevice(config_->InstallInformation(), comm.comm_port)
+                                 : port_option;
+  return shell::ZonLoopSettings::From(comm, device);
+}
+
+}  // namespace clockcomm::app
