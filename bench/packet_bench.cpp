@@ -1,7 +1,6 @@
 // Packets per second through PacketReader over a pty pair, each answered with one byte the way a
 // call acknowledges a packet, and the CRC-16 throughput.
 #include <benchmark/benchmark.h>
-
 #include <sys/resource.h>
 
 #include <string>

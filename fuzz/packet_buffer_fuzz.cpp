@@ -30,8 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   in.remove_prefix(1);
 
   clockcomm::zon::PacketBuffer buffer(max_length);
-  std::string fed;       // every byte appended
-  std::string rebuilt;   // packets and the terminators that cut them
+  std::string fed;      // every byte appended
+  std::string rebuilt;  // packets and the terminators that cut them
 
   while (!in.empty()) {
     const uint8_t control = static_cast<uint8_t>(in[0]);

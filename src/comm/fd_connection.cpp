@@ -32,8 +32,7 @@ std::string FdConnection::Read() {
     peer_closed_ = true;
     // Hand over what came before the hang-up; the next Read reports it.
     if (outcome.text.empty()) {
-      throw ConnectionClosedError("The other end of " + description_ +
-                                  " closed the connection.");
+      throw ConnectionClosedError("The other end of " + description_ + " closed the connection.");
     }
   }
   return std::move(outcome.text);

@@ -4,8 +4,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <vector>
 
@@ -13,8 +13,7 @@
 
 namespace clockcomm::comm::fd_io {
 
-ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what,
-                          bool zero_is_eof) {
+ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what, bool zero_is_eof) {
   ReadOutcome outcome;
   char chunk[4096];
   while (outcome.text.size() < max_bytes) {

@@ -39,7 +39,8 @@ PtyPair PtyPair::Open(bool hold_slave_open) {
 }
 
 PtyPair::PtyPair(PtyPair&& other) noexcept
-    : master_fd_(other.master_fd_), slave_fd_(other.slave_fd_),
+    : master_fd_(other.master_fd_),
+      slave_fd_(other.slave_fd_),
       slave_path_(std::move(other.slave_path_)) {
   other.master_fd_ = -1;
   other.slave_fd_ = -1;

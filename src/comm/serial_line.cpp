@@ -18,28 +18,32 @@ namespace {
 // Beyond the time the bytes need on the wire, a write may wait this long for room.
 constexpr std::chrono::milliseconds kWriteMargin{5000};
 
+struct Rate {
+  int baud;
+  speed_t speed;
+};
+// Every rate LineSettings accepts has an entry here.
+constexpr Rate kRates[] = {{110, B110},     {300, B300},     {600, B600},      {1200, B1200},
+                           {2400, B2400},   {4800, B4800},   {9600, B9600},    {19200, B19200},
+                           {38400, B38400}, {57600, B57600}, {115200, B115200}};
+
 speed_t SpeedOf(int baud) {
-  switch (baud) {
-    case 110: return B110;
-    case 300: return B300;
-    case 600: return B600;
-    case 1200: return B1200;
-    case 2400: return B2400;
-    case 4800: return B4800;
-    case 9600: return B9600;
-    case 19200: return B19200;
-    case 38400: return B38400;
-    case 57600: return B57600;
-    default: return B115200;
+  for (const Rate& rate : kRates) {
+    if (rate.baud == baud) return rate.speed;
   }
+  throw core::ArgumentException("Unsupported line rate " + std::to_string(baud) + ".", "Settings");
 }
 
 tcflag_t SizeFlag(int data_bits) {
   switch (data_bits) {
-    case 5: return CS5;
-    case 6: return CS6;
-    case 7: return CS7;
-    default: return CS8;
+    case 5:
+      return CS5;
+    case 6:
+      return CS6;
+    case 7:
+      return CS7;
+    default:
+      return CS8;
   }
 }
 

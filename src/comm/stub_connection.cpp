@@ -13,8 +13,7 @@
 namespace clockcomm::comm {
 
 StubConnection::StubConnection(std::vector<std::string> script)
-    : script_(script.begin(), script.end()),
-      event_fd_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    : script_(script.begin(), script.end()), event_fd_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   if (event_fd_ < 0) throw core::SystemError::FromErrno(errno, "eventfd");
 }
 

@@ -51,8 +51,8 @@ std::unique_ptr<TcpConnection> TcpConnection::Connect(const std::string& host, u
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   int last_error = ECONNREFUSED;
   for (addrinfo* ai = found; ai != nullptr; ai = ai->ai_next) {
-    int fd = ::socket(ai->ai_family, ai->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC,
-                      ai->ai_protocol);
+    int fd =
+        ::socket(ai->ai_family, ai->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, ai->ai_protocol);
     if (fd < 0) {
       last_error = errno;
       continue;
@@ -129,7 +129,8 @@ std::unique_ptr<TcpConnection> TcpListener::Accept(SteadyTime deadline, const Wa
       return std::make_unique<TcpConnection>(fd, EndpointText(reinterpret_cast<sockaddr*>(&peer)));
     }
     if (errno == EINTR || errno == ECONNABORTED) continue;
-    if (errno != EAGAIN && errno != EWOULDBLOCK) throw core::SystemError::FromErrno(errno, "accept");
+    if (errno != EAGAIN && errno != EWOULDBLOCK)
+      throw core::SystemError::FromErrno(errno, "accept");
     if (fd_io::WaitReadable(fd_, deadline, wake) != WaitResult::kReadable) return nullptr;
   }
 }

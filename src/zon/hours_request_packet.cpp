@@ -18,8 +18,8 @@ std::optional<core::DateTime> ParseStamp(std::string_view digits) {
     if (hi < '0' || hi > '9' || lo < '0' || lo > '9') return std::nullopt;
     parts[i] = (hi - '0') * 10 + (lo - '0');
   }
-  return core::DateTime::FromParts(core::ExpandTwoDigitYear(parts[0]), parts[1], parts[2],
-                                   parts[3], parts[4], 0);
+  return core::DateTime::FromParts(core::ExpandTwoDigitYear(parts[0]), parts[1], parts[2], parts[3],
+                                   parts[4], 0);
 }
 
 }  // namespace

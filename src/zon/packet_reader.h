@@ -1,6 +1,6 @@
-// Reads whole packets from a connection: pulls text until the buffer holds a packet, with a time-out
-// that measures silence and a Cancel that may come from any thread. Between reads it sleeps in the
-// connection's wait, so an idle reader costs no CPU.
+// Reads whole packets from a connection: pulls text until the buffer holds a packet, with a
+// time-out that measures silence and a Cancel that may come from any thread. Between reads it
+// sleeps in the connection's wait, so an idle reader costs no CPU.
 #pragma once
 
 #include <atomic>
@@ -20,8 +20,7 @@ class PacketReader {
 
   // line_stop, when given, is the line's stop signal: raising it ends a ReadPacket at once, which
   // then returns an empty string as a cancelled read does.
-  explicit PacketReader(comm::IConnection& connection,
-                        const core::StopSignal* line_stop = nullptr);
+  explicit PacketReader(comm::IConnection& connection, const core::StopSignal* line_stop = nullptr);
 
   // Milliseconds of silence allowed; below 1 means wait for ever.
   int32_t Timeout() const { return timeout_ms_; }

@@ -1,3 +1,5 @@
+#include "comm/serial_line.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -6,7 +8,6 @@
 #include "comm/line_settings.h"
 #include "comm/pty_pair.h"
 #include "comm/serial_connection.h"
-#include "comm/serial_line.h"
 #include "core/errors.h"
 
 namespace clockcomm::comm {
@@ -36,9 +37,9 @@ TEST(LineSettings, ParsesTheSettingsStrings) {
 }
 
 TEST(LineSettings, RefusesMalformedStrings) {
-  for (const char* bad : {"", "9600", "9600,N,8", "9600,N,8,1,1", "9601,N,8,1", "fast,N,8,1",
-                          "9600,X,8,1", "9600,NN,8,1", "9600,N,9,1", "9600,N,4,1", "9600,N,8,3",
-                          "9600,N,8,1.5"}) {
+  for (const char* bad :
+       {"", "9600", "9600,N,8", "9600,N,8,1,1", "9601,N,8,1", "fast,N,8,1", "9600,X,8,1",
+        "9600,NN,8,1", "9600,N,9,1", "9600,N,4,1", "9600,N,8,3", "9600,N,8,1.5"}) {
     SCOPED_TRACE(bad);
     try {
       LineSettings::Parse(bad);

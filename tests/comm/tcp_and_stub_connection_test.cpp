@@ -28,7 +28,9 @@ TEST(TcpConnection, ConnectsAcceptsAndCarriesTextBothWays) {
   auto server = listener.Accept(std::chrono::steady_clock::now() + 2s);
   ASSERT_NE(server, nullptr);
 
-  const std::string packet = "\x02" "1\x1c[\x1cTC28\r\n";
+  const std::string packet =
+      "\x02"
+      "1\x1c[\x1cTC28\r\n";
   client->WriteText(packet);
   EXPECT_EQ(ReadAtLeast(*server, packet.size()), packet);
   server->WriteText("\x06");

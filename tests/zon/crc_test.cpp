@@ -79,7 +79,10 @@ TEST(ZonCrc, ExamplesAndTheExcludedLastByte) {
 }
 
 TEST(ZonCrc, CheckCoversUpToTheThirdFromLastByte) {
-  const std::string packet = AppendZonCRC("\x02" "LI,1234,091020", '\x03');
+  const std::string packet = AppendZonCRC(
+      "\x02"
+      "LI,1234,091020",
+      '\x03');
   ASSERT_TRUE(CheckZonCRC(packet));
 
   // The byte just before the check is not covered: changing it keeps the packet valid.
@@ -106,7 +109,10 @@ TEST(ZonCrc, PacketWhoseCheckEndsInEnqStillValidates) {
   // judged by the plain comparison like any other.
   int found = 0;
   for (int i = 0; i < 5000 && found < 3; ++i) {
-    std::string body = "\x02" "BO," + std::to_string(i);
+    std::string body =
+        "\x02"
+        "BO," +
+        std::to_string(i);
     std::string packet = AppendZonCRC(body, '\x03');
     if (static_cast<uint8_t>(packet.back()) != 0x05) continue;
     ++found;

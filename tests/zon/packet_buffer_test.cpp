@@ -35,8 +35,10 @@ TEST(PacketBuffer, CutsPacketsAtTheTerminator) {
       {"lone CR or LF is data", {"a\rb\nc\r\n"}, {"a\rb\nc"}, ""},
       {"CR CR LF keeps the first CR", {"x\r\r\n"}, {"x\r"}, ""},
       {"byte at a time", {"h", "i", "\r", "\n", "\r", "\n"}, {"hi", ""}, ""},
-      {"control bytes and NULs pass", {std::string("\x02\x00\x1c\xff", 4) + "\r\n"},
-       {std::string("\x02\x00\x1c\xff", 4)}, ""},
+      {"control bytes and NULs pass",
+       {std::string("\x02\x00\x1c\xff", 4) + "\r\n"},
+       {std::string("\x02\x00\x1c\xff", 4)},
+       ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.legend);

@@ -128,7 +128,10 @@ TEST_F(PacketReaderOverPty, ReadsPacketsSplitAtArbitraryPoints) {
   std::string stream;
   std::vector<std::string> expected;
   for (int i = 0; i < 40; ++i) {
-    std::string packet = "\x02" "1\x1cpacket " + std::to_string(i) + std::string(i % 7, '#');
+    std::string packet =
+        "\x02"
+        "1\x1cpacket " +
+        std::to_string(i) + std::string(i % 7, '#');
     expected.push_back(packet);
     stream += packet + "\r\n";
   }
@@ -175,9 +178,9 @@ TEST_F(PacketReaderOverPty, CancelFromAnotherThreadWithinMilliseconds) {
   auto latency = Clock::now() - cancelled_at;
   canceller.join();
   EXPECT_LT(latency, 100ms);
-  RecordProperty("cancel_latency_us",
-                 static_cast<int>(std::chrono::duration_cast<std::chrono::microseconds>(latency)
-                                      .count()));
+  RecordProperty(
+      "cancel_latency_us",
+      static_cast<int>(std::chrono::duration_cast<std::chrono::microseconds>(latency).count()));
 }
 
 TEST_F(PacketReaderOverPty, IdleReaderUsesNoMeasurableCpu) {

@@ -85,7 +85,7 @@ TEST(Zon2xToTcdFormatter, FormattableAndAlreadyFormatted) {
   for (int i = 0; i < 12; ++i) quoted += ",\"x\"";
   EXPECT_TRUE(f.AlreadyFormatted(quoted));
   EXPECT_FALSE(f.AlreadyFormatted("x" + quoted));  // 26 quotes, but a field starts unquoted
-  EXPECT_FALSE(f.AlreadyFormatted("\"a,b\"" + quoted.substr(2)));                // 14 fields
+  EXPECT_FALSE(f.AlreadyFormatted("\"a,b\"" + quoted.substr(2)));  // 14 fields
   EXPECT_FALSE(f.AlreadyFormatted("\"" + std::string(12, ',') + "\""));
   EXPECT_FALSE(f.AlreadyFormatted(""));
 }

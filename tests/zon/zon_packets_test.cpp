@@ -62,8 +62,9 @@ TEST(ZonHeaderPacket, BuildsAndValidatesUploadType) {
 TEST(ZonHeaderPacket, BadHeadersRaiseTheirOwnErrors) {
   const std::string fs = "\x1c";
   EXPECT_THROW(ZonHeaderPacketStatic::Parse(""), core::IndexOutOfRangeException);
-  EXPECT_THROW(ZonHeaderPacketStatic::Parse("\x02" "1" + fs + "[" + fs + "TC28" + fs + "D" + fs +
-                                            "101"),
+  EXPECT_THROW(ZonHeaderPacketStatic::Parse("\x02"
+                                            "1" +
+                                            fs + "[" + fs + "TC28" + fs + "D" + fs + "101"),
                core::IndexOutOfRangeException);
   EXPECT_THROW(ZonHeaderPacketStatic::Parse("garbage without separators"),
                core::IndexOutOfRangeException);
@@ -73,9 +74,9 @@ TEST(ZonHeaderPacket, BadHeadersRaiseTheirOwnErrors) {
                                               number + fs + "W"),
                  core::FormatException);
   }
-  EXPECT_THROW(ZonHeaderPacketStatic::Parse("1" + fs + "[" + fs + "TC28" + fs + "D" + fs + "5" +
-                                            fs + "Q"),
-               core::ArgumentException);
+  EXPECT_THROW(
+      ZonHeaderPacketStatic::Parse("1" + fs + "[" + fs + "TC28" + fs + "D" + fs + "5" + fs + "Q"),
+      core::ArgumentException);
   EXPECT_EQ(ZonHeaderPacketStatic::Parse("1" + fs + fs + "A" + fs + "D" + fs + " -5 " + fs + "P")
                 .ClockNumber(),
             -5);
