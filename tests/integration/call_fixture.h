@@ -1,0 +1,180 @@
+// A program folder with one company (clock DEMODATA), its employees and validation tables, and
+// the call loop's objects wired as the command line wires them; terminals and modems are the
+// simulators on real pty pairs.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/clock.h"
+#include "db/schema.h"
+#include "db/sqlite/sqlite_database.h"
+#include "records/company_factory.h"
+#include "shell/call/call_controller.h"
+#include "shell/call/zon_call_loop.h"
+#include "shell/logs.h"
+#include "shell/my_static.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::test {
+
+// Records every screen line and lets a test wait for one.
+class RecordingScreen : public shell::ScreenSink {
+ public:
+  void Line(std::string_view text) override {
+    std::lock_guard lock(mutex_);
+    lines_.emplace_back(text);
+    cv_.notify_all();
+  }
+  void Status(std::string_view text) override {
+    std::lock_guard lock(mutex_);
+    status_ = std::string(text);
+    statuses_.emplace_back(text);
+    cv_.notify_all();
+  }
+  void AppendStatus(std::string_view text) override {
+    std::lock_guard lock(mutex_);
+    status_ += text;
+  }
+  // True when a line (or status) containing text was shown within the timeout.
+  bool WaitFor(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+    std::unique_lock lock(mutex_);
+    return cv_.wait_for(lock, timeout, [&] { return ContainsLocked(text); });
+  }
+  bool Contains(const std::string& text) const {
+    std::lock_guard lock(mutex_);
+    return ContainsLocked(text);
+  }
+  int Count(const std::string& text) const {
+    std::lock_guard lock(mutex_);
+    int n = 0;
+    for (const auto& l : lines_) n += l.find(text) != std::string::npos;
+    return n;
+  }
+  std::string All() const {
+    std::lock_guard lock(mutex_);
+    std::string out;
+    for (const auto& l : lines_) out += l + "\n";
+    return out;
+  }
+
+ private:
+  bool ContainsLocked(const std::string& text) const {
+    for (const auto& l : lines_) {
+      if (l.find(text) != std::string::npos) return true;
+    }
+    for (const auto& s : statuses_) {
+      if (s.find(text) != std::string::npos) return true;
+    }
+    return false;
+  }
+  mutable std::mutex mutex_;
+  std::condition_variable cv_;
+  std::vector<std::string> lines_;
+  std::vector<std::string> statuses_;
+  std::string status_;
+};
+
+class CallFixture : public ::testing::Test {
+ protected:
+  static constexpr const char* kClock = "DEMODATA";
+
+  void SetUp() override {
+    home_ = dir_.path();
+    std::filesystem::create_directories(home_ / "data" / "demo");
+    config_ = shell::MyStatic::Load(home_);
+    paths_ = std::make_unique<shell::MyPaths>(config_->Paths());
+    {
+      auto registry = db::SqliteDatabase::Open(paths_->CompanyRegistryDatabase(),
+                                               db::SqliteDatabase::Mode::kCreate);
+      db::CreateCompanyRegistrySchema(*registry);
+      registry->Execute(
+          "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
+          "[Pay Period Type], [Current Start Time], CustomDays) VALUES (?, ?, ?, ?, ?, ?, 0)",
+          {"Demo Company", kClock, "demo", "2009-10-19", "weekly", "00:00:00"});
+    }
+    company_db_ = db::SqliteDatabase::Open(paths_->CompanyDatabase("demo"),
+                                           db::SqliteDatabase::Mode::kCreate);
+    db::CreateCompanySchema(*company_db_);
+    company_db_->Execute(
+        "INSERT INTO [Employee Table] ([Card ID], [Employee Name], [Home Department]) VALUES "
+        "(12, 'Ada Lovelace', 7), (13, 'Charles Babbage', 8)");
+    company_db_->Execute("INSERT INTO LEVEL1 ([Card ID], Name, Active) VALUES "
+                         "(12, 'Ada Lovelace', 1), (13, 'Charles Babbage', 1), (14, 'Gone', 0)");
+    company_db_->Execute("INSERT INTO LEVEL2 (Code, Description) VALUES ('7', 'Assembly')");
+    company_db_->Execute(
+        "INSERT INTO LEVEL3 (Code, Description) VALUES ('J1', 'Welding'), ('J2', 'Paint')");
+    db::CreateEventLogSchema(*db::SqliteDatabase::Open(paths_->EventLogDatabase(),
+                                                       db::SqliteDatabase::Mode::kCreate));
+
+    logs_ = std::make_unique<shell::Logs>(*paths_, clock_);
+    controller_ = std::make_unique<shell::CallController>(clock_, *logs_, screen_);
+    companies_ = std::make_unique<records::CompanyFactory>(*logs_, paths_->DataDirectory());
+    companies_->Initialize(paths_->CompanyRegistryDatabase());
+    services_ = std::make_unique<shell::CallServices>(
+        shell::CallServices{*paths_, records::ParameterOverride(), companies_.get(), nullptr});
+  }
+
+  shell::ZonLoopSettings Settings(const std::string& device, bool modem) {
+    shell::ZonLoopSettings s;
+    s.device = device;
+    s.modem = modem;
+    s.response_wait = std::chrono::seconds(1);
+    s.packet_timeout = std::chrono::milliseconds(3000);
+    return s;
+  }
+
+  int64_t Rows(const std::string& where = "1=1") {
+    return company_db_->Query("SELECT COUNT(*) FROM [Clock Data Table] WHERE " + where)
+        .Field(0)
+        .AsInt();
+  }
+
+  int64_t Events(const std::string& type) {
+    auto log = db::SqliteDatabase::Open(paths_->EventLogDatabase());
+    return log->Query("SELECT COUNT(*) FROM LogTable WHERE EventType = ?", {type}).Field(0).AsInt();
+  }
+
+  std::vector<std::filesystem::path> DataFiles(const std::string& extension) {
+    std::vector<std::filesystem::path> out;
+    for (const auto& e : std::filesystem::directory_iterator(paths_->DataDirectory())) {
+      if (e.path().extension() == extension) out.push_back(e.path());
+    }
+    return out;
+  }
+
+  static std::vector<std::string> Punches(int count, int first_sequence = 1) {
+    std::vector<std::string> out;
+    for (int i = 0; i < count; ++i) {
+      const int minute = i % 60;
+      const int hour = 6 + (i / 60) % 12;
+      char line[64];
+      std::snprintf(line, sizeof line, "%d,%d,,,,,%s,091020,%02d%02d,,,,1", first_sequence + i,
+                    12 + (i % 2), i % 2 == 0 ? "I" : "O", hour, minute);
+      out.emplace_back(line);
+    }
+    return out;
+  }
+
+  TempDir dir_;
+  std::filesystem::path home_;
+  core::SystemClock clock_;
+  std::unique_ptr<shell::MyStatic> config_;
+  std::unique_ptr<shell::MyPaths> paths_;
+  std::unique_ptr<db::Database> company_db_;
+  std::unique_ptr<shell::Logs> logs_;
+  RecordingScreen screen_;
+  std::unique_ptr<shell::CallController> controller_;
+  std::unique_ptr<records::CompanyFactory> companies_;
+  std::unique_ptr<shell::CallServices> services_;
+};
+
+}  // namespace clockcomm::test

@@ -1,0 +1,318 @@
+// The call loop against simulated terminals and a simulated modem over real pty pairs.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <future>
+
+#include "comm/pty_pair.h"
+#include "integration/call_fixture.h"
+#include "sim/hayes_modem.h"
+#include "sim/zon_terminal.h"
+#include "zon/protocol_char.h"
+
+namespace clockcomm::test {
+namespace {
+
+using sim::CallOutcome;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+class ZonCallTest : public CallFixture {
+ protected:
+  // Runs the host loop once on a direct line while the terminal calls in.
+  CallOutcome HostOnce(sim::ZonTerminal& terminal, bool* loop_ok = nullptr) {
+    auto pty = comm::PtyPair::Open();
+    auto master = pty.TakeMaster();
+    shell::ZonCallLoop loop(Settings(pty.SlavePath(), false), *controller_, *services_);
+    auto outcome = std::async(std::launch::async, [&] {
+      EXPECT_TRUE(screen_.WaitFor("Waiting for next event")) << screen_.All();
+      return terminal.CallIn(*master);
+    });
+    const bool ok = loop.CommLoop(true);
+    if (loop_ok != nullptr) *loop_ok = ok;
+    return outcome.get();
+  }
+
+  shell::PollRow Location(const std::string& name, const std::string& phone = "") {
+    shell::PollRow row;
+    row.location_id = 1;
+    row.location_name = name;
+    row.location_phone = phone;
+    row.terminal_id = "7";
+    return row;
+  }
+};
+
+TEST_F(ZonCallTest, HostCallOnADirectLineStoresEveryPunchOnceBeforeTheTerminalForgetsThem) {
+  sim::ZonTerminal terminal(sim::TerminalConfig{}, Punches(6));
+  bool ok = false;
+  EXPECT_EQ(HostOnce(terminal, &ok), CallOutcome::kCompleted) << screen_.All();
+  EXPECT_TRUE(ok);
+  EXPECT_TRUE(terminal.PendingPunches().empty());
+  EXPECT_EQ(terminal.Stats().eots_received, 1);
+  EXPECT_EQ(Rows(), 6);
+  // Out-punches are stored in the out columns.
+  EXPECT_EQ(Rows("[Punch Type] = 'O' AND [Date Out] = '2009-10-20' AND [Date In] IS NULL"), 3);
+  EXPECT_EQ(Rows("[Punch Type] = 'I' AND [Time In] = '06:00:00' AND [Card ID] = 12"), 1);
+  const auto calls = DataFiles(".TCD");
+  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(DataFiles(".ARC").size(), 1u);
+  EXPECT_EQ(Events("Start of call"), 1);
+  EXPECT_EQ(Events("Open Comm"), 1);
+  EXPECT_EQ(Events("Close Comm"), 1);
+  EXPECT_TRUE(screen_.Contains("EOT Sent"));
+  EXPECT_TRUE(screen_.Contains("File opened is: "));
+}
+
+TEST_F(ZonCallTest, ACorruptedPacketIsRefusedWithNakAndTakenWhenResent) {
+  sim::TerminalConfig config;
+  config.faults.corrupt_packet = 2;
+  sim::ZonTerminal terminal(config, Punches(4));
+  EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
+  EXPECT_EQ(terminal.Stats().naks_received, 1);
+  EXPECT_EQ(terminal.Stats().resends, 1);
+  EXPECT_EQ(Rows(), 4);
+  EXPECT_EQ(Events("Packet resent: "), 1);
+}
+
+TEST_F(ZonCallTest, ASecondHeaderIsAcknowledgedAndIgnored) {
+  sim::TerminalConfig config;
+  config.faults.second_header = true;
+  sim::ZonTerminal terminal(config, Punches(3));
+  EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
+  EXPECT_TRUE(screen_.Contains("Duplicate Header Packet Ignored"));
+  EXPECT_EQ(Rows(), 3);
+  EXPECT_EQ(DataFiles(".TCD").size(), 1u);
+}
+
+TEST_F(ZonCallTest, AnEndOfUploadCallReceivesTheValidationTablesBeforeTheFinalEot) {
+  sim::TerminalConfig config;
+  config.end_with_upload = true;
+  config.faults.nak_row = 2;
+  sim::ZonTerminal terminal(config, Punches(2));
+  EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
+  auto tables = terminal.Tables();
+  ASSERT_EQ(tables["LEVEL1"].size(), 2u);  // the inactive employee is not sent
+  EXPECT_EQ(tables["LEVEL1"][0], (std::vector<std::string>{"12", "Ada Lovelace"}));
+  EXPECT_EQ(tables["LEVEL2"].size(), 1u);
+  EXPECT_EQ(tables["LEVEL3"].size(), 2u);
+  EXPECT_EQ(terminal.Stats().row_naks_sent, 1);
+  EXPECT_TRUE(screen_.Contains("Final EOT Sent"));
+  EXPECT_TRUE(screen_.Contains("Downloading 2 Packets"));
+  EXPECT_EQ(Rows(), 2);
+}
+
+TEST_F(ZonCallTest, ATerminalThatGoesSilentKeepsItsPunchesAndDeliversThemWholeNextTime) {
+  sim::TerminalConfig config;
+  config.faults.silent_after = 3;
+  sim::ZonTerminal terminal(config, Punches(5));
+  bool ok = true;
+  EXPECT_NE(HostOnce(terminal, &ok), CallOutcome::kCompleted);
+  EXPECT_FALSE(ok);
+  EXPECT_TRUE(screen_.Contains("Upload Incomplete"));
+  EXPECT_EQ(terminal.PendingPunches().size(), 5u);
+  EXPECT_EQ(Rows(), 0);
+  EXPECT_TRUE(DataFiles(".TCD").empty());  // the incomplete call's file is gone
+
+  EXPECT_EQ(HostOnce(terminal, &ok), CallOutcome::kCompleted) << screen_.All();
+  EXPECT_TRUE(ok);
+  EXPECT_TRUE(terminal.PendingPunches().empty());
+  EXPECT_EQ(Rows(), 5);
+  EXPECT_EQ(company_db_->Query("SELECT COUNT(DISTINCT Punch) FROM [Clock Data Table]")
+                .Field(0)
+                .AsInt(),
+            5);
+}
+
+TEST_F(ZonCallTest, EndPressedDuringACallStopsAtOnceAndTheTerminalKeepsItsPunches) {
+  sim::TerminalConfig config;
+  config.faults.silent_after = 2;
+  sim::ZonTerminal terminal(config, Punches(5));
+  auto pty = comm::PtyPair::Open();
+  auto master = pty.TakeMaster();
+  auto settings = Settings(pty.SlavePath(), false);
+  settings.packet_timeout = seconds(30);
+  shell::ZonCallLoop loop(settings, *controller_, *services_);
+  auto caller = std::async(std::launch::async, [&] {
+    screen_.WaitFor("Waiting for next event");
+    return terminal.CallIn(*master);
+  });
+  auto presser = std::async(std::launch::async, [&] {
+    EXPECT_TRUE(screen_.WaitFor("Uploading Packets"));
+    // Give the terminal time to fall silent; the loop then waits on the line for 30 s.
+    std::this_thread::sleep_for(milliseconds(200));
+    const auto pressed = std::chrono::steady_clock::now();
+    controller_->PressEnd();
+    return pressed;
+  });
+  loop.CommLoop(false);
+  const auto ended = std::chrono::steady_clock::now();
+  const auto pressed = presser.get();
+  caller.get();
+  EXPECT_LT(ended - pressed, seconds(5)) << "End took too long";
+  EXPECT_TRUE(screen_.Contains("Upload Incomplete"));
+  EXPECT_TRUE(screen_.Contains("Closing Port"));
+  EXPECT_EQ(terminal.PendingPunches().size(), 5u);
+  EXPECT_EQ(Rows(), 0);
+}
+
+TEST_F(ZonCallTest, WhenAllCallFilesOfTheDayAreUsedTheRunEndsAndNothingIsLost) {
+  const std::string day = clock_.Now().GetDate().Format("mmdd");
+  for (int i = 1; i <= 9999; ++i) {
+    char name[16];
+    std::snprintf(name, sizeof name, "%s%04d.TCD", day.c_str(), i);
+    std::ofstream(paths_->DataDirectory() / name);
+  }
+  sim::ZonTerminal terminal(sim::TerminalConfig{}, Punches(2));
+  bool ok = true;
+  EXPECT_NE(HostOnce(terminal, &ok), CallOutcome::kCompleted);
+  EXPECT_FALSE(ok);
+  EXPECT_TRUE(screen_.Contains("System error, All 9999 date files for today have been used"));
+  EXPECT_EQ(Events("System error"), 1);
+  EXPECT_EQ(terminal.PendingPunches().size(), 2u);
+  EXPECT_EQ(Rows(), 0);
+}
+
+TEST_F(ZonCallTest, OutboundPollOnADirectLine) {
+  sim::TerminalConfig config;
+  config.terminal_id = "7";
+  sim::ZonTerminal terminal(config, Punches(3));
+  auto pty = comm::PtyPair::Open();
+  auto master = pty.TakeMaster();
+  shell::ZonCallLoop loop(Settings(pty.SlavePath(), false), *controller_, *services_);
+  auto answer = std::async(std::launch::async, [&] {
+    return terminal.AnswerPoll(*master, sim::LineKind::kDirect,
+                               std::chrono::steady_clock::now() + seconds(20));
+  });
+  EXPECT_TRUE(loop.OutBoundTCB({Location("Dock")}));
+  EXPECT_EQ(answer.get(), CallOutcome::kCompleted) << screen_.All();
+  EXPECT_TRUE(screen_.Contains("Polling Dock"));
+  EXPECT_TRUE(screen_.Contains("HDR Sent"));
+  EXPECT_EQ(Rows(), 3);
+}
+
+TEST_F(ZonCallTest, ADirectLinePollWithoutAnswerFailsAfterFiveEnquiriesAndIsNotRetried) {
+  auto pty = comm::PtyPair::Open();
+  auto master = pty.TakeMaster();  // nobody answers on it
+  shell::ZonCallLoop loop(Settings(pty.SlavePath(), false), *controller_, *services_);
+  EXPECT_FALSE(loop.OutBoundTCB({Location("Nowhere")}));
+  EXPECT_EQ(Events("Poll Failed, No Response to ENQ"), 1);
+  EXPECT_EQ(screen_.Count("Polling Nowhere"), 1);
+  const std::string sent = master->Read();
+  EXPECT_EQ(std::count(sent.begin(), sent.end(), zon::ProtocolChar::kEnq), 5);
+}
+
+class ModemCallTest : public ZonCallTest {
+ protected:
+  struct ModemRig {
+    comm::PtyPair pty = comm::PtyPair::Open();
+    core::StopSignal stop;
+    std::unique_ptr<sim::HayesModem> modem;
+    std::thread thread;
+    ~ModemRig() {
+      stop.Request();
+      if (thread.joinable()) thread.join();
+    }
+  };
+
+  std::unique_ptr<ModemRig> StartModem(sim::ModemOptions options, sim::ZonTerminal& terminal) {
+    auto rig = std::make_unique<ModemRig>();
+    rig->modem = std::make_unique<sim::HayesModem>(rig->pty.TakeMaster(), options, rig->stop);
+    rig->modem->AddToPhoneBook("5551234", terminal);
+    rig->thread = std::thread([m = rig->modem.get()] { m->Run(); });
+    return rig;
+  }
+
+  // A terminal calls in through the modem while the loop hosts.
+  void HostThroughModem(std::optional<int> speed) {
+    sim::ZonTerminal terminal(sim::TerminalConfig{}, Punches(3));
+    sim::ModemOptions options;
+    options.speed = speed;
+    auto rig = StartModem(options, terminal);
+    shell::ZonCallLoop loop(Settings(rig->pty.SlavePath(), true), *controller_, *services_);
+    auto ring = std::async(std::launch::async, [&] {
+      EXPECT_TRUE(screen_.WaitFor("Waiting for next event")) << screen_.All();
+      rig->modem->IncomingCall("5551234");
+    });
+    EXPECT_TRUE(loop.CommLoop(true)) << screen_.All();
+    ring.get();
+    EXPECT_TRUE(screen_.Contains("Ring Detected"));
+    EXPECT_TRUE(screen_.Contains("Initializing Modem"));
+    EXPECT_TRUE(terminal.PendingPunches().empty());
+    EXPECT_EQ(Rows(), 3);
+  }
+};
+
+TEST_F(ModemCallTest, HostCallThroughTheModemAtTheConnectSpeed) {
+  HostThroughModem(2400);
+  EXPECT_TRUE(screen_.Contains("Terminal is Connected at 2400"));
+}
+
+TEST_F(ModemCallTest, AConnectWithoutSpeedRunsTheCallAt300) {
+  HostThroughModem(std::nullopt);
+  EXPECT_TRUE(screen_.Contains("Terminal is Connected at 300"));
+}
+
+TEST_F(ModemCallTest, AFailedDialIsRetriedUntilTheThirdAttempt) {
+  sim::TerminalConfig config;
+  config.terminal_id = "7";
+  sim::ZonTerminal terminal(config, Punches(2));
+  sim::ModemOptions options;
+  options.fail_dials = 2;
+  auto rig = StartModem(options, terminal);
+  shell::ZonCallLoop loop(Settings(rig->pty.SlavePath(), true), *controller_, *services_);
+  EXPECT_TRUE(loop.OutBoundTCB({Location("Depot", "5551234")})) << screen_.All();
+  EXPECT_EQ(screen_.Count("Call failed: NO CARRIER"), 2);
+  EXPECT_EQ(Events("Outbound Call Failed"), 2);
+  EXPECT_TRUE(screen_.Contains("Attempt #3"));
+  EXPECT_EQ(Rows(), 2);
+  EXPECT_EQ(rig->modem->Stats().dials, 3);
+}
+
+TEST_F(ModemCallTest, ThreeFailedDialsGiveUpOnTheLocation) {
+  sim::ZonTerminal terminal(sim::TerminalConfig{}, Punches(2));
+  sim::ModemOptions options;
+  options.fail_dials = 3;
+  auto rig = StartModem(options, terminal);
+  shell::ZonCallLoop loop(Settings(rig->pty.SlavePath(), true), *controller_, *services_);
+  EXPECT_FALSE(loop.OutBoundTCB({Location("Depot", "5551234")}));
+  EXPECT_EQ(Events("Failed to complete transfer"), 1);
+  EXPECT_EQ(rig->modem->Stats().dials, 3);
+  EXPECT_EQ(terminal.PendingPunches().size(), 2u);
+}
+
+class HoursTest : public ZonCallTest {};
+
+TEST_F(HoursTest, AnHoursRequestIsAnsweredWithTodaysAndThePeriodsHours) {
+  core::ManualClock manual(*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0));
+  shell::CallController controller(manual, *logs_, screen_);
+  company_db_->Execute(
+      "INSERT INTO [Clock Data Table] ([Card ID], [Punch Type], [Date In], [Time In], [Date Out], "
+      "[Time Out]) VALUES "
+      "(12, 'I', '2009-10-19', '08:00:00', NULL, NULL), (12, 'O', NULL, NULL, '2009-10-19', "
+      "'16:00:00'), (12, 'I', '2009-10-20', '08:00:00', NULL, NULL), (12, 'O', NULL, NULL, "
+      "'2009-10-20', '12:30:00'), (12, 'I', '2009-10-12', '08:00:00', NULL, NULL), (12, 'O', "
+      "NULL, NULL, '2009-10-12', '09:00:00')");
+  auto pty = comm::PtyPair::Open();
+  auto master = pty.TakeMaster();
+  shell::ZonCallLoop loop(Settings(pty.SlavePath(), false), controller, *services_);
+  sim::ZonTerminal terminal(sim::TerminalConfig{}, {});
+  auto asker = std::async(std::launch::async, [&] {
+    EXPECT_TRUE(screen_.WaitFor("Waiting for next event"));
+    auto known = terminal.RequestHours(*master, 12, manual.Now());
+    auto unknown = terminal.RequestHours(*master, 99, manual.Now());
+    controller.PressEnd();
+    return std::make_pair(known, unknown);
+  });
+  loop.CommLoop(false);
+  auto [known, unknown] = asker.get();
+  const char fs = zon::ProtocolChar::kFs;
+  ASSERT_TRUE(known.has_value());
+  // Today 08:00-12:30; the week from Monday 19 October adds 08:00-16:00; the week before not.
+  EXPECT_EQ(*known, std::string("Ada Lovelace") + fs + "4.50" + fs + "12.50");
+  ASSERT_TRUE(unknown.has_value());
+  EXPECT_EQ(*unknown, "Badge 99 not found");
+}
+
+}  // namespace
+}  // namespace clockcomm::test
