@@ -1,8 +1,246 @@
+// clockcomm-sim: a simulated Zon/Tranz terminal on a serial device or a pty, and a simulated
+// Hayes modem with a terminal behind it, for trying the program from a shell.
+#include <pthread.h>
+#include <signal.h>
+
 #include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+#include <thread>
+
+#include "comm/pty_pair.h"
+#include "comm/serial_connection.h"
+#include "comm/serial_line.h"
+#include "core/clock.h"
+#include "core/errors.h"
+#include "core/stop_signal.h"
+#include "core/text.h"
+#include "sim/hayes_modem.h"
+#include "sim/punch_source.h"
+#include "sim/zon_terminal.h"
+
+namespace clockcomm::app {
+namespace {
+
+using namespace std::chrono_literals;
+
+struct TerminalOptions {
+  sim::TerminalConfig config;
+  int punch_count = 10;
+  std::string punch_file;
+  std::optional<int> baud;
+  std::optional<int> hours_badge;
+};
+
+void AddTerminalOptions(CLI::App& cmd, TerminalOptions& o) {
+  auto& c = o.config;
+  cmd.add_option("--clock-name", c.clock_name, "Clock name in the header")->capture_default_str();
+  cmd.add_option("--clock-number", c.clock_number, "Clock number")->capture_default_str();
+  cmd.add_option("--application", c.application, "Application name")->capture_default_str();
+  cmd.add_option("--upload-type", c.upload_type, "Upload type")
+      ->check(CLI::IsMember({"F", "P", "W"}))
+      ->capture_default_str();
+  cmd.add_option("--terminal-id", c.terminal_id,
+                 "Id a poll's header request must carry (empty: any)");
+  cmd.add_option("--punches", o.punch_count, "Number of generated punches")->capture_default_str();
+  cmd.add_option("--punch-file", o.punch_file, "File of 13-field punch lines instead")
+      ->check(CLI::ExistingFile);
+  cmd.add_flag("--end-upload", c.end_with_upload,
+               "End with end of upload and take the validation tables");
+  cmd.add_option("--baud", o.baud, "Send no faster than this line speed (8N1)");
+  cmd.add_option("--corrupt-packet", c.faults.corrupt_packet,
+                 "Fault: wrong block check on packet N once (0 = header)");
+  cmd.add_option("--silent-after", c.faults.silent_after,
+                 "Fault: stop sending after N data packets, once");
+  cmd.add_option("--drop-after", c.faults.drop_after,
+                 "Fault: close the line after N data packets, once");
+  cmd.add_flag("--second-header", c.faults.second_header,
+               "Fault: send the header again after the first data packet");
+  cmd.add_option("--nak-row", c.faults.nak_row, "Fault: refuse download row N once");
+  cmd.add_option("--hours", o.hours_badge,
+                 "After each call, ask the hours of this badge (direct line only)");
+}
+
+std::vector<std::string> LoadPunches(const TerminalOptions& o) {
+  if (!o.punch_file.empty()) return sim::ReadPunchFile(o.punch_file);
+  return sim::GeneratePunches(o.punch_count, core::SystemClock().Now().GetDate());
+}
+
+sim::TerminalConfig Finish(TerminalOptions& o) {
+  if (o.baud) o.config.pace = comm::LineSettings::Parse(std::to_string(*o.baud) + ",N,8,1");
+  return o.config;
+}
+
+// SIGINT and SIGTERM are taken by one thread with sigwait, which raises the stop signal; every
+// wait of the simulators watches it, so they end at once.
+void WatchSignals(core::StopSignal& stop) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  std::thread([set, &stop] {
+    int signal_number = 0;
+    sigwait(&set, &signal_number);
+    stop.Request();
+  }).detach();
+}
+
+void PrintStats(const sim::ZonTerminal& terminal) {
+  auto s = terminal.Stats();
+  std::cout << "Terminal " << terminal.Config().clock_name << ": " << s.calls << " calls, "
+            << s.packets_sent << " packets sent, " << s.naks_received << " NAKs, " << s.resends
+            << " resends, " << s.eots_received << " EOTs, " << s.rows_received
+            << " table rows, " << terminal.PendingPunches().size() << " punches pending"
+            << std::endl;
+}
+
+int RunZon(TerminalOptions& options, const std::string& device, bool use_pty, bool call_in,
+           double interval, bool once, const std::string& settings, core::StopSignal& stop) {
+  sim::ZonTerminal terminal(Finish(options), LoadPunches(options), &stop);
+  std::optional<comm::PtyPair> pair;
+  comm::SerialLine serial;
+  std::unique_ptr<comm::IConnection> line;
+  std::string where;
+  if (use_pty) {
+    pair = comm::PtyPair::Open();
+    where = pair->SlavePath();
+    line = pair->TakeMaster();
+  } else {
+    serial.SetSettings(settings);
+    serial.Open(device);
+    where = device;
+    line = std::make_unique<comm::SerialConnection>(serial);
+  }
+  std::cout << "Terminal " << terminal.Config().clock_name << " ready on " << where << " ("
+            << terminal.PendingPunches().size() << " punches, "
+            << (call_in ? "calls in" : "answers polls") << ")" << std::endl;
+
+  const auto pause = std::chrono::duration_cast<std::chrono::nanoseconds>(
+      std::chrono::duration<double>(interval));
+  sim::CallOutcome outcome = sim::CallOutcome::kNone;
+  for (int call = 1; !stop.Requested(); ++call) {
+    if (call_in) {
+      if (stop.WaitFor(pause)) break;
+      outcome = terminal.CallIn(*line);
+    } else {
+      outcome = terminal.AnswerPoll(*line);
+    }
+    if (outcome == sim::CallOutcome::kStopped) break;
+    std::cout << "Call " << call << ": " << sim::ToString(outcome) << ", "
+              << terminal.PendingPunches().size() << " punches pending" << std::endl;
+    if (options.hours_badge) {
+      auto reply =
+          terminal.RequestHours(*line, *options.hours_badge, core::SystemClock().Now());
+      std::cout << "Hours of badge " << *options.hours_badge << ": "
+                << (reply ? core::Printable(*reply) : std::string("no reply")) << std::endl;
+    }
+    if (once || outcome == sim::CallOutcome::kLineClosed ||
+        outcome == sim::CallOutcome::kDroppedLine) {
+      break;
+    }
+  }
+  PrintStats(terminal);
+  return once && outcome != sim::CallOutcome::kCompleted ? 1 : 0;
+}
+
+int RunModem(TerminalOptions& options, sim::ModemOptions modem_options, const std::string& number,
+             std::optional<double> call_in_after, std::optional<double> call_interval,
+             core::StopSignal& stop) {
+  sim::ZonTerminal terminal(Finish(options), LoadPunches(options), &stop);
+  auto pair = comm::PtyPair::Open();
+  const std::string where = pair.SlavePath();
+  sim::HayesModem modem(pair.TakeMaster(), modem_options, stop);
+  modem.AddToPhoneBook(number, terminal);
+  std::cout << "Modem ready on " << where << " (terminal " << terminal.Config().clock_name
+            << " at " << number << ", " << terminal.PendingPunches().size() << " punches)"
+            << std::endl;
+
+  std::thread caller;
+  if (call_in_after) {
+    caller = std::thread([&] {
+      auto wait = std::chrono::duration<double>(*call_in_after);
+      while (!stop.WaitFor(std::chrono::duration_cast<std::chrono::nanoseconds>(wait))) {
+        modem.IncomingCall(number);
+        if (!call_interval) break;
+        wait = std::chrono::duration<double>(*call_interval);
+      }
+    });
+  }
+  modem.Run();
+  stop.Request();
+  if (caller.joinable()) caller.join();
+  auto s = modem.Stats();
+  std::cout << "Modem: " << s.commands << " commands, " << s.dials << " dials (" << s.failed_dials
+            << " failed), " << s.rings << " rings, " << s.connects << " connects, " << s.hang_ups
+            << " hang-ups, " << s.carrier_losses << " carrier losses" << std::endl;
+  PrintStats(terminal);
+  return 0;
+}
+
+}  // namespace
+}  // namespace clockcomm::app
 
 int main(int argc, char** argv) {
+  using namespace clockcomm;
   CLI::App app{"clockcomm-sim: simulated time clocks and modems"};
   app.require_subcommand(1);
+
+  app::TerminalOptions zon_options;
+  std::string device, settings = "9600,N,8,1";
+  bool use_pty = false, call_in = false, once = false;
+  double interval = 0;
+  auto* zon = app.add_subcommand("zon", "A Zon/Tranz terminal on a serial device or a new pty");
+  auto* device_opt = zon->add_option("--device", device, "Serial device to open");
+  auto* pty_opt = zon->add_flag("--pty", use_pty, "Create a pty pair and print its slave path");
+  device_opt->excludes(pty_opt);
+  zon->add_option("--settings", settings, "Line settings of --device")->capture_default_str();
+  zon->add_flag("--call-in", call_in, "Call the program (host mode) instead of answering polls");
+  zon->add_option("--interval", interval, "Seconds before each call-in")->capture_default_str();
+  zon->add_flag("--once", once, "Leave after one call; exit status 0 only if it completed");
+  app::AddTerminalOptions(*zon, zon_options);
+
+  app::TerminalOptions modem_terminal;
+  sim::ModemOptions modem_options;
+  std::string number = "5551234", speed = "2400", fail_code = "no-carrier";
+  std::optional<double> call_in_after, call_interval;
+  int guard_ms = 1000;
+  bool modem_pty = false;
+  auto* modem = app.add_subcommand("modem", "A Hayes modem on a new pty, a terminal behind it");
+  modem->add_flag("--pty", modem_pty, "Create the modem port as a pty (the only kind)");
+  modem->add_option("--number", number, "Phone number of the terminal")->capture_default_str();
+  modem->add_option("--speed", speed, "Speed CONNECT reports, or none (300)")
+      ->capture_default_str();
+  modem->add_option("--fail-dials", modem_options.fail_dials, "The first N dials fail");
+  modem->add_option("--fail-code", fail_code, "How failed dials answer")
+      ->check(CLI::IsMember({"no-carrier", "busy"}))
+      ->capture_default_str();
+  modem->add_flag("--no-dialtone", modem_options.no_dialtone, "Every dial: NO DIALTONE");
+  modem->add_option("--call-in-after", call_in_after, "The terminal calls in after SECONDS");
+  modem->add_option("--call-interval", call_interval, "...and again every SECONDS");
+  modem->add_option("--guard-ms", guard_ms, "Escape guard time")->capture_default_str();
+  app::AddTerminalOptions(*modem, modem_terminal);
+
   CLI11_PARSE(app, argc, argv);
-  return 0;
+
+  core::StopSignal stop;
+  app::WatchSignals(stop);
+  try {
+    if (zon->parsed()) {
+      if (!use_pty && device.empty()) {
+        std::cerr << "clockcomm-sim zon: give --device PATH or --pty" << std::endl;
+        return 2;
+      }
+      return app::RunZon(zon_options, device, use_pty, call_in, interval, once, settings, stop);
+    }
+    modem_options.speed = speed == "none" ? std::nullopt : std::optional<int>(std::stoi(speed));
+    modem_options.fail_code =
+        fail_code == "busy" ? sim::ResultCode::kBusy : sim::ResultCode::kNoCarrier;
+    modem_options.guard_time = std::chrono::milliseconds(guard_ms);
+    return app::RunModem(modem_terminal, modem_options, number, call_in_after, call_interval,
+                         stop);
+  } catch (const std::exception& e) {
+    std::cerr << "clockcomm-sim: " << e.what() << std::endl;
+    return 1;
+  }
 }

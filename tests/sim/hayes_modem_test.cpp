@@ -1,0 +1,262 @@
+#include "sim/hayes_modem.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "core/text.h"
+#include "test_host.h"
+
+namespace clockcomm::sim {
+namespace {
+
+using namespace std::chrono_literals;
+using test::HostCall;
+using test::ScriptedHost;
+using zon::ProtocolChar;
+
+const std::vector<std::string> kPunches = {"2,12,,,,,I,091020,1224,,,,1",
+                                           "3,12,,,,,O,091020,1705,,,,1"};
+constexpr auto kGuard = 100ms;
+
+TerminalConfig TerminalSetup() {
+  TerminalConfig config;
+  config.terminal_id = "101";
+  config.timeouts.ack_wait = 2s;
+  config.timeouts.eot_wait = 2s;
+  config.timeouts.answer_wait = 2s;
+  config.timeouts.poll_step_wait = 2s;
+  return config;
+}
+
+ModemOptions Options() {
+  ModemOptions options;
+  options.guard_time = kGuard;
+  options.ring_interval = 10s;  // one RING per test unless a test answers
+  return options;
+}
+
+// The program's side: the modem port (a pty slave) and a modem running on its master.
+class ModemRig {
+ public:
+  explicit ModemRig(ModemOptions options, TerminalConfig config = TerminalSetup())
+      : pair_(comm::PtyPair::Open()), terminal_(std::move(config), kPunches, &stop_) {
+    port_.Open(pair_.SlavePath());
+    program_ = std::make_unique<comm::SerialConnection>(port_);
+    modem_ = std::make_unique<HayesModem>(pair_.TakeMaster(), options, stop_);
+    modem_->AddToPhoneBook("555-1234", terminal_);
+    thread_ = std::thread([this] { modem_->Run(); });
+  }
+  ~ModemRig() {
+    stop_.Request();
+    thread_.join();
+  }
+
+  void Write(const std::string& text) { program_->WriteText(text); }
+
+  // Reads until the text has come (or 2 s passed) and returns everything read.
+  std::string ReadUntil(const std::string& needle, std::chrono::milliseconds wait = 2s) {
+    const auto deadline = std::chrono::steady_clock::now() + wait;
+    while (received_.find(needle) == std::string::npos) {
+      if (program_->WaitForInput(deadline, {}) != comm::WaitResult::kReadable) break;
+      received_ += program_->Read();
+    }
+    size_t at = received_.find(needle);
+    size_t end = at == std::string::npos ? received_.size() : at + needle.size();
+    std::string out = received_.substr(0, end);
+    received_.erase(0, end);
+    return out;
+  }
+  // True when nothing at all came during the wait.
+  bool QuietFor(std::chrono::milliseconds wait) {
+    if (program_->WaitForInput(std::chrono::steady_clock::now() + wait, {}) ==
+        comm::WaitResult::kTimedOut) {
+      return true;
+    }
+    received_ += program_->Read();
+    return false;
+  }
+
+  std::string Command(const std::string& command) {
+    Write(command + "\r");
+    std::string first = ReadUntil("\r\n", 2s);  // the echo, or the blank line before the code
+    return first + ReadUntil("\r\n", 2s);
+  }
+
+  comm::IConnection& Program() { return *program_; }
+  HayesModem& Modem() { return *modem_; }
+  ZonTerminal& Terminal() { return terminal_; }
+
+ private:
+  core::StopSignal stop_;
+  comm::PtyPair pair_;
+  comm::SerialLine port_;
+  std::unique_ptr<comm::SerialConnection> program_;
+  ZonTerminal terminal_;
+  std::unique_ptr<HayesModem> modem_;
+  std::thread thread_;
+  std::string received_;
+};
+
+TEST(HayesModemTest, AnswersCommandsWithEchoAndVerboseCodes) {
+  ModemRig rig(Options());
+  struct Step {
+    std::string send;
+    std::string expected;  // echo (while on) and result, byte for byte
+  };
+  std::vector<Step> steps = {
+      {"ATZ\r", "ATZ\r\r\nOK\r\n"},
+      {"ATE1Q0V1X4S0=1\r", "ATE1Q0V1X4S0=1\r\r\nOK\r\n"},
+      {"AT&C1\r", "AT&C1\r\r\nOK\r\n"},
+      {"ATS0?\r", "ATS0?\r\r\n001\r\n\r\nOK\r\n"},
+      {"AT!\r", "AT!\r\r\nERROR\r\n"},
+      {"ATX\bE0\r", "ATX\bE0\r\r\nOK\r\n"},  // backspace took the X out
+      {"ATH0\r", "\r\nOK\r\n"},              // echo is off now
+      {"ATV0\r", "0\r"},
+      {"ATQ1\r", ""},                        // quiet: no result code at all
+  };
+  for (const auto& step : steps) {
+    SCOPED_TRACE(core::Printable(step.send));
+    rig.Write(step.send);
+    if (step.expected.empty()) {
+      EXPECT_TRUE(rig.QuietFor(200ms));
+    } else {
+      EXPECT_EQ(rig.ReadUntil(step.expected), step.expected);
+    }
+  }
+  EXPECT_EQ(rig.Modem().Stats().commands, 9);
+}
+
+// The host's side of a call once connected, with framed acknowledgements as over a modem.
+HostCall HostUpload(ScriptedHost& host) {
+  host.Enq();
+  return host.ReceiveUpload();
+}
+
+void HangUp(ModemRig& rig) {
+  EXPECT_TRUE(rig.QuietFor(kGuard + 50ms));
+  rig.Write("+++");
+  EXPECT_EQ(rig.ReadUntil("\r\nOK\r\n"), "\r\nOK\r\n") << "on line, the escape is not echoed";
+  rig.Write("ATH\r");
+  EXPECT_TRUE(rig.ReadUntil("\r\nOK\r\n").ends_with("\r\nOK\r\n"));
+  EXPECT_FALSE(rig.Modem().Connected());
+}
+
+TEST(HayesModemTest, IncomingCallRingsConnectsWithOrWithoutSpeedAndRelaysTheCall) {
+  for (std::optional<int> speed : {std::optional<int>(2400), std::optional<int>()}) {
+    SCOPED_TRACE(speed ? "CONNECT 2400" : "CONNECT without speed");
+    ModemOptions options = Options();
+    options.speed = speed;
+    ModemRig rig(options);
+    EXPECT_EQ(rig.Command("ATE1Q0V1X4S0=1"), "ATE1Q0V1X4S0=1\r\r\nOK\r\n");
+    rig.Modem().IncomingCall("5551234");
+    const std::string connect = speed ? "\r\nCONNECT 2400\r\n" : "\r\nCONNECT\r\n";
+    EXPECT_EQ(rig.ReadUntil(connect), "\r\nRING\r\n" + connect);
+    EXPECT_TRUE(rig.Modem().Connected());
+
+    ScriptedHost host(rig.Program(), /*framed=*/true);
+    HostCall call = HostUpload(host);
+    EXPECT_TRUE(call.end_of_transmission);
+    EXPECT_EQ(call.data, kPunches);
+    EXPECT_EQ(call.bad_checks, 0) << "the carrier, not an ENQ line, announces the call";
+    host.Eot();
+    HangUp(rig);
+    EXPECT_EQ(rig.Modem().LastTerminalOutcome(), CallOutcome::kCompleted);
+    EXPECT_TRUE(rig.Terminal().PendingPunches().empty());
+    auto stats = rig.Modem().Stats();
+    EXPECT_EQ(stats.rings, 1);
+    EXPECT_EQ(stats.connects, 1);
+    EXPECT_EQ(stats.hang_ups, 1);
+  }
+}
+
+TEST(HayesModemTest, WithoutAutoAnswerItRingsUntilAnsweredByAta) {
+  ModemRig rig(Options());
+  EXPECT_EQ(rig.Command("ATE0S0=0"), "ATE0S0=0\r\r\nOK\r\n");
+  rig.Modem().IncomingCall("5551234");
+  EXPECT_EQ(rig.ReadUntil("\r\nRING\r\n"), "\r\nRING\r\n");
+  EXPECT_TRUE(rig.QuietFor(100ms)) << "no answer without S0";
+  rig.Write("ATA\r");
+  EXPECT_EQ(rig.ReadUntil("\r\nCONNECT 2400\r\n"), "\r\nCONNECT 2400\r\n");
+}
+
+TEST(HayesModemTest, FailedDialsThenConnectAndAnswerThePoll) {
+  ModemOptions options = Options();
+  options.fail_dials = 2;
+  options.fail_code = ResultCode::kBusy;
+  ModemRig rig(options);
+  EXPECT_EQ(rig.Command("ATE0"), "ATE0\r\r\nOK\r\n");
+  EXPECT_EQ(rig.Command("ATDT5551234"), "\r\nBUSY\r\n");
+  EXPECT_EQ(rig.Command("ATDT5551234"), "\r\nBUSY\r\n");
+  EXPECT_EQ(rig.Command("ATDT5551234"), "\r\nCONNECT 2400\r\n");
+
+  ScriptedHost host(rig.Program(), /*framed=*/true);
+  host.Enq();
+  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kAck));
+  host.Send(std::string(1, ProtocolChar::kStx) + "101" + ProtocolChar::kEtx);
+  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
+  HostCall call = HostUpload(host);
+  EXPECT_EQ(call.data, kPunches);
+  host.Eot();
+  HangUp(rig);
+  EXPECT_EQ(rig.Modem().LastTerminalOutcome(), CallOutcome::kCompleted);
+  auto stats = rig.Modem().Stats();
+  EXPECT_EQ(stats.dials, 3);
+  EXPECT_EQ(stats.failed_dials, 2);
+
+  EXPECT_EQ(rig.Command("ATDT5559999"), "\r\nNO CARRIER\r\n") << "nobody at that number";
+  EXPECT_EQ(rig.Command("ATD"), "\r\nERROR\r\n");
+}
+
+TEST(HayesModemTest, NoDialtoneWhenNoLineIsPluggedIn) {
+  ModemOptions options = Options();
+  options.no_dialtone = true;
+  ModemRig rig(options);
+  EXPECT_EQ(rig.Command("ATE0"), "ATE0\r\r\nOK\r\n");
+  EXPECT_EQ(rig.Command("ATDT5551234"), "\r\nNO DIALTONE\r\n");
+}
+
+TEST(HayesModemTest, TerminalDroppingTheLineGivesNoCarrier) {
+  TerminalConfig config = TerminalSetup();
+  config.faults.drop_after = 1;
+  ModemRig rig(Options(), config);
+  EXPECT_EQ(rig.Command("ATE0S0=1"), "ATE0S0=1\r\r\nOK\r\n");
+  rig.Modem().IncomingCall("5551234");
+  rig.ReadUntil("\r\nCONNECT 2400\r\n");
+  ScriptedHost host(rig.Program(), true);
+  host.Enq();
+  EXPECT_TRUE(ScriptedHost::CheckOk(host.ReadLine()));  // header
+  host.Ack();
+  EXPECT_TRUE(ScriptedHost::CheckOk(host.ReadLine()));  // first punch
+  host.Ack();
+  EXPECT_EQ(host.ReadLine(), "");
+  EXPECT_EQ(host.ReadLine(), "NO CARRIER");
+  EXPECT_FALSE(rig.Modem().Connected());
+  EXPECT_EQ(rig.Modem().Stats().carrier_losses, 1);
+  EXPECT_EQ(rig.Terminal().PendingPunches(), kPunches);
+}
+
+TEST(HayesModemTest, PlusesWithoutGuardTimeAreDataAndTheEscapeNeedsSilence) {
+  ModemRig rig(Options());
+  EXPECT_EQ(rig.Command("ATE0S0=1"), "ATE0S0=1\r\r\nOK\r\n");
+  rig.Modem().IncomingCall("5551234");
+  rig.ReadUntil("\r\nCONNECT 2400\r\n");
+  rig.Write("+++ATH\r");  // no guard time: all of it goes down the line
+  EXPECT_TRUE(rig.QuietFor(kGuard * 3));
+  EXPECT_TRUE(rig.Modem().Connected());
+  EXPECT_EQ(rig.Modem().Stats().escapes, 0);
+
+  rig.Write("+++");
+  EXPECT_EQ(rig.ReadUntil("\r\nOK\r\n"), "\r\nOK\r\n");
+  EXPECT_EQ(rig.Command("ATO"), "\r\nCONNECT 2400\r\n") << "back on line";
+  EXPECT_TRUE(rig.QuietFor(kGuard + 50ms));
+  rig.Write("+++");
+  EXPECT_EQ(rig.ReadUntil("\r\nOK\r\n"), "\r\nOK\r\n");
+  EXPECT_EQ(rig.Command("ATH"), "\r\nOK\r\n");
+  EXPECT_FALSE(rig.Modem().Connected());
+  EXPECT_EQ(rig.Modem().LastTerminalOutcome(), CallOutcome::kLineClosed);
+  EXPECT_EQ(rig.Modem().Stats().escapes, 2);
+}
+
+}  // namespace
+}  // namespace clockcomm::sim

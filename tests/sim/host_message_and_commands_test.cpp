@@ -1,0 +1,202 @@
+#include <gtest/gtest.h>
+
+#include "sim/host_message.h"
+#include "sim/modem_command.h"
+#include "sim/terminal_packets.h"
+#include "zon/hours_request_packet.h"
+#include "zon/protocol_char.h"
+
+namespace clockcomm::sim {
+namespace {
+
+using Kind = HostMessage::Kind;
+using zon::ProtocolChar;
+
+const std::string kFs(1, ProtocolChar::kFs);
+std::string S(char c) { return std::string(1, c); }
+
+TEST(TerminalPacketsTest, BlockCheckCoversEverythingBeforeIt) {
+  std::string packet = DataPacket("2,12,,,,,I,091020,1224,,,,1");
+  ASSERT_EQ(packet.substr(packet.size() - 2), "\r\n");
+  std::string body = packet.substr(0, packet.size() - 3);
+  EXPECT_EQ(packet[packet.size() - 3], BlockCheck(body));
+  EXPECT_NE(WithBadBlockCheck(packet), packet);
+  EXPECT_EQ(WithBadBlockCheck(packet).substr(0, body.size()), body);
+
+  std::string header = HeaderPacket("TC28", "DEMODATA", 101, "F");
+  EXPECT_EQ(header.substr(0, header.size() - 3),
+            S(ProtocolChar::kStx) + "1" + kFs + "[" + kFs + "TC28" + kFs + "DEMODATA" + kFs +
+                "101" + kFs + "F" + kFs + S(ProtocolChar::kFf));
+  EXPECT_EQ(header[header.size() - 3], BlockCheck(header.substr(0, header.size() - 3)));
+}
+
+TEST(TerminalPacketsTest, HoursRequestLineParsesBackOnTheProgramSide) {
+  std::string line = HoursRequestLine(12, *core::DateTime::FromParts(2020, 10, 20, 12, 24));
+  ASSERT_EQ(line.front(), ProtocolChar::kEnq);
+  zon::HoursRequestPacket packet;
+  ASSERT_TRUE(packet.Parse(line.substr(1, line.size() - 3)));
+  EXPECT_EQ(packet.BadgeNumber(), 12);
+  EXPECT_EQ(packet.Timestamp(), *core::DateTime::FromParts(2020, 10, 20, 12, 24));
+}
+
+std::string Framed(char lead, const std::string& body) {
+  std::string frame = S(lead) + body + S(ProtocolChar::kEtx);
+  return frame + DownloadBlockCheck(frame);
+}
+
+TEST(HostMessageTest, CutsWhatTheProgramSends) {
+  struct Case {
+    const char* legend;
+    std::string input;
+    HostContext context;
+    Kind kind;
+    bool framed;
+    bool check_ok;
+    size_t left;  // bytes left in the buffer afterwards
+  };
+  const auto& pc = ProtocolChar::Shared();
+  std::string bad_ack4 = pc.ACK4();
+  bad_ack4[3] = 'x';
+  std::vector<Case> cases = {
+      {"single ACK", pc.ACK(), HostContext::kCall, Kind::kAck, false, true, 0},
+      {"single NAK then more", pc.NAK() + pc.EOT(), HostContext::kCall, Kind::kNak, false, true, 1},
+      {"ACK4", pc.ACK4(), HostContext::kCall, Kind::kAck, true, true, 0},
+      {"NAK4", pc.NAK4(), HostContext::kCall, Kind::kNak, true, true, 0},
+      {"EOT4 back to back", pc.EOT4() + pc.EOT4(), HostContext::kCall, Kind::kEot, true, true, 4},
+      {"ACK4 with a damaged check", bad_ack4, HostContext::kCall, Kind::kAck, true, false, 0},
+      {"poll header", S(ProtocolChar::kStx) + "101" + S(ProtocolChar::kEtx), HostContext::kCall,
+       Kind::kPollHeader, false, true, 0},
+      {"noise byte", "x" + pc.ENQ(), HostContext::kCall, Kind::kOther, false, true, 1},
+      {"download start", S(ProtocolChar::kSoh) + "DOWNLOAD" + S(ProtocolChar::kEtx),
+       HostContext::kDownload, Kind::kDownloadStart, false, true, 0},
+      {"table header", Framed(ProtocolChar::kSoh, "LEVEL1" + kFs + "3"), HostContext::kDownload,
+       Kind::kTableHeader, false, true, 0},
+      {"table header without a count", Framed(ProtocolChar::kSoh, "LEVEL1"),
+       HostContext::kDownload, Kind::kTableHeader, false, false, 0},
+      {"table row", Framed(ProtocolChar::kStx, "12" + kFs + "Ann"), HostContext::kDownload,
+       Kind::kTableRow, false, true, 0},
+      {"EOT4 in a download", pc.EOT4(), HostContext::kDownload, Kind::kEot, true, true, 0},
+      {"SOH during a call is noise", pc.SOH() + "DOWNLOAD" + pc.ETX(), HostContext::kCall,
+       Kind::kOther, false, true, 9},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.legend);
+    std::string buffer = c.input;
+    auto m = TakeHostMessage(buffer, c.context);
+    ASSERT_TRUE(m.has_value());
+    EXPECT_EQ(m->kind, c.kind);
+    EXPECT_EQ(m->framed, c.framed);
+    EXPECT_EQ(m->check_ok, c.check_ok);
+    EXPECT_EQ(buffer.size(), c.left);
+  }
+}
+
+TEST(HostMessageTest, WaitsForTheRestOfASplitMessage) {
+  const auto& pc = ProtocolChar::Shared();
+  struct Case {
+    const char* legend;
+    std::string whole;
+    HostContext context;
+  };
+  std::vector<Case> cases = {
+      {"ACK4", pc.ACK4(), HostContext::kCall},
+      {"poll header", pc.STX() + "101" + pc.ETX(), HostContext::kCall},
+      {"table header and its check", Framed(ProtocolChar::kSoh, "LEVEL2" + kFs + "1"),
+       HostContext::kDownload},
+      {"row and its check", Framed(ProtocolChar::kStx, "7" + kFs + "Bob"), HostContext::kDownload},
+  };
+  for (const auto& c : cases) {
+    for (size_t cut = 1; cut < c.whole.size(); ++cut) {
+      SCOPED_TRACE(std::string(c.legend) + " cut at " + std::to_string(cut));
+      std::string buffer = c.whole.substr(0, cut);
+      EXPECT_FALSE(TakeHostMessage(buffer, c.context).has_value());
+      EXPECT_EQ(buffer.size(), cut) << "nothing is consumed while incomplete";
+      buffer += c.whole.substr(cut);
+      auto m = TakeHostMessage(buffer, c.context);
+      ASSERT_TRUE(m.has_value());
+      EXPECT_NE(m->kind, Kind::kOther);
+      EXPECT_TRUE(buffer.empty());
+    }
+  }
+}
+
+TEST(HostMessageTest, RowAndHeaderFieldsAreSplitAtFs) {
+  std::string buffer = Framed(ProtocolChar::kSoh, "LEVEL3" + kFs + "12") +
+                       Framed(ProtocolChar::kStx, "A1" + kFs + kFs + "Night shift");
+  auto header = TakeHostMessage(buffer, HostContext::kDownload);
+  ASSERT_TRUE(header);
+  EXPECT_EQ(header->text, "LEVEL3");
+  EXPECT_EQ(header->row_count, 12);
+  auto row = TakeHostMessage(buffer, HostContext::kDownload);
+  ASSERT_TRUE(row);
+  EXPECT_EQ(row->fields, (std::vector<std::string>{"A1", "", "Night shift"}));
+}
+
+TEST(HostMessageTest, OverlongFrameWithoutEtxIsDroppedAsNoise) {
+  std::string buffer = ProtocolChar::Shared().STX() + std::string(kMaxHostFrameLength + 1, 'x');
+  auto m = TakeHostMessage(buffer, HostContext::kCall);
+  ASSERT_TRUE(m);
+  EXPECT_EQ(m->kind, Kind::kOther);
+}
+
+TEST(ModemCommandTest, ParsesCommandLines) {
+  using K = AtCommand::Kind;
+  struct Case {
+    std::string text;  // after "AT"
+    std::vector<std::pair<K, int>> expected;
+  };
+  std::vector<Case> cases = {
+      {"", {}},
+      {"Z", {{K::kReset, 0}}},
+      {"E1Q0V1X4S0=1", {{K::kEcho, 1}, {K::kQuiet, 0}, {K::kVerbose, 1}, {K::kOther, 4},
+                         {K::kSetRegister, 1}}},
+      {"e0 v0", {{K::kEcho, 0}, {K::kVerbose, 0}}},
+      {"H0", {{K::kHangUp, 0}}},
+      {"H", {{K::kHangUp, 0}}},
+      {"&C1&D2", {{K::kOther, 1}, {K::kOther, 2}}},
+      {"S12?", {{K::kQueryRegister, 0}}},
+      {"A", {{K::kAnswer, 0}}},
+      {"O", {{K::kOnline, 0}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    auto commands = ParseAtCommands(c.text);
+    ASSERT_TRUE(commands.has_value());
+    ASSERT_EQ(commands->size(), c.expected.size());
+    for (size_t i = 0; i < c.expected.size(); ++i) {
+      EXPECT_EQ((*commands)[i].kind, c.expected[i].first);
+      EXPECT_EQ((*commands)[i].value, c.expected[i].second);
+    }
+  }
+  auto s = ParseAtCommands("S12=5");
+  ASSERT_TRUE(s);
+  EXPECT_EQ((*s)[0].register_number, 12);
+  EXPECT_EQ((*s)[0].value, 5);
+
+  for (const char* bad : {"S=1", "S0", "S0=256", "S300=1", "!", "&", "&1", "E1%"}) {
+    SCOPED_TRACE(bad);
+    EXPECT_FALSE(ParseAtCommands(bad).has_value());
+  }
+}
+
+TEST(ModemCommandTest, DialTakesTheRestOfTheLineAsItsNumber) {
+  auto commands = ParseAtCommands("E1DT 555-1234;H");
+  ASSERT_TRUE(commands);
+  ASSERT_EQ(commands->size(), 2u);
+  EXPECT_EQ((*commands)[1].kind, AtCommand::Kind::kDial);
+  EXPECT_EQ((*commands)[1].text, "5551234");
+  EXPECT_EQ(DialedNumber("P9,,5551234"), "95551234");
+}
+
+TEST(ModemCommandTest, FormatsResultCodes) {
+  EXPECT_EQ(FormatResult(ResultCode::kOk, true), "\r\nOK\r\n");
+  EXPECT_EQ(FormatResult(ResultCode::kConnect, true, 2400), "\r\nCONNECT 2400\r\n");
+  EXPECT_EQ(FormatResult(ResultCode::kConnect, true), "\r\nCONNECT\r\n");
+  EXPECT_EQ(FormatResult(ResultCode::kNoCarrier, true), "\r\nNO CARRIER\r\n");
+  EXPECT_EQ(FormatResult(ResultCode::kNoDialtone, true), "\r\nNO DIALTONE\r\n");
+  EXPECT_EQ(FormatResult(ResultCode::kBusy, false), "7\r");
+  EXPECT_EQ(FormatResult(ResultCode::kConnect, false, 2400), "10\r");
+}
+
+}  // namespace
+}  // namespace clockcomm::sim
