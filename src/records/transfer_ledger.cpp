@@ -9,7 +9,8 @@ TransferLedger::TransferLedger(db::Database& company_db) : db_(company_db) {
       "CREATE TABLE IF NOT EXISTS [Transfer Ledger] ("
       "FileName TEXT NOT NULL, Line INTEGER NOT NULL, LineHash TEXT NOT NULL, "
       "ClockDataID INTEGER, "
-      "PRIMARY KEY (FileName, Line, LineHash))");
+      // Without rowid the key is the table: one b-tree page written per entry, not two.
+      "PRIMARY KEY (FileName, Line, LineHash)) WITHOUT ROWID");
 }
 
 std::string TransferLedger::LineHash(std::string_view line) {
