@@ -90,9 +90,8 @@ void PrintStats(const sim::ZonTerminal& terminal) {
   auto s = terminal.Stats();
   std::cout << "Terminal " << terminal.Config().clock_name << ": " << s.calls << " calls, "
             << s.packets_sent << " packets sent, " << s.naks_received << " NAKs, " << s.resends
-            << " resends, " << s.eots_received << " EOTs, " << s.rows_received
-            << " table rows, " << terminal.PendingPunches().size() << " punches pending"
-            << std::endl;
+            << " resends, " << s.eots_received << " EOTs, " << s.rows_received << " table rows, "
+            << terminal.PendingPunches().size() << " punches pending" << std::endl;
 }
 
 int RunZon(TerminalOptions& options, const std::string& device, bool use_pty, bool call_in,
@@ -116,8 +115,8 @@ int RunZon(TerminalOptions& options, const std::string& device, bool use_pty, bo
             << terminal.PendingPunches().size() << " punches, "
             << (call_in ? "calls in" : "answers polls") << ")" << std::endl;
 
-  const auto pause = std::chrono::duration_cast<std::chrono::nanoseconds>(
-      std::chrono::duration<double>(interval));
+  const auto pause =
+      std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(interval));
   sim::CallOutcome outcome = sim::CallOutcome::kNone;
   for (int call = 1; !stop.Requested(); ++call) {
     if (call_in) {
@@ -130,8 +129,7 @@ int RunZon(TerminalOptions& options, const std::string& device, bool use_pty, bo
     std::cout << "Call " << call << ": " << sim::ToString(outcome) << ", "
               << terminal.PendingPunches().size() << " punches pending" << std::endl;
     if (options.hours_badge) {
-      auto reply =
-          terminal.RequestHours(*line, *options.hours_badge, core::SystemClock().Now());
+      auto reply = terminal.RequestHours(*line, *options.hours_badge, core::SystemClock().Now());
       std::cout << "Hours of badge " << *options.hours_badge << ": "
                 << (reply ? core::Printable(*reply) : std::string("no reply")) << std::endl;
     }
@@ -152,9 +150,8 @@ int RunModem(TerminalOptions& options, sim::ModemOptions modem_options, const st
   const std::string where = pair.SlavePath();
   sim::HayesModem modem(pair.TakeMaster(), modem_options, stop);
   modem.AddToPhoneBook(number, terminal);
-  std::cout << "Modem ready on " << where << " (terminal " << terminal.Config().clock_name
-            << " at " << number << ", " << terminal.PendingPunches().size() << " punches)"
-            << std::endl;
+  std::cout << "Modem ready on " << where << " (terminal " << terminal.Config().clock_name << " at "
+            << number << ", " << terminal.PendingPunches().size() << " punches)" << std::endl;
 
   std::thread caller;
   if (call_in_after) {
@@ -237,8 +234,7 @@ int main(int argc, char** argv) {
     modem_options.fail_code =
         fail_code == "busy" ? sim::ResultCode::kBusy : sim::ResultCode::kNoCarrier;
     modem_options.guard_time = std::chrono::milliseconds(guard_ms);
-    return app::RunModem(modem_terminal, modem_options, number, call_in_after, call_interval,
-                         stop);
+    return app::RunModem(modem_terminal, modem_options, number, call_in_after, call_interval, stop);
   } catch (const std::exception& e) {
     std::cerr << "clockcomm-sim: " << e.what() << std::endl;
     return 1;

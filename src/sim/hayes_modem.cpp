@@ -292,8 +292,8 @@ void HayesModem::Connect(ZonTerminal& terminal, bool outbound) {
     // A terminal keeps the line after its call until the program hangs up.
     const comm::WakeSet wake{&stop_};
     try {
-      while (end->IsOpen() && end->WaitForInput(comm::kNoDeadline, wake) !=
-                                  comm::WaitResult::kWoken) {
+      while (end->IsOpen() &&
+             end->WaitForInput(comm::kNoDeadline, wake) != comm::WaitResult::kWoken) {
         end->Read();
       }
     } catch (const comm::ConnectionClosedError&) {

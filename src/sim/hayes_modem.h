@@ -53,8 +53,7 @@ struct ModemStats {
 
 class HayesModem {
  public:
-  HayesModem(std::unique_ptr<comm::FdConnection> dte, ModemOptions options,
-             core::StopSignal& stop);
+  HayesModem(std::unique_ptr<comm::FdConnection> dte, ModemOptions options, core::StopSignal& stop);
   ~HayesModem();
   HayesModem(const HayesModem&) = delete;
   HayesModem& operator=(const HayesModem&) = delete;

@@ -27,10 +27,10 @@ struct HostMessage {
     kOther,          // a byte that starts nothing known: skipped
   };
   Kind kind = Kind::kOther;
-  bool framed = false;    // ACK4/NAK4/EOT4 rather than the single character
-  bool check_ok = true;   // block check of table headers, rows and framed controls
-  std::string text;       // poll header: the terminal id; table header: the table name
-  int row_count = 0;      // table header
+  bool framed = false;              // ACK4/NAK4/EOT4 rather than the single character
+  bool check_ok = true;             // block check of table headers, rows and framed controls
+  std::string text;                 // poll header: the terminal id; table header: the table name
+  int row_count = 0;                // table header
   std::vector<std::string> fields;  // table row
 };
 

@@ -62,7 +62,8 @@ std::optional<std::vector<AtCommand>> ParseAtCommands(std::string_view s) {
         if (pos >= s.size() || !std::isalpha(static_cast<unsigned char>(s[pos]))) {
           return std::nullopt;
         }
-        command.text = std::string("&") + static_cast<char>(std::toupper(static_cast<unsigned char>(s[pos++])));
+        command.text = std::string("&") +
+                       static_cast<char>(std::toupper(static_cast<unsigned char>(s[pos++])));
         command.value = TakeNumber(s, pos);
         commands.push_back(command);
         continue;

@@ -25,9 +25,9 @@ struct AtCommand {
     kOther,          // X4, &C1, L, M ...: accepted and ignored
   };
   Kind kind = Kind::kOther;
-  int value = 0;         // the number after the letter; the register's new value
+  int value = 0;  // the number after the letter; the register's new value
   int register_number = 0;
-  std::string text;      // the dial string's digits; the letter of an ignored command
+  std::string text;  // the dial string's digits; the letter of an ignored command
   friend bool operator==(const AtCommand&, const AtCommand&) = default;
 };
 

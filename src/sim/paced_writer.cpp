@@ -12,8 +12,7 @@ PacedWriter::PacedWriter(comm::IConnection& line, std::optional<comm::LineSettin
     : line_(line), settings_(settings), stop_(stop) {
   if (settings_) {
     // Start bit, data bits, parity bit and stop bits for each byte.
-    int bits = 1 + settings_->data_bits + (settings_->parity == 'N' ? 0 : 1) +
-               settings_->stop_bits;
+    int bits = 1 + settings_->data_bits + (settings_->parity == 'N' ? 0 : 1) + settings_->stop_bits;
     byte_time_ = std::chrono::nanoseconds(1'000'000'000LL * bits / settings_->baud);
   }
 }

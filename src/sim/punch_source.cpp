@@ -46,9 +46,9 @@ std::vector<std::string> ReadPunchFile(const std::string& path) {
     std::string trimmed = core::Trim(line);
     if (trimmed.empty() || trimmed[0] == '#') continue;
     if (std::count(trimmed.begin(), trimmed.end(), ',') != 12) {
-      throw core::ArgumentException(path + " line " + std::to_string(number) +
-                                        ": a punch needs 13 comma-separated fields.",
-                                    "path");
+      throw core::ArgumentException(
+          path + " line " + std::to_string(number) + ": a punch needs 13 comma-separated fields.",
+          "path");
     }
     punches.push_back(trimmed);
   }

@@ -209,8 +209,8 @@ void ZonTerminal::Delivered(size_t count) {
   Update([&] {
     ++stats_.eots_received;
     // Punches added during the call stay for the next one.
-    punches_.erase(punches_.begin(),
-                   punches_.begin() + static_cast<std::ptrdiff_t>(std::min(count, punches_.size())));
+    punches_.erase(punches_.begin(), punches_.begin() + static_cast<std::ptrdiff_t>(
+                                                            std::min(count, punches_.size())));
   });
 }
 

@@ -24,28 +24,28 @@ class PacedWriter;
 enum class LineKind { kDirect, kModem };
 
 enum class CallOutcome {
-  kNone,          // no call yet
-  kCompleted,     // EOT received: the batch was delivered
-  kNoAnswer,      // the program did not answer the call-in, or the poll stopped half way
-  kNoAck,         // a packet got neither ACK nor NAK in time
-  kTooManyNaks,   // a packet was refused more often than max_resends
-  kNoEot,         // the batch was sent but no EOT came
-  kWentSilent,    // fault: stopped sending half way
-  kDroppedLine,   // fault: closed the line half way
-  kLineClosed,    // the program's side went away
-  kStopped,       // the stop signal ended the call
+  kNone,         // no call yet
+  kCompleted,    // EOT received: the batch was delivered
+  kNoAnswer,     // the program did not answer the call-in, or the poll stopped half way
+  kNoAck,        // a packet got neither ACK nor NAK in time
+  kTooManyNaks,  // a packet was refused more often than max_resends
+  kNoEot,        // the batch was sent but no EOT came
+  kWentSilent,   // fault: stopped sending half way
+  kDroppedLine,  // fault: closed the line half way
+  kLineClosed,   // the program's side went away
+  kStopped,      // the stop signal ended the call
 };
 const char* ToString(CallOutcome outcome);
 
 struct TerminalStats {
   int calls = 0;
-  int packets_sent = 0;   // header and data packets, resends included
+  int packets_sent = 0;  // header and data packets, resends included
   int acks_received = 0;
   int naks_received = 0;
   int resends = 0;
   int eots_received = 0;
-  int polls_answered = 0;   // header requests answered with ENQ CRLF
-  int rows_received = 0;    // validation-table rows stored
+  int polls_answered = 0;  // header requests answered with ENQ CRLF
+  int rows_received = 0;   // validation-table rows stored
   int row_naks_sent = 0;
   uint64_t bytes_sent = 0;
   std::chrono::nanoseconds wire_time{0};  // at the pace, for the bytes sent (zero unpaced)

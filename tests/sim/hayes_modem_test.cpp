@@ -113,7 +113,7 @@ TEST(HayesModemTest, AnswersCommandsWithEchoAndVerboseCodes) {
       {"ATX\bE0\r", "ATX\bE0\r\r\nOK\r\n"},  // backspace took the X out
       {"ATH0\r", "\r\nOK\r\n"},              // echo is off now
       {"ATV0\r", "0\r"},
-      {"ATQ1\r", ""},                        // quiet: no result code at all
+      {"ATQ1\r", ""},  // quiet: no result code at all
   };
   for (const auto& step : steps) {
     SCOPED_TRACE(core::Printable(step.send));

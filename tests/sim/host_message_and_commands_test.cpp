@@ -24,9 +24,9 @@ TEST(TerminalPacketsTest, BlockCheckCoversEverythingBeforeIt) {
   EXPECT_EQ(WithBadBlockCheck(packet).substr(0, body.size()), body);
 
   std::string header = HeaderPacket("TC28", "DEMODATA", 101, "F");
-  EXPECT_EQ(header.substr(0, header.size() - 3),
-            S(ProtocolChar::kStx) + "1" + kFs + "[" + kFs + "TC28" + kFs + "DEMODATA" + kFs +
-                "101" + kFs + "F" + kFs + S(ProtocolChar::kFf));
+  EXPECT_EQ(header.substr(0, header.size() - 3), S(ProtocolChar::kStx) + "1" + kFs + "[" + kFs +
+                                                     "TC28" + kFs + "DEMODATA" + kFs + "101" + kFs +
+                                                     "F" + kFs + S(ProtocolChar::kFf));
   EXPECT_EQ(header[header.size() - 3], BlockCheck(header.substr(0, header.size() - 3)));
 }
 
@@ -71,8 +71,8 @@ TEST(HostMessageTest, CutsWhatTheProgramSends) {
        HostContext::kDownload, Kind::kDownloadStart, false, true, 0},
       {"table header", Framed(ProtocolChar::kSoh, "LEVEL1" + kFs + "3"), HostContext::kDownload,
        Kind::kTableHeader, false, true, 0},
-      {"table header without a count", Framed(ProtocolChar::kSoh, "LEVEL1"),
-       HostContext::kDownload, Kind::kTableHeader, false, false, 0},
+      {"table header without a count", Framed(ProtocolChar::kSoh, "LEVEL1"), HostContext::kDownload,
+       Kind::kTableHeader, false, false, 0},
       {"table row", Framed(ProtocolChar::kStx, "12" + kFs + "Ann"), HostContext::kDownload,
        Kind::kTableRow, false, true, 0},
       {"EOT4 in a download", pc.EOT4(), HostContext::kDownload, Kind::kEot, true, true, 0},
@@ -148,8 +148,8 @@ TEST(ModemCommandTest, ParsesCommandLines) {
   std::vector<Case> cases = {
       {"", {}},
       {"Z", {{K::kReset, 0}}},
-      {"E1Q0V1X4S0=1", {{K::kEcho, 1}, {K::kQuiet, 0}, {K::kVerbose, 1}, {K::kOther, 4},
-                         {K::kSetRegister, 1}}},
+      {"E1Q0V1X4S0=1",
+       {{K::kEcho, 1}, {K::kQuiet, 0}, {K::kVerbose, 1}, {K::kOther, 4}, {K::kSetRegister, 1}}},
       {"e0 v0", {{K::kEcho, 0}, {K::kVerbose, 0}}},
       {"H0", {{K::kHangUp, 0}}},
       {"H", {{K::kHangUp, 0}}},

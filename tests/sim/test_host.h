@@ -32,9 +32,9 @@ struct PtyLine {
 };
 
 struct HostCall {
-  std::string header;               // without block check and CRLF
-  std::vector<std::string> data;    // punch lines accepted, without block check
-  int bad_checks = 0;               // packets answered NAK
+  std::string header;             // without block check and CRLF
+  std::vector<std::string> data;  // punch lines accepted, without block check
+  int bad_checks = 0;             // packets answered NAK
   int headers = 0;
   bool end_of_transmission = false;
   bool end_of_upload = false;

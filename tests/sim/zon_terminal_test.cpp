@@ -13,9 +13,9 @@ namespace clockcomm::sim {
 namespace {
 
 using test::HostCall;
-using zon::ProtocolChar;
 using test::PtyLine;
 using test::ScriptedHost;
+using zon::ProtocolChar;
 using namespace std::chrono_literals;
 
 const std::vector<std::string> kPunches = {
@@ -52,7 +52,8 @@ TEST(ZonTerminalTest, CallInUploadsHeaderAndPunchesAndForgetsThemOnEot) {
     SCOPED_TRACE(framed ? "framed ACK4/EOT4" : "single characters");
     PtyLine pty;
     ZonTerminal terminal(ShortWaits(), kPunches);
-    auto outcome = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+    auto outcome =
+        std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
     ScriptedHost host(*pty.host_end, framed);
     HostCall call = AnswerCallIn(host);
 
@@ -82,7 +83,8 @@ TEST(ZonTerminalTest, CorruptedPacketIsRefusedAndResentOnce) {
     TerminalConfig config = ShortWaits();
     config.faults.corrupt_packet = corrupt;
     ZonTerminal terminal(config, kPunches);
-    auto outcome = std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
+    auto outcome =
+        std::async(std::launch::async, [&] { return terminal.CallIn(*pty.terminal_end); });
     ScriptedHost host(*pty.host_end, false);
     HostCall call = AnswerCallIn(host);
     host.Eot();
@@ -275,8 +277,8 @@ TEST(ZonTerminalTest, HoursRequestReturnsTheReplyLine) {
   auto reply = std::async(std::launch::async,
                           [&] { return terminal.RequestHours(*pty.terminal_end, 12, when); });
   const std::string fs(1, ProtocolChar::kFs);
-  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq) + "HRS" + fs + "12" + fs +
-                                 "2010201224");
+  EXPECT_EQ(host.ReadLine(),
+            std::string(1, ProtocolChar::kEnq) + "HRS" + fs + "12" + fs + "2010201224");
   host.Send("Ann Smith" + fs + "7.50" + fs + "32.25\r\n");
   EXPECT_EQ(reply.get(), "Ann Smith" + fs + "7.50" + fs + "32.25");
 
