@@ -16,7 +16,9 @@ void RegisterSetupCommands(CLI::App& app, const GlobalOptions& options);
 // company add|list, employee add|import, transfer
 void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options);
 
-// host, poll, poll-list, demo
+// host, poll, poll-list
 void RegisterCallCommands(CLI::App& app, const GlobalOptions& options);
+// demo
+void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options);
 
 }  // namespace clockcomm::app

@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
   app::RegisterSetupCommands(app, options);
   app::RegisterRecordCommands(app, options);
   app::RegisterCallCommands(app, options);
+  app::RegisterDemoCommand(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

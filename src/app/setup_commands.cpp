@@ -19,6 +19,7 @@
 #include "shell/event_log_report.h"
 #include "shell/install_information.h"
 #include "shell/my_static.h"
+#include "shell/program_folder.h"
 
 namespace clockcomm::app {
 namespace fs = std::filesystem;
@@ -47,40 +48,16 @@ core::Date ParseDayOption(const std::string& option, const std::string& text) {
 
 // ---- init ----
 
-void CreateDatabase(const fs::path& file, void (*create_schema)(db::Database&)) {
-  std::unique_ptr<SqliteDatabase> database =
-      SqliteDatabase::Open(file, SqliteDatabase::Mode::kCreate);
-  create_schema(*database);
-}
-
 void RunInit(const GlobalOptions& options, bool force) {
   const fs::path home = shell::ResolveProgramFolder(options.home);
-  shell::InstallInformation install(home);
-  for (const fs::path& file : {install.RegistryFile(), shell::ParameterFilePath(home)}) {
-    if (!force && fs::exists(file)) {
-      Fail("clockcomm init: " + file.string() +
-           " already exists; use --force to write the defaults over it");
-    }
+  try {
+    shell::InitializeProgramFolder(home, force);
+  } catch (const core::InvalidOperationException& e) {
+    Fail(std::string("clockcomm init: ") + e.what());
   }
-  fs::create_directories(home);
-  // Sections that are not ours (such as [Ports]) survive a forced init.
-  install.Load();
-  install.SetProgramDirectory(home.string());
-  install.SetDataDirectory((home / "data").string());
-  install.Save();
-
-  shell::CommSettings settings;
-  settings.program_folder = home.string();
-  shell::WriteCommSettings(home, settings);
-
   const shell::MyPaths paths = shell::MyStatic::Load(home)->Paths();
-  fs::create_directories(paths.DebugLogDirectory());
-  CreateDatabase(paths.EventLogDatabase(), db::CreateEventLogSchema);
-  CreateDatabase(paths.CompanyRegistryDatabase(), db::CreateCompanyRegistrySchema);
-  CreateDatabase(paths.ClockwynDatabase(), db::CreateProductSchema);
-
   std::cout << "Initialised program folder " << home.string() << "\n"
-            << "  " << install.RegistryFile().string() << "\n"
+            << "  " << shell::InstallInformation(home).RegistryFile().string() << "\n"
             << "  " << shell::ParameterFilePath(home).string() << "\n"
             << "  data directory " << paths.DataDirectory().string() << "\n";
 }

@@ -157,10 +157,13 @@ void ZonCallLoop::ResetModem() {
   controller_.Show("{0} Reset Modem - Raise DTR");
   line_.SetDtr(true);
   try {
-    if (!line_.HasModemLines() && modem_->Escape() == "OK") modem_->Command("ATH");
+    if (modem_online_ && !line_.HasModemLines() && modem_->Escape() == "OK") {
+      modem_->Command("ATH");
+    }
   } catch (const core::Error& e) {
     controller_.Debug("", std::string("Modem reset: ") + e.what());
   }
+  modem_online_ = false;
   line_.CommGet();  // whatever the hang-up left behind
 }
 
@@ -173,7 +176,7 @@ void ZonCallLoop::End() {
     // The stop that brought us here must not cut the hang-up short.
     comm::HayesModem closing(line_.Connection(), settings_.response_wait, comm::WakeSet{});
     try {
-      closing.Escape();
+      if (modem_online_) closing.Escape();
       closing.Command("ATH");
       closing.Command(core::ReplaceAll(settings_.modem_init, "S0=1", "S0=0"));
     } catch (const core::Error& e) {
@@ -183,6 +186,7 @@ void ZonCallLoop::End() {
   controller_.Show("{0} Closing Port");
   line_.Close();
   modem_.reset();
+  modem_online_ = false;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -289,6 +293,7 @@ bool ZonCallLoop::HandleModemLine(const std::string& line, std::string& rest) {
   }
   if (line.rfind("CONNECT", 0) == 0) {
     const std::string speed = ConnectSpeed(line);
+    modem_online_ = true;
     line_.SetSettings(speed + ",N,8,1");
     controller_.Show("{0} CONNECT {0}");
     controller_.Status("Terminal is Connected at " + speed);
@@ -427,6 +432,7 @@ bool ZonCallLoop::PollLocation(const PollRow& location, int attempt) {
       return false;
     }
     const std::string speed = ConnectSpeed(reply);
+    modem_online_ = true;
     line_.SetSettings(speed + ",N,8,1");
     controller_.Show("{0} CONNECT {1}", {speed});
     controller_.Status("Terminal is Connected at " + speed);

@@ -106,6 +106,8 @@ class ZonCallLoop : public OutboundPoller {
   CallServices& services_;
   ZonLine line_;
   std::unique_ptr<comm::HayesModem> modem_;
+  // A modem connection is up (the modem is in data mode until it is hung up).
+  bool modem_online_ = false;
   bool last_call_succeeded_ = false;
   int good_calls_ = 0;
   int failed_calls_ = 0;

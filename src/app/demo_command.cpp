@@ -1,0 +1,195 @@
+// demo: the main job from nothing, on the embedded default. A program folder with a company, its
+// employees and a poll list; a simulated terminal on a direct line calls in (host mode) and a
+// second one behind a simulated modem is polled; the punches end in the company's database.
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <thread>
+
+#include "app/call_session.h"
+#include "app/commands.h"
+#include "comm/pty_pair.h"
+#include "core/errors.h"
+#include "db/sqlite/sqlite_database.h"
+#include "records/company_registration.h"
+#include "shell/program_folder.h"
+#include "shell/schedule/poll_list.h"
+#include "sim/hayes_modem.h"
+#include "sim/zon_terminal.h"
+
+namespace clockcomm::app {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr const char* kMarker = ".clockcomm-demo";
+constexpr const char* kCompanyDirectory = "demo";
+constexpr const char* kPhone = "5551234";
+
+// A demo folder is made anew on every run; a folder that is not one of ours is never touched.
+void PrepareHome(const fs::path& home) {
+  if (fs::exists(home) && !fs::is_empty(home)) {
+    if (!fs::exists(home / kMarker)) {
+      throw core::InvalidOperationException(
+          home.string() + " exists and is not a demo folder; choose another with --home");
+    }
+    fs::remove_all(home);
+  }
+  shell::InitializeProgramFolder(home, false);
+  std::ofstream(home / kMarker) << "Made by `clockcomm demo`; removed by the next run.\n";
+  // The home department and default job of an employee go to the punches that lack them.
+  std::ofstream(home / "SettingsOverride.txt")
+      << "; written by the demo\nassignhomedept = yes\nassigndefaultjob = yes\n";
+}
+
+void AddCompany(const shell::MyPaths& paths, const core::Date& today) {
+  records::NewCompany company;
+  company.name = "Demo Company";
+  company.clock_name = "DEMODATA";
+  company.directory = kCompanyDirectory;
+  company.pay_period_type = "weekly";
+  company.start = today.AddDays(-((today.DayOfWeek() + 6) % 7));  // this week's Monday
+  records::RegisterCompany(paths.CompanyRegistryDatabase(),
+                           paths.CompanyDirectory(kCompanyDirectory),
+                           paths.CompanyDatabase(kCompanyDirectory), company);
+  auto db = db::SqliteDatabase::Open(paths.CompanyDatabase(kCompanyDirectory));
+  db->Execute(
+      "INSERT INTO [Employee Table] ([Card ID], [Employee Name], [Home Department], "
+      "DefaultAssignment) VALUES (12, 'Ada Lovelace', 7, 'J1'), (13, 'Charles Babbage', 8, 'J2'), "
+      "(14, 'Grace Hopper', 7, '')");
+  db->Execute(
+      "INSERT INTO LEVEL1 ([Card ID], Name) VALUES (12, 'Ada Lovelace'), (13, 'Charles Babbage'), "
+      "(14, 'Grace Hopper')");
+  db->Execute("INSERT INTO LEVEL2 (Code, Description) VALUES ('7', 'Assembly'), ('8', 'Paint')");
+  db->Execute("INSERT INTO LEVEL3 (Code, Description) VALUES ('J1', 'Frames'), ('J2', 'Wheels')");
+}
+
+// A terminal's punches of today: each employee in, out to lunch, back, and out.
+std::vector<std::string> TodaysPunches(const core::Date& today, int first_sequence,
+                                       const std::vector<int>& badges) {
+  const std::string date = today.Format("yymmdd");
+  const char* types[] = {"I", "LO", "LI", "O"};
+  const char* times[] = {"0800", "1200", "1230", "1630"};
+  std::vector<std::string> punches;
+  int sequence = first_sequence;
+  for (int step = 0; step < 4; ++step) {
+    for (int badge : badges) {
+      punches.push_back(std::to_string(sequence++) + "," + std::to_string(badge) + ",,,,," +
+                        types[step] + "," + date + "," + times[step] + ",,,,1");
+    }
+  }
+  return punches;
+}
+
+sim::TerminalConfig Terminal(int number, const std::string& terminal_id) {
+  sim::TerminalConfig config;
+  config.clock_name = "DEMODATA";
+  config.clock_number = number;
+  config.terminal_id = terminal_id;
+  return config;
+}
+
+// One hosted call on a direct line: the terminal calls in, the host loop takes its batch.
+bool HostedCall(CallSession& session, const core::Date& today) {
+  std::cout << "\n== Host mode on a direct line: terminal 101 calls in ==\n";
+  auto pty = comm::PtyPair::Open();
+  auto far_end = pty.TakeMaster();
+  sim::ZonTerminal terminal(Terminal(101, ""), TodaysPunches(today, 1, {12, 13}));
+  auto settings = session.LoopSettings(pty.SlavePath());
+  settings.modem = false;
+  shell::ZonCallLoop loop(settings, session.Controller(), session.Services());
+  // The terminal's ENQ waits in the line until the loop has opened its port.
+  std::thread caller([&] { terminal.CallIn(*far_end); });
+  const bool ok = loop.CommLoop(true);
+  caller.join();
+  std::cout << "Terminal 101: " << sim::ToString(terminal.LastOutcome()) << ", "
+            << terminal.PendingPunches().size() << " punch(es) still in the terminal\n";
+  return ok;
+}
+
+// One outbound poll through a modem: the loop dials the poll list's location.
+bool PolledCall(CallSession& session, const core::Date& today) {
+  std::cout << "\n== Outbound poll through a modem: dialling the Warehouse ==\n";
+  auto pty = comm::PtyPair::Open();
+  core::StopSignal modem_stop;
+  sim::ZonTerminal terminal(Terminal(102, "7"), TodaysPunches(today, 101, {14}));
+  sim::HayesModem modem(pty.TakeMaster(), sim::ModemOptions{}, modem_stop);
+  modem.AddToPhoneBook(kPhone, terminal);
+  std::thread modem_thread([&] { modem.Run(); });
+  auto settings = session.LoopSettings(pty.SlavePath());
+  settings.modem = true;
+  shell::ZonCallLoop loop(settings, session.Controller(), session.Services());
+  const auto rows = shell::PollList(session.ProductDatabase()).ReadPollRows();
+  const bool ok = loop.OutBoundTCB(rows);
+  modem_stop.Request();
+  modem_thread.join();
+  std::cout << "Terminal 102: " << sim::ToString(terminal.LastOutcome()) << ", "
+            << terminal.PendingPunches().size() << " punch(es) still in the terminal\n";
+  return ok;
+}
+
+void PrintSummary(CallSession& session, const fs::path& home) {
+  const auto& paths = session.Paths();
+  auto company = db::SqliteDatabase::Open(paths.CompanyDatabase(kCompanyDirectory));
+  const int64_t rows = company->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
+  const auto snapshot = session.Controller().Snapshot();
+  std::cout << "\n== Summary ==\n"
+            << "Calls: " << snapshot.calls << " (" << snapshot.good_calls << " succeeded)\n"
+            << "Punches received: " << snapshot.punches << "\n"
+            << "Rows in [Clock Data Table]: " << rows << "\n";
+  auto sample = company->Query(
+      "SELECT [Card ID], [Punch Type], Department, JobNumber, [Date In], [Time In], [Date Out], "
+      "[Time Out] FROM [Clock Data Table] ORDER BY ID LIMIT 4");
+  for (; !sample.Eof(); sample.MoveNext()) {
+    std::cout << "  card " << sample.Field(0).AsText() << " " << sample.Field(1).AsText()
+              << " dept " << sample.Field(2).AsText() << " job " << sample.Field(3).AsText()
+              << " in " << sample.Field(4).AsText() << " " << sample.Field(5).AsText() << " out "
+              << sample.Field(6).AsText() << " " << sample.Field(7).AsText() << "\n";
+  }
+  std::cout << "Program folder: " << home.string() << "\n"
+            << "Call files and archives: " << paths.DataDirectory().string() << "\n"
+            << "Company database: " << paths.CompanyDatabase(kCompanyDirectory).string() << "\n"
+            << "Event log: " << paths.EventLogDatabase().string()
+            << " (clockcomm --home " << home.string() << " log show --from "
+            << session.Clock().Now().GetDate().ToString() << " --to "
+            << session.Clock().Now().GetDate().ToString() << ")\n"
+            << "Text logs: " << paths.DebugLogDirectory().string() << "\n";
+  if (rows != snapshot.punches) throw CLI::RuntimeError(1);
+}
+
+void RunDemo(const GlobalOptions& options) {
+  const fs::path home = options.home.empty() ? fs::current_path() / "demo-home"
+                                             : fs::absolute(options.home);
+  core::SystemClock clock;
+  const core::Date today = clock.Now().GetDate();
+  PrepareHome(home);
+  {
+    const auto config = shell::MyStatic::Load(home);
+    AddCompany(config->Paths(), today);
+  }
+  CallSession session(home, std::cout, clock);
+  shell::PollRow warehouse;
+  warehouse.location_name = "Warehouse";
+  warehouse.location_phone = kPhone;
+  warehouse.terminal_id = "7";
+  warehouse.dial_time = core::TimeOfDay::FromHms(6, 0);
+  shell::PollList(session.ProductDatabase()).Add(warehouse);
+  std::cout << "Demo program folder " << home.string()
+            << ": company \"Demo Company\" (clock DEMODATA), 3 employees, 1 poll-list location\n";
+
+  const bool hosted = HostedCall(session, today);
+  const bool polled = PolledCall(session, today);
+  PrintSummary(session, home);
+  if (!hosted || !polled) throw CLI::RuntimeError(1);
+}
+
+}  // namespace
+
+void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options) {
+  CLI::App* demo = app.add_subcommand(
+      "demo",
+      "Run the main job on simulated terminals: a demo folder (default ./demo-home), one hosted "
+      "call on a direct line and one poll through a modem, punches into the company database");
+  demo->callback([&options] { RunDemo(options); });
+}
+
+}  // namespace clockcomm::app

@@ -1,0 +1,60 @@
+#include "records/company_registration.h"
+
+#include "core/errors.h"
+#include "core/text.h"
+#include "db/schema.h"
+#include "db/sqlite/sqlite_database.h"
+#include "records/company.h"
+
+namespace clockcomm::records {
+
+void RegisterCompany(const std::filesystem::path& registry_database,
+                     const std::filesystem::path& company_directory,
+                     const std::filesystem::path& company_database, NewCompany company) {
+  company.name = core::Trim(company.name);
+  company.clock_name = core::Trim(company.clock_name);
+  company.pay_period_type = core::ToLower(core::Trim(company.pay_period_type));
+  if (company.name.empty()) throw core::ArgumentException("The company name is empty.", "name");
+  if (company.clock_name.empty()) throw core::ArgumentException("The clock name is empty.", "clock");
+  if (core::Trim(company.directory).empty()) {
+    throw core::ArgumentException("The company directory is empty.", "dir");
+  }
+  if (!Company::IsKnownPayPeriodType(company.pay_period_type)) {
+    throw core::ArgumentException(
+        "Unknown pay period type \"" + company.pay_period_type +
+            "\" (weekly, biweekly, semimonthly, monthly, custom, \"accrued custom\").",
+        "pay-period");
+  }
+  const bool custom =
+      company.pay_period_type == "custom" || company.pay_period_type == "accrued custom";
+  if (company.custom_days < 0 || (custom && company.custom_days < 1)) {
+    throw core::ArgumentException(
+        "A " + company.pay_period_type + " pay period needs custom days of 1 or more.",
+        "custom-days");
+  }
+  auto registry = db::SqliteDatabase::Open(registry_database);
+  db::CreateCompanyRegistrySchema(*registry);
+  if (!registry->Query("SELECT 1 FROM Company WHERE [Company] = ? COLLATE NOCASE", {company.name})
+           .Eof()) {
+    throw core::ArgumentException("Company \"" + company.name + "\" already exists.", "name");
+  }
+  auto owner = registry->Query(
+      "SELECT [Company] FROM Company WHERE [Clock Name] = ? COLLATE NOCASE", {company.clock_name});
+  if (!owner.Eof()) {
+    throw core::ArgumentException("Clock \"" + company.clock_name +
+                                      "\" already belongs to company \"" +
+                                      owner.Field(0).AsText() + "\".",
+                                  "clock");
+  }
+  std::filesystem::create_directories(company_directory);
+  db::CreateCompanySchema(
+      *db::SqliteDatabase::Open(company_database, db::SqliteDatabase::Mode::kCreate));
+  registry->Execute(
+      "INSERT INTO Company ([Company], [Clock Name], [Clock Table Updated], [Directory], "
+      "[Current Start Date], [Pay Period Type], [Current Start Time], CustomDays) "
+      "VALUES (?, ?, NULL, ?, ?, ?, ?, ?)",
+      {company.name, company.clock_name, company.directory, company.start,
+       company.pay_period_type, company.start_time, company.custom_days});
+}
+
+}  // namespace clockcomm::records
