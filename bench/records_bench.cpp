@@ -41,12 +41,12 @@ class BenchDir {
 
 records::TcdRecord Punch(int i) {
   static const char* kTypes[] = {"I", "O", "LO", "LI", "T"};
-  return records::TcdRecord("999", i, 1000 + i % 250, i % 4 ? std::optional<int64_t>(i % 50) : std::nullopt,
-                            i % 3 ? "job" : "", "", "", kTypes[i % 5],
-                            core::Date::FromYmd(2009, 10, 20)->AddDays(i / 1000),
-                            core::TimeOfDay::FromSeconds(i * 37 % 86400), std::nullopt,
-                            std::nullopt, i % 5 == 4 ? std::optional<float>(12.5f) : std::nullopt,
-                            "1");
+  return records::TcdRecord(
+      "999", i, 1000 + i % 250, i % 4 ? std::optional<int64_t>(i % 50) : std::nullopt,
+      i % 3 ? "job" : "", "", "", kTypes[i % 5],
+      core::Date::FromYmd(2009, 10, 20)->AddDays(i / 1000),
+      core::TimeOfDay::FromSeconds(i * 37 % 86400), std::nullopt, std::nullopt,
+      i % 5 == 4 ? std::optional<float>(12.5f) : std::nullopt, "1");
 }
 
 void WriteFile(const fs::path& file, int n) {
@@ -104,8 +104,8 @@ void BM_TransferFile(benchmark::State& state) {
     dirs.push_back(std::make_unique<BenchDir>());
     const BenchDir& dir = *dirs.back();
     {
-      auto registry = db::SqliteDatabase::Open(dir.path() / "COMPANY3.db",
-                                               db::SqliteDatabase::Mode::kCreate);
+      auto registry =
+          db::SqliteDatabase::Open(dir.path() / "COMPANY3.db", db::SqliteDatabase::Mode::kCreate);
       db::CreateCompanyRegistrySchema(*registry);
       registry->Execute(
           "INSERT INTO Company ([Company], [Clock Name], [Directory]) VALUES ('A', 'C', 'a')");

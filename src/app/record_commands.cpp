@@ -182,8 +182,8 @@ std::unique_ptr<SqliteDatabase> OpenCompanyDatabase(const Context& ctx,
   if (company.IsEmpty()) Fail("clockcomm: company \"" + company_name + "\" was not found");
   const fs::path file = company.ClockwynDatabaseFilename();
   if (!fs::exists(file)) {
-    Fail("clockcomm: the database of company \"" + company_name + "\" was not found: " +
-         file.string());
+    Fail("clockcomm: the database of company \"" + company_name +
+         "\" was not found: " + file.string());
   }
   return SqliteDatabase::Open(file);
 }
@@ -356,21 +356,23 @@ void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options) {
   eadd->add_option("--name", eo->name, "Employee name");
   eadd->callback([&options, eo] { RunEmployeeAdd(options, *eo); });
   CLI::App* import = employee->add_subcommand(
-      "import", "Add or update employees from a CSV file: card,home department,default job "
-                "(first line is a header)");
+      "import",
+      "Add or update employees from a CSV file: card,home department,default job "
+      "(first line is a header)");
   import->add_option("--company", eo->company, "Company name")->required();
   import->add_option("file", eo->file, "CSV file")->required()->check(CLI::ExistingFile);
-  import->callback([&options, eo] { RunEmployeeImport(options, *eo); });
+  import->callback([&options, eo] { RunEmployeeImport(options, *eo);
+});
 
-  auto to = std::make_shared<TransferCommandOptions>();
-  CLI::App* transfer = app.add_subcommand(
-      "transfer", "Transfer TCD files of a clock into its company's database");
-  transfer->add_option("--clock", to->clock, "Clock name (any case)")->required();
-  transfer->add_option("files", to->files, "TCD files")->required();
-  transfer->add_option("--mode", to->mode, "Upload type of the call; W: no .ARC archive");
-  transfer->add_flag("--one-transaction", to->one_transaction,
-                     "One transaction for each whole file instead of one per row");
-  transfer->callback([&options, to] { RunTransfer(options, *to); });
-}
+auto to = std::make_shared<TransferCommandOptions>();
+CLI::App* transfer =
+    app.add_subcommand("transfer", "Transfer TCD files of a clock into its company's database");
+transfer->add_option("--clock", to->clock, "Clock name (any case)")->required();
+transfer->add_option("files", to->files, "TCD files")->required();
+transfer->add_option("--mode", to->mode, "Upload type of the call; W: no .ARC archive");
+transfer->add_flag("--one-transaction", to->one_transaction,
+                   "One transaction for each whole file instead of one per row");
+transfer->callback([&options, to] { RunTransfer(options, *to); });
+}  // namespace clockcomm::app
 
 }  // namespace clockcomm::app

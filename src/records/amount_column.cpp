@@ -4,7 +4,7 @@ namespace clockcomm::records {
 namespace {
 
 constexpr std::string_view kAmountTypes = "~TAXSVPBH";
-constexpr const char* kAmountColumns[] = {"Quantity", "Tips",     "Advances", "Other", "Sick",
+constexpr const char* kAmountColumns[] = {"Quantity", "Tips",     "Advances", "Other",  "Sick",
                                           "Vacation", "Personal", "Bonus",    "Holiday"};
 
 }  // namespace

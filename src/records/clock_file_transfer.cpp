@@ -131,8 +131,8 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
         options.listener->RecordCopied(*record, read_count);
       }
       if (!record) {
-        log_.Event("Bad TCD line", file_name + " line " + std::to_string(reader.LineNumber()) +
-                                       ": " + reason);
+        log_.Event("Bad TCD line",
+                   file_name + " line " + std::to_string(reader.LineNumber()) + ": " + reason);
         bad_lines.push_back({reader.LineNumber(), reader.Line()});
         continue;
       }
@@ -151,9 +151,9 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
           try {
             db->Rollback();
           } catch (const std::exception& rollback_error) {
-            log_.Event("DBEngine.Rollback error [ImportTC20Data]",
-                       std::string("DBEngine.Rollback error [ImportTC20Data], ") +
-                           rollback_error.what());
+            log_.Event(
+                "DBEngine.Rollback error [ImportTC20Data]",
+                std::string("DBEngine.Rollback error [ImportTC20Data], ") + rollback_error.what());
           }
           throw;
         }
@@ -187,8 +187,8 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
     for (const auto& bad : bad_lines) rejects += bad.text + "\r\n";
     core::WriteFileAtomically(reject_path, rejects);
     result.reject_file = reject_path;
-    log_.Screen(Screen("{0} " + std::to_string(bad_lines.size()) + " bad line(s) of " +
-                       file_name + " kept in " + reject_path.filename().string()));
+    log_.Screen(Screen("{0} " + std::to_string(bad_lines.size()) + " bad line(s) of " + file_name +
+                       " kept in " + reject_path.filename().string()));
   } else if (std::filesystem::exists(reject_path, ec)) {
     std::filesystem::remove(reject_path, ec);
   }

@@ -38,9 +38,9 @@ struct TransferOptions {
 
 struct TransferResult {
   int records_in_file = 0;
-  int inserted = 0;          // rows written by this run
-  int already_present = 0;   // lines the ledger showed as transferred before
-  int rejected = 0;          // bad lines, kept in the reject file
+  int inserted = 0;                    // rows written by this run
+  int already_present = 0;             // lines the ledger showed as transferred before
+  int rejected = 0;                    // bad lines, kept in the reject file
   std::filesystem::path archive_file;  // empty when not archived
   std::filesystem::path reject_file;   // empty when there were no bad lines
 };

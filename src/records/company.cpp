@@ -8,8 +8,7 @@ namespace clockcomm::records {
 
 void Company::Initialize(std::string name, std::optional<core::DateTime> clock_table_updated,
                          std::string clock_name, std::string directory,
-                         std::optional<core::Date> current_start_date,
-                         std::string pay_period_type,
+                         std::optional<core::Date> current_start_date, std::string pay_period_type,
                          std::optional<core::TimeOfDay> current_start_time, int custom_days,
                          const std::filesystem::path& data_directory) {
   name_ = std::move(name);

@@ -22,7 +22,8 @@ void CompanyFactory::Refresh() {
     company.Initialize(rs.Field("Company").AsText(), rs.Field("[Clock Table Updated]").AsDateTime(),
                        rs.Field("[Clock Name]").AsText(), rs.Field("Directory").AsText(),
                        rs.Field("Current Start Date").AsDate(),
-                       rs.Field("Pay Period Type").AsText(), rs.Field("Current Start Time").AsTime(),
+                       rs.Field("Pay Period Type").AsText(),
+                       rs.Field("Current Start Time").AsTime(),
                        static_cast<int>(rs.Field("CustomDays").AsInt()), data_directory_);
     loaded.push_back(std::move(company));
   }

@@ -53,8 +53,8 @@ std::optional<std::string> DepartmentJobAssigner::AssignDepartmentsAndJobs(std::
     log_.Debug(kLogName, step);
     return record.ToTcdString(0);
   } catch (const std::exception& e) {
-    log_.Debug(kLogName, "AssignDepartmentsAndJobs Error: " + std::string(e.what()) +
-                             " Location: " + step);
+    log_.Debug(kLogName,
+               "AssignDepartmentsAndJobs Error: " + std::string(e.what()) + " Location: " + step);
     log_.Event("AssignDepartmentsAndJobs Error", std::string(e.what()) + " Location: " + step);
     return std::nullopt;
   }

@@ -6,8 +6,8 @@ namespace clockcomm::records {
 
 EmployeeInfoMap EmployeeInfoMap::Load(db::Database& company_db) {
   EmployeeInfoMap map;
-  auto rs =
-      company_db.Query("SELECT [Card ID], [Home Department], DefaultAssignment FROM [Employee Table]");
+  auto rs = company_db.Query(
+      "SELECT [Card ID], [Home Department], DefaultAssignment FROM [Employee Table]");
   for (; !rs.Eof(); rs.MoveNext()) {
     EmployeeInfo info;
     info.BadgeId = static_cast<int32_t>(rs.Field("Card ID").AsInt());

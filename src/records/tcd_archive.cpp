@@ -27,8 +27,8 @@ std::filesystem::path PermanentArchivePath(const std::filesystem::path& company_
 }
 
 TcdArchiveWriter::TcdArchiveWriter(const Company& company, const core::Date& today)
-    : daily_(OpenForAppend(DailyArchivePath(company.DirectoryPath(), today),
-                           kDailyArchiveOpenError)),
+    : daily_(
+          OpenForAppend(DailyArchivePath(company.DirectoryPath(), today), kDailyArchiveOpenError)),
       permanent_(OpenForAppend(PermanentArchivePath(company.DirectoryPath(), company.ClockName()),
                                kPermanentArchiveOpenError)) {}
 

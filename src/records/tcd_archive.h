@@ -14,8 +14,7 @@ namespace clockcomm::records {
 
 inline constexpr const char* kDailyArchiveOpenError = "Couldn't open daily archive file.";
 inline constexpr const char* kPermanentArchiveOpenError = "Couldn't open permanent archive file.";
-inline constexpr const char* kArchiveOpenScreenText =
-    "{0} File open error - check log for details";
+inline constexpr const char* kArchiveOpenScreenText = "{0} File open error - check log for details";
 
 // <company directory>/<mmdd>000A.TCD
 std::filesystem::path DailyArchivePath(const std::filesystem::path& company_directory,

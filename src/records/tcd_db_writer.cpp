@@ -28,9 +28,9 @@ void TcdDbWriter::WriteRecord(const TcdRecord& r) {
   if (r.Amount()) amount = std::strtod(fmt::format("{}", *r.Amount()).c_str(), nullptr);
   std::optional<int64_t> department;
   if (r.Department()) department = *r.Department();
-  db_.Execute(sql, {r.SequenceNumber(), r.BadgeId(), department, r.JobNumber(), r.Level4(),
-                    r.Level5(), r.PunchType(), r.DateIn(), r.TimeIn(), r.DateOut(), r.Timeout(),
-                    amount});
+  db_.Execute(sql,
+              {r.SequenceNumber(), r.BadgeId(), department, r.JobNumber(), r.Level4(), r.Level5(),
+               r.PunchType(), r.DateIn(), r.TimeIn(), r.DateOut(), r.Timeout(), amount});
   last_row_id_ = db_.LastInsertId();
 }
 

@@ -21,8 +21,7 @@ int32_t LeadingInt(std::string_view s) {
 
 }  // namespace
 
-TcdFileReader::TcdFileReader(const std::filesystem::path& file_name)
-    : name_(file_name.string()) {
+TcdFileReader::TcdFileReader(const std::filesystem::path& file_name) : name_(file_name.string()) {
   in_.open(file_name, std::ios::binary);
   if (!in_.is_open()) throw core::SystemError::FromErrno(errno ? errno : ENOENT, name_);
 }
@@ -58,9 +57,9 @@ std::vector<std::string> TcdFileReader::SplitFields(std::string_view line) {
 }
 
 TcdRecord TcdFileReader::FromFields(const std::vector<std::string>& f) {
-  TcdRecord record(f[0], LeadingInt(f[1]), LeadingInt(f[2]), std::nullopt, f[4], f[5], f[6],
-                   f[7], std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
-                   f[13], false);
+  TcdRecord record(f[0], LeadingInt(f[1]), LeadingInt(f[2]), std::nullopt, f[4], f[5], f[6], f[7],
+                   std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt, f[13],
+                   false);
   record.SetDepartmentText(f[3]);
   record.SetDateInText(f[8]);
   record.SetTimeInText(f[9]);
@@ -79,9 +78,9 @@ bool TcdFileReader::Read() {
     if (core::TrimView(line_).empty()) continue;
     const auto fields = SplitFields(line_);
     if (fields.size() < static_cast<size_t>(kTcdFieldCount)) {
-      throw core::FormatException("Input past end of file: line " +
-                                  std::to_string(line_number_) + " of " + name_ + " has " +
-                                  std::to_string(fields.size()) + " fields, 14 are needed.");
+      throw core::FormatException("Input past end of file: line " + std::to_string(line_number_) +
+                                  " of " + name_ + " has " + std::to_string(fields.size()) +
+                                  " fields, 14 are needed.");
     }
     record_ = FromFields(fields);
     return true;

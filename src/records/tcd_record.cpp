@@ -1,8 +1,8 @@
 #include "records/tcd_record.h"
 
-#include <cmath>
-
 #include <fmt/format.h>
+
+#include <cmath>
 
 #include "core/errors.h"
 #include "core/text.h"
@@ -11,11 +11,11 @@ namespace clockcomm::records {
 
 TcdRecord::TcdRecord(std::string_view clock_number, int32_t sequence_number, int32_t badge_id,
                      std::optional<int64_t> department, std::string_view job_number,
-                     std::string_view level4, std::string_view level5,
-                     std::string_view punch_type, std::optional<core::Date> date_in,
-                     std::optional<core::TimeOfDay> time_in, std::optional<core::Date> date_out,
-                     std::optional<core::TimeOfDay> time_out, std::optional<float> amount,
-                     std::string_view punch_class, bool include_seconds)
+                     std::string_view level4, std::string_view level5, std::string_view punch_type,
+                     std::optional<core::Date> date_in, std::optional<core::TimeOfDay> time_in,
+                     std::optional<core::Date> date_out, std::optional<core::TimeOfDay> time_out,
+                     std::optional<float> amount, std::string_view punch_class,
+                     bool include_seconds)
     : clock_number_(core::Trim(clock_number)),
       sequence_number_(sequence_number),
       badge_id_(badge_id),

@@ -24,12 +24,11 @@ class TcdRecord {
   // Trims the text fields and the punch type; the department goes through its setter (range
   // check applies), the job number does not get the 13-character check.
   TcdRecord(std::string_view clock_number, int32_t sequence_number, int32_t badge_id,
-            std::optional<int64_t> department, std::string_view job_number,
-            std::string_view level4, std::string_view level5, std::string_view punch_type,
-            std::optional<core::Date> date_in, std::optional<core::TimeOfDay> time_in,
-            std::optional<core::Date> date_out, std::optional<core::TimeOfDay> time_out,
-            std::optional<float> amount, std::string_view punch_class,
-            bool include_seconds = false);
+            std::optional<int64_t> department, std::string_view job_number, std::string_view level4,
+            std::string_view level5, std::string_view punch_type, std::optional<core::Date> date_in,
+            std::optional<core::TimeOfDay> time_in, std::optional<core::Date> date_out,
+            std::optional<core::TimeOfDay> time_out, std::optional<float> amount,
+            std::string_view punch_class, bool include_seconds = false);
 
   const std::string& ClockNumber() const { return clock_number_; }
   void SetClockNumber(std::string_view v) { clock_number_ = std::string(v); }

@@ -46,7 +46,9 @@ class NullTcdRecordOverrideService : public ITcdRecordOverrideService {
   std::optional<int32_t> OverrideDepartment(const TcdRecord& record) const override {
     return record.Department();
   }
-  std::string OverrideJobNumber(const TcdRecord& record) const override { return record.JobNumber(); }
+  std::string OverrideJobNumber(const TcdRecord& record) const override {
+    return record.JobNumber();
+  }
 };
 
 // True when the blank-delimited list holds the punch type as a whole word.

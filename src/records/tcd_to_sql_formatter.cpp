@@ -48,8 +48,8 @@ InsertFields ReadFields(std::string_view line) {
   for (const auto& field : raw) f.push_back(core::Trim(core::ReplaceAll(field, "\"", "")));
   InsertFields in;
   in.sequence = static_cast<int64_t>(core::LeadingNumber(f[0]));
-  in.card = static_cast<int64_t>(
-      core::LeadingNumber(TcdRecordStatic::ConvertLettersToNumbers(f[1])));
+  in.card =
+      static_cast<int64_t>(core::LeadingNumber(TcdRecordStatic::ConvertLettersToNumbers(f[1])));
   if (!f[2].empty()) {
     auto dept = core::ParseNumber(TcdRecordStatic::ConvertLettersToNumbers(f[2]));
     if (!dept) throw core::FormatException("Department '" + f[2] + "' is not a number.");
@@ -93,8 +93,8 @@ std::string TcdToSqlFormatter::Format(std::string_view line) const {
   std::string sql = ColumnList(in) + ") VALUES (";
   sql += std::to_string(in.sequence) + "," + std::to_string(in.card);
   if (in.department) sql += ", " + std::to_string(*in.department);
-  sql += ",\"" + in.job + "\",\"" + in.level4 + "\",\"" + in.level5 + "\",\"" + in.punch_type +
-         "\"";
+  sql +=
+      ",\"" + in.job + "\",\"" + in.level4 + "\",\"" + in.level5 + "\",\"" + in.punch_type + "\"";
   if (in.date_in) sql += ",#" + in.date_in->Format(core::kFormatSqlDate) + "#";
   if (in.time_in) sql += ",#" + in.time_in->Format("hh:nn") + "#";
   if (in.date_out) sql += ",#" + in.date_out->Format(core::kFormatSqlDate) + "#";

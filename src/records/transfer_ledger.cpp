@@ -25,8 +25,8 @@ std::string TransferLedger::LineHash(std::string_view line) {
 void TransferLedger::LoadFile(std::string_view file_name) {
   entries_.clear();
   loaded_file_ = std::string(file_name);
-  auto rs = db_.Query("SELECT Line, LineHash FROM [Transfer Ledger] WHERE FileName = ?",
-                      {file_name});
+  auto rs =
+      db_.Query("SELECT Line, LineHash FROM [Transfer Ledger] WHERE FileName = ?", {file_name});
   for (const auto& row : rs.Rows()) {
     entries_.emplace(static_cast<int>(row[0].AsInt()), row[1].AsText());
   }
@@ -36,8 +36,8 @@ bool TransferLedger::Contains(int line_number, const std::string& line_hash) con
   return entries_.count({line_number, line_hash}) != 0;
 }
 
-void TransferLedger::Add(std::string_view file_name, int line_number,
-                         const std::string& line_hash, int64_t clock_data_id) {
+void TransferLedger::Add(std::string_view file_name, int line_number, const std::string& line_hash,
+                         int64_t clock_data_id) {
   db_.Execute(
       "INSERT INTO [Transfer Ledger] (FileName, Line, LineHash, ClockDataID) VALUES (?, ?, ?, ?)",
       {file_name, line_number, line_hash, clock_data_id});

@@ -145,8 +145,9 @@ TEST(DepartmentJobAssignerTest, LinePathWithEmployeeTable) {
   {
     auto db = db::SqliteDatabase::Open(db_path, db::SqliteDatabase::Mode::kCreate);
     db::CreateCompanySchema(*db);
-    db->Execute("INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) "
-                "VALUES (1234, 44, 'task')");
+    db->Execute(
+        "INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) "
+        "VALUES (1234, 44, 'task')");
   }
   RecordingLog log;
   DepartmentJobAssigner assigner("999", db_path, dir.path(), log);

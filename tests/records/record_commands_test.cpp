@@ -39,8 +39,9 @@ class RecordCommandsTest : public ::testing::Test {
 
 TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   ASSERT_EQ(Clockcomm("init").status, 0);
-  auto r = Clockcomm("company add Acme --clock Front --dir acme --pay-period semimonthly "
-                     "--start 2009-10-16 --start-time 06:00");
+  auto r = Clockcomm(
+      "company add Acme --clock Front --dir acme --pay-period semimonthly "
+      "--start 2009-10-16 --start-time 06:00");
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_TRUE(std::filesystem::exists(Path("data/acme/Company.db")));
   r = Clockcomm("company list");

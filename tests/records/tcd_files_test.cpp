@@ -148,12 +148,12 @@ TEST(TcdFilesTest, CopierWithAndWithoutOverrides) {
   const auto path = dir.path() / "c.TCD";
   {
     TcdFileWriter writer(path, false);
-    writer.WriteRecord(TcdRecord("1", 1, 77, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {},
-                                 ""));
-    writer.WriteRecord(TcdRecord("1", 2, 77, std::nullopt, "", "", "", "O", {}, {}, {}, {}, {},
-                                 ""));
-    writer.WriteRecord(TcdRecord("1", 3, 78, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {},
-                                 ""));
+    writer.WriteRecord(
+        TcdRecord("1", 1, 77, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {}, ""));
+    writer.WriteRecord(
+        TcdRecord("1", 2, 77, std::nullopt, "", "", "", "O", {}, {}, {}, {}, {}, ""));
+    writer.WriteRecord(
+        TcdRecord("1", 3, 78, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {}, ""));
   }
   {
     TcdFileReader reader(path);

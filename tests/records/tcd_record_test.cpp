@@ -23,9 +23,14 @@ TEST(TcdRecordTest, DepartmentRules) {
     bool throws;
   };
   const Case cases[] = {
-      {"1234", 1234, false}, {"abc", std::nullopt, false}, {"", std::nullopt, false},
-      {"0", 0, false},       {"999999999", 999999999, false}, {"-1", std::nullopt, true},
-      {"1000000000", std::nullopt, true}, {"1e20", std::nullopt, true},
+      {"1234", 1234, false},
+      {"abc", std::nullopt, false},
+      {"", std::nullopt, false},
+      {"0", 0, false},
+      {"999999999", 999999999, false},
+      {"-1", std::nullopt, true},
+      {"1000000000", std::nullopt, true},
+      {"1e20", std::nullopt, true},
   };
   for (const auto& c : cases) {
     TcdRecord r;
@@ -177,13 +182,14 @@ TEST(TcdRecordStaticTest, ParseLineForms) {
        TcdRecord("999", 1, 2, 22, "job", "", "", "I", {}, {}, {}, {}, {}, "1")},
       {"letters in badge", "999,1,A1,,,,,I,,,,,,",
        TcdRecord("999", 1, 21, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {}, "")},
-      {"fully quoted", "\"1\",\"\",\"111\",\"\",\"\",\"\",\"\",\"I\",\"11/13/2009\",\"13:55\","
-                       "\"\",\"\",\"\",\"\"",
-       TcdRecord("1", 0, 111, std::nullopt, "", "", "", "I", D(2009, 11, 13), T(13, 55), {}, {},
-                 {}, "")},
+      {"fully quoted",
+       "\"1\",\"\",\"111\",\"\",\"\",\"\",\"\",\"I\",\"11/13/2009\",\"13:55\","
+       "\"\",\"\",\"\",\"\"",
+       TcdRecord("1", 0, 111, std::nullopt, "", "", "", "I", D(2009, 11, 13), T(13, 55), {}, {}, {},
+                 "")},
       {"out date and amount", "999,1,2,,work,level4,level5,I,,,1/1/2009,08:30,6,7",
-       TcdRecord("999", 1, 2, std::nullopt, "work", "level4", "level5", "I", {}, {},
-                 D(2009, 1, 1), T(8, 30), 6.0f, "7")},
+       TcdRecord("999", 1, 2, std::nullopt, "work", "level4", "level5", "I", {}, {}, D(2009, 1, 1),
+                 T(8, 30), 6.0f, "7")},
       {"writer's own form", "999,5,1234,3,work,,,I,2009/10/20,12:24,,,,",
        TcdRecord("999", 5, 1234, 3, "work", "", "", "I", D(2009, 10, 20), T(12, 24), {}, {}, {},
                  "")},
@@ -194,9 +200,8 @@ TEST(TcdRecordStaticTest, ParseLineForms) {
   };
   for (const auto& c : cases) {
     TcdRecord got = TcdRecordStatic::Parse(c.line);
-    EXPECT_TRUE(got.Equals(c.expected))
-        << c.legend << "\n  got      " << got.ToTcdString(0) << "\n  expected "
-        << c.expected.ToTcdString(0);
+    EXPECT_TRUE(got.Equals(c.expected)) << c.legend << "\n  got      " << got.ToTcdString(0)
+                                        << "\n  expected " << c.expected.ToTcdString(0);
     EXPECT_FALSE(got.IncludeSeconds());
   }
 }

@@ -70,8 +70,8 @@ class TransferFixture {
   std::filesystem::path registry_path;
   std::filesystem::path company_db_path;
   RecordingLog log;
-  core::ManualClock clock{core::DateTime(*core::Date::FromYmd(2009, 10, 21),
-                                         *core::TimeOfDay::FromHms(9, 0))};
+  core::ManualClock clock{
+      core::DateTime(*core::Date::FromYmd(2009, 10, 21), *core::TimeOfDay::FromHms(9, 0))};
 };
 
 }  // namespace clockcomm::records::test_support

@@ -47,7 +47,8 @@ TEST(TcdToSqlFormatterTest, InsertTextForms) {
   TcdToSqlFormatter formatter;
   for (const auto& [line, sql] : cases) EXPECT_EQ(formatter.Format(line), sql) << line;
 
-  for (const char* bad : {"5,1234,3,work,,,I,091020,1224,,,", "5,1234,3,work,,,I,091020,1224,,,,,,"}) {
+  for (const char* bad :
+       {"5,1234,3,work,,,I,091020,1224,,,", "5,1234,3,work,,,I,091020,1224,,,,,,"}) {
     try {
       formatter.Format(bad);
       ADD_FAILURE() << bad;
@@ -65,8 +66,9 @@ TEST(TcdToSqlFormatterTest, StatementBindsWhatTheTextWrites) {
   db::CreateCompanySchema(*db);
   TcdToSqlFormatter formatter;
   // A job text that would end the statement if it were pasted into SQL.
-  const auto st = formatter.ToStatement("5,1234,3,x'); DROP TABLE [Employee Table];--,,,T,"
-                                        "091020,1224,,,2.5,");
+  const auto st = formatter.ToStatement(
+      "5,1234,3,x'); DROP TABLE [Employee Table];--,,,T,"
+      "091020,1224,,,2.5,");
   db->Execute(st.sql, st.params);
   auto rs = db->Query("SELECT * FROM [Clock Data Table]");
   ASSERT_EQ(rs.RecordCount(), 1u);
@@ -80,8 +82,8 @@ TEST(TcdToSqlFormatterTest, StatementBindsWhatTheTextWrites) {
 
 TEST(AmountColumnTest, ByPunchType) {
   const std::pair<const char*, const char*> exact[] = {
-      {"T", "Tips"},     {"A", "Advances"}, {"X", "Other"}, {"S", "Sick"},
-      {"V", "Vacation"}, {"P", "Personal"}, {"B", "Bonus"}, {"H", "Holiday"},
+      {"T", "Tips"},     {"A", "Advances"}, {"X", "Other"},   {"S", "Sick"},
+      {"V", "Vacation"}, {"P", "Personal"}, {"B", "Bonus"},   {"H", "Holiday"},
       {"I", "Quantity"}, {"~", "Quantity"}, {"", "Quantity"}, {"SV", "Quantity"},
       {"t", "Quantity"},
   };
@@ -182,8 +184,9 @@ TEST(ClockFileTransferTest, BothLineFormsGoInWithOverridesArchiveAndStamps) {
             "2009-10-21");
   EXPECT_EQ(f.LoadCompany().ClockDataTableLastUpdated().GetDate(), f.clock.Now().GetDate());
   EXPECT_TRUE(f.log.HasScreen("4 record(s) in batch."));
-  EXPECT_TRUE(f.log.HasEvent("Data transferred to the archive file.: The original clock file "
-                             "was retained."));
+  EXPECT_TRUE(
+      f.log.HasEvent("Data transferred to the archive file.: The original clock file "
+                     "was retained."));
   EXPECT_TRUE(f.log.HasScreen("Transfer for clock Front complete"));
 
   // A second run adds nothing.
@@ -240,8 +243,8 @@ TEST(ClockFileTransferTest, GrownFileTransfersOnlyNewLines) {
   // The same name with other content (next year's file) is not mistaken for the old one.
   {
     TcdFileWriter w(file, false);
-    w.WriteRecord(TcdRecord("9", 1, 1, {}, "", "", "", "I", *core::Date::FromYmd(2010, 10, 21),
-                            {}, {}, {}, {}, ""));
+    w.WriteRecord(TcdRecord("9", 1, 1, {}, "", "", "", "I", *core::Date::FromYmd(2010, 10, 21), {},
+                            {}, {}, {}, ""));
   }
   EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file).inserted, 1);
   EXPECT_EQ(f.RowCount(), 3);
