@@ -774,6 +774,9 @@ void ZonCallLoop::TransferCallFile() {
       controller_.Log(), clock);
   records::TransferOptions options;
   options.mode_letter = call.upload_type;
+  // The call's file is already on the disk, so the rows go in as one transaction (all or none,
+  // each with its ledger entry): one sync per call instead of one per punch.
+  options.use_transactions = false;
   try {
     transfer.Transfer(call.company.value_or(records::Company()), call.file, options);
   } catch (const core::Error& e) {

@@ -1,0 +1,166 @@
+// Whole calls over pty pairs: a 1,000-punch hosted call from ENQ to the final EOT with the transfer
+// into the company database; the same call paced at 9600 bit/s against the wire time of its bytes;
+// and the CPU an idle host loop uses.
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "comm/pty_pair.h"
+#include "core/clock.h"
+#include "db/sqlite/sqlite_database.h"
+#include "records/company_factory.h"
+#include "records/company_registration.h"
+#include "shell/call/call_controller.h"
+#include "shell/call/zon_call_loop.h"
+#include "shell/logs.h"
+#include "shell/program_folder.h"
+#include "sim/zon_terminal.h"
+
+namespace clockcomm {
+namespace {
+namespace fs = std::filesystem;
+
+class NullScreen : public shell::ScreenSink {
+ public:
+  void Line(std::string_view) override {}
+  void Status(std::string_view) override {}
+  void AppendStatus(std::string_view) override {}
+};
+
+// A program folder with one company for the terminal's clock.
+struct Site {
+  Site() {
+    char tmpl[] = "/tmp/clockcomm-bench-XXXXXX";
+    home = mkdtemp(tmpl);
+    shell::InitializeProgramFolder(home, false);
+    config = shell::MyStatic::Load(home);
+    paths = std::make_unique<shell::MyPaths>(config->Paths());
+    records::NewCompany company;
+    company.name = "Bench";
+    company.clock_name = "DEMODATA";
+    company.directory = "bench";
+    company.start = clock.Now().GetDate();
+    records::RegisterCompany(paths->CompanyRegistryDatabase(), paths->CompanyDirectory("bench"),
+                             paths->CompanyDatabase("bench"), company);
+    logs = std::make_unique<shell::Logs>(*paths, clock);
+    controller = std::make_unique<shell::CallController>(clock, *logs, screen);
+    companies = std::make_unique<records::CompanyFactory>(*logs, paths->DataDirectory());
+    companies->Initialize(paths->CompanyRegistryDatabase());
+    services = std::make_unique<shell::CallServices>(
+        shell::CallServices{*paths, records::ParameterOverride(), companies.get(), nullptr});
+  }
+  ~Site() {
+    std::error_code ec;
+    fs::remove_all(home, ec);
+  }
+  int64_t Rows() {
+    auto db = db::SqliteDatabase::Open(paths->CompanyDatabase("bench"));
+    return db->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
+  }
+
+  fs::path home;
+  core::SystemClock clock;
+  NullScreen screen;
+  std::unique_ptr<shell::MyStatic> config;
+  std::unique_ptr<shell::MyPaths> paths;
+  std::unique_ptr<shell::Logs> logs;
+  std::unique_ptr<shell::CallController> controller;
+  std::unique_ptr<records::CompanyFactory> companies;
+  std::unique_ptr<shell::CallServices> services;
+};
+
+std::vector<std::string> Punches(int count) {
+  std::vector<std::string> out;
+  for (int i = 0; i < count; ++i) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%d,%d,,,,,%s,091020,%02d%02d,,,,1", i + 1, 100 + i % 50,
+                  i % 2 ? "O" : "I", 6 + i / 60 % 12, i % 60);
+    out.emplace_back(line);
+  }
+  return out;
+}
+
+// One hosted call on a direct line; returns the terminal's statistics.
+sim::TerminalStats HostedCall(Site& site, sim::TerminalConfig config, int punches) {
+  auto pty = comm::PtyPair::Open();
+  auto far_end = pty.TakeMaster();
+  sim::ZonTerminal terminal(config, Punches(punches));
+  shell::ZonLoopSettings settings;
+  settings.device = pty.SlavePath();
+  shell::ZonCallLoop loop(settings, *site.controller, *site.services);
+  std::thread caller([&] { terminal.CallIn(*far_end); });
+  const bool ok = loop.CommLoop(true);
+  caller.join();
+  if (!ok || terminal.LastOutcome() != sim::CallOutcome::kCompleted) {
+    throw std::runtime_error("the benchmark call failed");
+  }
+  return terminal.Stats();
+}
+
+void BM_HostedCall1000Punches(benchmark::State& state) {
+  Site site;
+  const int punches = static_cast<int>(state.range(0));
+  for (auto _ : state) HostedCall(site, sim::TerminalConfig{}, punches);
+  state.SetItemsProcessed(state.iterations() * punches);
+  state.counters["rows"] = static_cast<double>(site.Rows());
+}
+BENCHMARK(BM_HostedCall1000Punches)->Arg(1000)->Iterations(3)->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// The terminal sends at the pace of a 9600 bit/s line; the call should take little more than the
+// time its bytes need on the wire.
+void BM_PacedCallAgainstWireTime(benchmark::State& state) {
+  Site site;
+  sim::TerminalConfig config;
+  config.pace = comm::LineSettings::Parse("9600,N,8,1");
+  const int punches = static_cast<int>(state.range(0));
+  double ratio = 0;
+  for (auto _ : state) {
+    const auto start = std::chrono::steady_clock::now();
+    const auto stats = HostedCall(site, config, punches);
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    const std::chrono::duration<double> wire = stats.wire_time;
+    ratio = elapsed.count() / wire.count();
+    state.counters["wire_s"] = wire.count();
+  }
+  state.counters["call_over_wire"] = ratio;
+  state.SetItemsProcessed(state.iterations() * punches);
+}
+BENCHMARK(BM_PacedCallAgainstWireTime)->Arg(300)->Iterations(1)->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+double ProcessCpuSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+         static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// The host loop waiting for a call that does not come, for 10 s, then End.
+void BM_IdleHostLoop(benchmark::State& state) {
+  Site site;
+  auto pty = comm::PtyPair::Open();
+  auto far_end = pty.TakeMaster();
+  shell::ZonLoopSettings settings;
+  settings.device = pty.SlavePath();
+  double cpu = 0;
+  for (auto _ : state) {
+    shell::ZonCallLoop loop(settings, *site.controller, *site.services);
+    std::thread host([&] { loop.CommLoop(false); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // let the loop settle
+    const double before = ProcessCpuSeconds();
+    std::this_thread::sleep_for(std::chrono::seconds(state.range(0)));
+    cpu = ProcessCpuSeconds() - before;
+    site.controller->PressEnd();
+    host.join();
+  }
+  state.counters["cpu_s"] = cpu;
+}
+BENCHMARK(BM_IdleHostLoop)->Arg(10)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
+
+}  // namespace
+}  // namespace clockcomm
+
+BENCHMARK_MAIN();
