@@ -21,9 +21,9 @@ bool IsNone(std::string_view text) {
 
 AutoStartMode AutoStartModeFromSetting(int value) {
   if (value < 1 || value > 3) {
-    throw core::ArgumentException("Auto-start mode " + std::to_string(value) +
-                                      " is not 1 (none), 2 (host) or 3 (poll).",
-                                  "auto_start_mode");
+    throw core::ArgumentException(
+        "Auto-start mode " + std::to_string(value) + " is not 1 (none), 2 (host) or 3 (poll).",
+        "auto_start_mode");
   }
   return static_cast<AutoStartMode>(value);
 }
@@ -60,9 +60,9 @@ std::optional<core::TimeOfDay> ParseSettingTime(std::string_view text, std::stri
   if (IsNone(text)) return std::nullopt;
   std::optional<core::TimeOfDay> time = core::ParseTime(core::Trim(text));
   if (!time) {
-    throw core::ArgumentException(std::string(setting) + " \"" + std::string(text) +
-                                      "\" is neither a time of day nor NONE.",
-                                  std::string(setting));
+    throw core::ArgumentException(
+        std::string(setting) + " \"" + std::string(text) + "\" is neither a time of day nor NONE.",
+        std::string(setting));
   }
   return time;
 }

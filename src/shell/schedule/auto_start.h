@@ -36,9 +36,9 @@ std::optional<core::TimeOfDay> ParseSettingTime(std::string_view text, std::stri
 // What the started loop is told.
 struct AutoStartRun {
   AutoStartMode mode = AutoStartMode::kNone;
-  std::string prefix;                         // for the mode line
-  std::string end_time;                       // "NONE" or the time as configured
-  std::optional<core::DateTime> end_deadline; // the loop must stop here (AutoEndWatcher)
+  std::string prefix;                          // for the mode line
+  std::string end_time;                        // "NONE" or the time as configured
+  std::optional<core::DateTime> end_deadline;  // the loop must stop here (AutoEndWatcher)
 };
 
 class AutoStart {
@@ -47,8 +47,8 @@ class AutoStart {
 
   // mode is the stored setting (1 none, 2 host, 3 poll); begin_time and end_time "NONE" or a time.
   // Throws ArgumentException for a bad setting.
-  AutoStart(int mode, std::string_view begin_time, std::string_view end_time,
-            core::LogSink& log, core::Clock& clock, core::StopSignal& stop);
+  AutoStart(int mode, std::string_view begin_time, std::string_view end_time, core::LogSink& log,
+            core::Clock& clock, core::StopSignal& stop);
 
   AutoStartMode Mode() const { return mode_; }
 

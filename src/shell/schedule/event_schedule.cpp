@@ -97,9 +97,9 @@ void EventSchedule::LoadFrom(const db::Recordset* grid, const core::DateTime& no
     if (text.empty()) continue;
     std::optional<core::TimeOfDay> time = core::ParseTime(text);
     if (!time) {
-      throw core::FormatException("Row " + std::to_string(row_number) + " of the schedule grid: " +
-                                  std::string(time_column) + " \"" + text +
-                                  "\" is not a time of day.");
+      throw core::FormatException("Row " + std::to_string(row_number) +
+                                  " of the schedule grid: " + std::string(time_column) + " \"" +
+                                  text + "\" is not a time of day.");
     }
     loaded.Add(ScheduledEvent(row.at(key_index).AsText(), *time), now);
   }

@@ -11,8 +11,7 @@ constexpr const char* kSelectColumns =
     "FROM PollT";
 
 PollRow RowOf(const db::Recordset& rs) {
-  return PollList::RowFromFields(rs.Field("LocationID").AsInt(),
-                                 rs.Field("LocationName").AsText(),
+  return PollList::RowFromFields(rs.Field("LocationID").AsInt(), rs.Field("LocationName").AsText(),
                                  rs.Field("LocationPhone").AsText(), rs.Field("DialTime"),
                                  rs.Field("SelectToDial").AsBool(),
                                  rs.Field("TerminalID").AsText());
@@ -26,8 +25,7 @@ db::Value DialTimeValue(const std::optional<core::TimeOfDay>& time) {
 }  // namespace
 
 std::string PollList::DialTimeText(const core::TimeOfDay& time) {
-  return time.Format(time.Second() == 0 ? core::kFormatHourMinute
-                                        : core::kFormatHourMinuteSecond);
+  return time.Format(time.Second() == 0 ? core::kFormatHourMinute : core::kFormatHourMinuteSecond);
 }
 
 PollRow PollList::RowFromFields(int64_t location_id, std::string name, std::string phone,
@@ -52,8 +50,8 @@ std::vector<PollRow> PollList::ReadPollRows() {
 }
 
 std::optional<PollRow> PollList::Find(int64_t location_id) {
-  db::Recordset rs = db_.Query(std::string(kSelectColumns) + " WHERE LocationID = ?",
-                               {db::Value(location_id)});
+  db::Recordset rs =
+      db_.Query(std::string(kSelectColumns) + " WHERE LocationID = ?", {db::Value(location_id)});
   if (rs.Eof()) return std::nullopt;
   return RowOf(rs);
 }

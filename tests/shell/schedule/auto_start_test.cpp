@@ -99,8 +99,9 @@ TEST(AutoStartRunning, WaitsForTheBeginTimeThenRunsTheModeUntilTheEndTime) {
     });
   });
   ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
-  EXPECT_EQ(log.Lines(),
-            (std::vector<std::string>{"screen: Waiting for Begin Time of 08:00 to Auto-start Poll"}));
+  EXPECT_EQ(
+      log.Lines(),
+      (std::vector<std::string>{"screen: Waiting for Begin Time of 08:00 to Auto-start Poll"}));
   clock.Set(At(2009, 10, 20, 7, 59, 59));
   ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
   clock.Set(At(2009, 10, 20, 8, 0));

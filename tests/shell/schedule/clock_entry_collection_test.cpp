@@ -18,8 +18,8 @@ using testing::Hm;
 using testing::Row;
 
 TEST(ClockEntry, FromPollRow) {
-  ClockEntry entry = ClockEntry::FromPollRow(Row(7, "Dock", Hm(6, 45), false, "555-0199"),
-                                             ClockLine{1, 1, 3});
+  ClockEntry entry =
+      ClockEntry::FromPollRow(Row(7, "Dock", Hm(6, 45), false, "555-0199"), ClockLine{1, 1, 3});
   EXPECT_EQ(entry.Name(), "Dock");
   EXPECT_EQ(entry.Address(), "555-0199");
   EXPECT_EQ(entry.GroupKey(), "555-0199");
@@ -127,11 +127,11 @@ class ClockEntryTimer : public ::testing::Test {
 };
 
 TEST_F(ClockEntryTimer, FiresEachActiveEntryOnceAtItsMinuteAcrossMidnightAndTheSkippedHour) {
-  StartAt(At(2024, 3, 9, 8, 0, 30),
-          {Row(1, "Eight", Hm(8, 0)), Row(2, "EightOhTwo", Hm(8, 2, 45)),
-           Row(3, "Off", Hm(8, 1), false), Row(4, "None", std::nullopt),
-           Row(5, "Midnight", Hm(23, 59)), Row(6, "PastMidnight", Hm(0, 1)),
-           Row(7, "Skipped", Hm(2, 30))});
+  StartAt(
+      At(2024, 3, 9, 8, 0, 30),
+      {Row(1, "Eight", Hm(8, 0)), Row(2, "EightOhTwo", Hm(8, 2, 45)),
+       Row(3, "Off", Hm(8, 1), false), Row(4, "None", std::nullopt), Row(5, "Midnight", Hm(23, 59)),
+       Row(6, "PastMidnight", Hm(0, 1)), Row(7, "Skipped", Hm(2, 30))});
   EXPECT_EQ(Hits(), (std::vector<std::string>{"Eight@03-09 08:00:30"}));
   TickAt(At(2024, 3, 9, 8, 1));
   TickAt(At(2024, 3, 9, 8, 2));
@@ -140,17 +140,17 @@ TEST_F(ClockEntryTimer, FiresEachActiveEntryOnceAtItsMinuteAcrossMidnightAndTheS
   TickAt(At(2024, 3, 10, 1, 59, 59));
   TickAt(At(2024, 3, 10, 3, 0));  // spring forward: 02:00 becomes 03:00
   TickAt(At(2024, 3, 10, 8, 0));
-  EXPECT_EQ(Hits(), (std::vector<std::string>{
-                        "Eight@03-09 08:00:30", "EightOhTwo@03-09 08:02:00",
-                        "Midnight@03-09 23:59:00", "PastMidnight@03-10 00:01:00",
-                        "Skipped@03-10 03:00:00", "Eight@03-10 08:00:00"}));
+  EXPECT_EQ(Hits(),
+            (std::vector<std::string>{"Eight@03-09 08:00:30", "EightOhTwo@03-09 08:02:00",
+                                      "Midnight@03-09 23:59:00", "PastMidnight@03-10 00:01:00",
+                                      "Skipped@03-10 03:00:00", "Eight@03-10 08:00:00"}));
   collection_.SetEnabled(false);
   EXPECT_FALSE(collection_.Enabled());
 }
 
 TEST_F(ClockEntryTimer, TheRepeatedHourFiresNothingTwice) {
-  StartAt(At(2024, 11, 3, 1, 0, 30),
-          {Row(1, "Quarter", Hm(1, 15)), Row(2, "ThreeQuarter", Hm(1, 45)), Row(3, "Two", Hm(2, 0))});
+  StartAt(At(2024, 11, 3, 1, 0, 30), {Row(1, "Quarter", Hm(1, 15)),
+                                      Row(2, "ThreeQuarter", Hm(1, 45)), Row(3, "Two", Hm(2, 0))});
   TickAt(At(2024, 11, 3, 1, 15));
   TickAt(At(2024, 11, 3, 1, 45));
   TickAt(At(2024, 11, 3, 1, 59, 59));
@@ -158,8 +158,9 @@ TEST_F(ClockEntryTimer, TheRepeatedHourFiresNothingTwice) {
   clock_.Set(At(2024, 11, 3, 1, 15));
   clock_.Set(At(2024, 11, 3, 1, 45));
   TickAt(At(2024, 11, 3, 2, 0));
-  EXPECT_EQ(Hits(), (std::vector<std::string>{"Quarter@11-03 01:15:00",
-                                              "ThreeQuarter@11-03 01:45:00", "Two@11-03 02:00:00"}));
+  EXPECT_EQ(Hits(),
+            (std::vector<std::string>{"Quarter@11-03 01:15:00", "ThreeQuarter@11-03 01:45:00",
+                                      "Two@11-03 02:00:00"}));
   EXPECT_EQ(collection_.TickCount(), 5u);
 }
 

@@ -108,10 +108,9 @@ TEST(EventSchedule, LoadFromAnyGridOfRows) {
   }
 
   // A list given by the console, with its own column names and blank times.
-  db::Recordset console({"Key", "Time"}, {{"north", "08:15"},
-                                          {"south", ""},
-                                          {"east", db::Value()},
-                                          {"west", "1899-12-30 18:45:00"}});
+  db::Recordset console(
+      {"Key", "Time"},
+      {{"north", "08:15"}, {"south", ""}, {"east", db::Value()}, {"west", "1899-12-30 18:45:00"}});
   schedule.LoadFrom(&console, now, "key", "TIME");
   ASSERT_EQ(schedule.Count(), 2u);
   EXPECT_EQ(schedule.Item(0).Key(), "north");

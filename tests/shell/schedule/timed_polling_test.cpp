@@ -118,34 +118,33 @@ TEST_F(TimedPollingRun, TwoDaysOfScheduleWithListReReadAndAutoEnd) {
   EXPECT_EQ(Finish(), TimedPollingResult::kStopped);
 
   auto p = [](const char* name, core::DateTime t) { return PollRecord{name, t, t}; };
-  EXPECT_EQ(poller_.Polls(),
-            (std::vector<PollRecord>{
-                p("B", At(2009, 10, 20, 9, 0)), p("C", At(2009, 10, 20, 12, 0)),
-                p("A", At(2009, 10, 20, 17, 0)), p("G", At(2009, 10, 20, 20, 0)),
-                p("B", At(2009, 10, 21, 9, 0)), p("C", At(2009, 10, 21, 12, 0)),
-                p("H", At(2009, 10, 21, 15, 0)), p("A", At(2009, 10, 21, 17, 0))}));
+  EXPECT_EQ(
+      poller_.Polls(),
+      (std::vector<PollRecord>{p("B", At(2009, 10, 20, 9, 0)), p("C", At(2009, 10, 20, 12, 0)),
+                               p("A", At(2009, 10, 20, 17, 0)), p("G", At(2009, 10, 20, 20, 0)),
+                               p("B", At(2009, 10, 21, 9, 0)), p("C", At(2009, 10, 21, 12, 0)),
+                               p("H", At(2009, 10, 21, 15, 0)), p("A", At(2009, 10, 21, 17, 0))}));
   EXPECT_FALSE(stop_.Requested()) << "EndCommLoop is cleared on leaving";
   EXPECT_EQ(list_->Reads(), 3);
 
   const auto lines = log_.Lines();
   EXPECT_EQ(lines.front(), "debug: Timed Polling - Base TimeStamp: 2009-10-20 08:00");
   EXPECT_EQ(log_.Matching("debug: Adding ClockEntry: "),
-            (std::vector<std::string>{
-                // first pass
-                "debug: Adding ClockEntry: A, Call Time: 17:00",
-                "debug: Adding ClockEntry: B, Call Time: 09:00",
-                "debug: Adding ClockEntry: C, Call Time: 12:00",
-                // second and third pass: the rows added during the day are in
-                "debug: Adding ClockEntry: A, Call Time: 17:00",
-                "debug: Adding ClockEntry: B, Call Time: 09:00",
-                "debug: Adding ClockEntry: C, Call Time: 12:00",
-                "debug: Adding ClockEntry: G, Call Time: 20:00",
-                "debug: Adding ClockEntry: H, Call Time: 15:00",
-                "debug: Adding ClockEntry: A, Call Time: 17:00",
-                "debug: Adding ClockEntry: B, Call Time: 09:00",
-                "debug: Adding ClockEntry: C, Call Time: 12:00",
-                "debug: Adding ClockEntry: G, Call Time: 20:00",
-                "debug: Adding ClockEntry: H, Call Time: 15:00"}));
+            (std::vector<std::string>{// first pass
+                                      "debug: Adding ClockEntry: A, Call Time: 17:00",
+                                      "debug: Adding ClockEntry: B, Call Time: 09:00",
+                                      "debug: Adding ClockEntry: C, Call Time: 12:00",
+                                      // second and third pass: the rows added during the day are in
+                                      "debug: Adding ClockEntry: A, Call Time: 17:00",
+                                      "debug: Adding ClockEntry: B, Call Time: 09:00",
+                                      "debug: Adding ClockEntry: C, Call Time: 12:00",
+                                      "debug: Adding ClockEntry: G, Call Time: 20:00",
+                                      "debug: Adding ClockEntry: H, Call Time: 15:00",
+                                      "debug: Adding ClockEntry: A, Call Time: 17:00",
+                                      "debug: Adding ClockEntry: B, Call Time: 09:00",
+                                      "debug: Adding ClockEntry: C, Call Time: 12:00",
+                                      "debug: Adding ClockEntry: G, Call Time: 20:00",
+                                      "debug: Adding ClockEntry: H, Call Time: 15:00"}));
   EXPECT_EQ(log_.Matching("debug: ClockList.Count: "),
             (std::vector<std::string>{"debug: ClockList.Count: 3", "debug: ClockList.Count: 5",
                                       "debug: ClockList.Count: 5"}));
@@ -158,9 +157,8 @@ TEST_F(TimedPollingRun, TwoDaysOfScheduleWithListReReadAndAutoEnd) {
 }
 
 TEST_F(TimedPollingRun, CallTimesAcrossMidnightAndOneDueAtTheStartMinute) {
-  Start(At(2009, 12, 31, 21, 30, 40),
-        {Row(1, "Early", Hm(0, 15)), Row(2, "Late", Hm(23, 45)), Row(3, "Morning", Hm(6, 0)),
-         Row(4, "Evening", Hm(21, 30))});
+  Start(At(2009, 12, 31, 21, 30, 40), {Row(1, "Early", Hm(0, 15)), Row(2, "Late", Hm(23, 45)),
+                                       Row(3, "Morning", Hm(6, 0)), Row(4, "Evening", Hm(21, 30))});
   ASSERT_TRUE(poller_.WaitForPolls(1));  // Evening's minute is the base minute: called at once
   StepTo(At(2009, 12, 31, 23, 45), 2);
   StepTo(At(2010, 1, 1, 0, 15), 3);
@@ -169,12 +167,12 @@ TEST_F(TimedPollingRun, CallTimesAcrossMidnightAndOneDueAtTheStartMinute) {
   stop_.Request();
   EXPECT_EQ(Finish(), TimedPollingResult::kStopped);
 
-  EXPECT_EQ(poller_.Polls(),
-            (std::vector<PollRecord>{
-                {"Evening", At(2009, 12, 31, 21, 30), At(2009, 12, 31, 21, 30, 40)},
-                {"Late", At(2009, 12, 31, 23, 45), At(2009, 12, 31, 23, 45)},
-                {"Early", At(2010, 1, 1, 0, 15), At(2010, 1, 1, 0, 15)},
-                {"Morning", At(2010, 1, 1, 6, 0), At(2010, 1, 1, 6, 0)}}));
+  EXPECT_EQ(
+      poller_.Polls(),
+      (std::vector<PollRecord>{{"Evening", At(2009, 12, 31, 21, 30), At(2009, 12, 31, 21, 30, 40)},
+                               {"Late", At(2009, 12, 31, 23, 45), At(2009, 12, 31, 23, 45)},
+                               {"Early", At(2010, 1, 1, 0, 15), At(2010, 1, 1, 0, 15)},
+                               {"Morning", At(2010, 1, 1, 6, 0), At(2010, 1, 1, 6, 0)}}));
   // The next pass starts a minute after Morning: Evening is next, tonight.
   EXPECT_EQ(log_.Matching("screen: Waiting").back(), "screen: Waiting for Connect Time (21:30)");
   EXPECT_EQ(log_.Lines().back(), "screen: EndCommLoop set while waiting for Call Time");
@@ -186,9 +184,8 @@ TEST_F(TimedPollingRun, CallTimeInTheSkippedHourIsCalledWhenTheClockJumpsPastIt)
   StepTo(At(2024, 3, 10, 3, 0, 0), 1);  // spring forward: 02:00 becomes 03:00
   StepTo(At(2024, 3, 10, 4, 0), 2);
   EXPECT_EQ(poller_.Polls(),
-            (std::vector<PollRecord>{
-                {"Skipped", At(2024, 3, 10, 2, 30), At(2024, 3, 10, 3, 0)},
-                {"After", At(2024, 3, 10, 4, 0), At(2024, 3, 10, 4, 0)}}));
+            (std::vector<PollRecord>{{"Skipped", At(2024, 3, 10, 2, 30), At(2024, 3, 10, 3, 0)},
+                                     {"After", At(2024, 3, 10, 4, 0), At(2024, 3, 10, 4, 0)}}));
 }
 
 TEST_F(TimedPollingRun, CallTimeInTheRepeatedHourIsCalledOnce) {
@@ -201,23 +198,23 @@ TEST_F(TimedPollingRun, CallTimeInTheRepeatedHourIsCalledOnce) {
   StepTo(At(2024, 11, 3, 5, 0), 2);
   StepTo(At(2024, 11, 4, 1, 30), 3);  // and again the next day
   EXPECT_EQ(poller_.Polls(),
-            (std::vector<PollRecord>{
-                {"Once", At(2024, 11, 3, 1, 30), At(2024, 11, 3, 1, 30)},
-                {"Later", At(2024, 11, 3, 5, 0), At(2024, 11, 3, 5, 0)},
-                {"Once", At(2024, 11, 4, 1, 30), At(2024, 11, 4, 1, 30)}}));
+            (std::vector<PollRecord>{{"Once", At(2024, 11, 3, 1, 30), At(2024, 11, 3, 1, 30)},
+                                     {"Later", At(2024, 11, 3, 5, 0), At(2024, 11, 3, 5, 0)},
+                                     {"Once", At(2024, 11, 4, 1, 30), At(2024, 11, 4, 1, 30)}}));
 }
 
 TEST_F(TimedPollingRun, AFailedPollOrListReadIsLoggedAndTheCycleGoesOn) {
   poller_.ThrowFor("Dead");
-  Start(At(2009, 10, 20, 8, 0), {Row(1, "Dead", Hm(9, 0)), Row(2, "Alive", Hm(9, 0))},
-        std::nullopt, /*fail_first_read=*/true);
+  Start(At(2009, 10, 20, 8, 0), {Row(1, "Dead", Hm(9, 0)), Row(2, "Alive", Hm(9, 0))}, std::nullopt,
+        /*fail_first_read=*/true);
   StepTo(At(2009, 10, 20, 8, 1), 0);  // the read is tried again a minute later
   StepTo(At(2009, 10, 20, 9, 0), 2);
   EXPECT_EQ(poller_.Polls()[0].name, "Dead");
   EXPECT_EQ(poller_.Polls()[1].name, "Alive");
   EXPECT_TRUE(log_.Has("event: Error / Timed poll of Dead failed: line is dead"));
-  EXPECT_TRUE(log_.Has("event: System error / Timed Polling could not read PollT: "
-                       "database is locked"));
+  EXPECT_TRUE(
+      log_.Has("event: System error / Timed Polling could not read PollT: "
+               "database is locked"));
 }
 
 TEST(TimedPollingNoEntries, StopsWithTheMessageWhenNoRowHasACallTime) {
@@ -232,8 +229,9 @@ TEST(TimedPollingNoEntries, StopsWithTheMessageWhenNoRowHasACallTime) {
   EXPECT_TRUE(log.Has(
       "event: Cannot Process Request / There are no clocks with call times. Clock entries must "
       "have call times to be AutoPolled."));
-  EXPECT_TRUE(log.Has("screen: There are no clocks with call times. Clock entries must have "
-                      "call times to be AutoPolled."));
+  EXPECT_TRUE(
+      log.Has("screen: There are no clocks with call times. Clock entries must have "
+              "call times to be AutoPolled."));
 }
 
 }  // namespace
