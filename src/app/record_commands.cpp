@@ -16,6 +16,7 @@
 #include "db/sqlite/sqlite_database.h"
 #include "records/clock_file_transfer.h"
 #include "records/company_factory.h"
+#include "records/company_registration.h"
 #include "records/tcd_record.h"
 #include "shell/logs.h"
 #include "shell/my_static.h"
@@ -97,48 +98,26 @@ core::TimeOfDay ParseHourMinute(const std::string& text) {
 
 void RunCompanyAdd(const GlobalOptions& options, const CompanyOptions& o) {
   Context ctx(options);
-  const std::string name = core::Trim(o.name);
-  const std::string clock = core::Trim(o.clock);
-  if (name.empty()) Fail("clockcomm company add: the company name is empty");
-  if (clock.empty()) Fail("clockcomm company add: --clock is empty");
-  if (core::Trim(o.dir).empty()) Fail("clockcomm company add: --dir is empty");
-  const std::string type = core::ToLower(core::Trim(o.pay_period));
-  if (!records::Company::IsKnownPayPeriodType(type)) {
-    Fail("clockcomm company add: unknown --pay-period \"" + o.pay_period +
-         "\" (weekly, biweekly, semimonthly, monthly, custom, \"accrued custom\")");
-  }
-  if ((type == "custom" || type == "accrued custom") && o.custom_days < 1) {
-    Fail("clockcomm company add: a " + type + " pay period needs --custom-days of 1 or more");
-  }
-  if (o.custom_days < 0) Fail("clockcomm company add: --custom-days cannot be negative");
+  OpenRegistry(ctx.paths);  // a clear message when the folder was never set up
+  records::NewCompany company;
+  company.name = o.name;
+  company.clock_name = o.clock;
+  company.directory = o.dir;
+  company.pay_period_type = o.pay_period;
+  company.custom_days = o.custom_days;
   core::SystemClock system_clock;
-  const core::Date start =
-      o.start.empty() ? system_clock.Now().GetDate() : ParseDay("--start", o.start);
-  const core::TimeOfDay start_time = ParseHourMinute(o.start_time);
-
-  core::NullLogSink quiet;
-  records::CompanyFactory factory = LoadFactory(ctx.paths, quiet);
-  if (!factory.GetCompany(name).IsEmpty()) {
-    Fail("clockcomm company add: company \"" + name + "\" already exists");
-  }
-  if (auto other = factory.GetCompanyByClockName(clock)) {
-    Fail("clockcomm company add: clock \"" + clock + "\" already belongs to company \"" +
-         other->Name() + "\"");
-  }
-  // The company's database first: a registry row never points at a directory that is not there.
-  const fs::path dir = ctx.paths.CompanyDirectory(o.dir);
-  fs::create_directories(dir);
+  company.start = o.start.empty() ? system_clock.Now().GetDate() : ParseDay("--start", o.start);
+  company.start_time = ParseHourMinute(o.start_time);
   const fs::path db_file = ctx.paths.CompanyDatabase(o.dir);
-  db::CreateCompanySchema(*SqliteDatabase::Open(db_file, SqliteDatabase::Mode::kCreate));
-
-  auto registry = OpenRegistry(ctx.paths);
-  registry->Execute(
-      "INSERT INTO Company ([Company], [Clock Name], [Clock Table Updated], [Directory], "
-      "[Current Start Date], [Pay Period Type], [Current Start Time], CustomDays) "
-      "VALUES (?, ?, NULL, ?, ?, ?, ?, ?)",
-      {name, clock, o.dir, start, type, start_time, o.custom_days});
-  std::cout << "Added company " << name << " (clock " << clock << ", " << type
-            << " pay period from " << start.ToString() << ")\n"
+  try {
+    records::RegisterCompany(ctx.paths.CompanyRegistryDatabase(),
+                             ctx.paths.CompanyDirectory(o.dir), db_file, company);
+  } catch (const core::ArgumentException& e) {
+    Fail(std::string("clockcomm company add: ") + e.what());
+  }
+  std::cout << "Added company " << core::Trim(o.name) << " (clock " << core::Trim(o.clock) << ", "
+            << core::ToLower(core::Trim(o.pay_period)) << " pay period from "
+            << company.start.ToString() << ")\n"
             << "  database " << db_file.string() << "\n";
 }
 

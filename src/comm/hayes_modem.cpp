@@ -35,20 +35,25 @@ std::string HayesModem::Command(std::string_view command, std::chrono::milliseco
 }
 
 std::string HayesModem::Escape() {
-  // The guard times are plain waits that a stop signal cuts short.
-  auto quiet = [this] {
+  // The guard times are plain waits that a stop signal cuts short. What arrives before "+++" is
+  // dropped; what arrives after it is kept, since the modem may answer OK as the guard time ends.
+  auto quiet = [this](bool keep) {
     const auto until = std::chrono::steady_clock::now() + kGuardTime;
     while (std::chrono::steady_clock::now() < until) {
-      if (connection_.WaitForInput(until, wake_) == WaitResult::kWoken) return false;
-      connection_.Read();  // whatever the far end still sends is dropped
+      const WaitResult result = connection_.WaitForInput(until, wake_);
+      if (result == WaitResult::kWoken) return false;
+      if (result == WaitResult::kReadable) {
+        std::string text = connection_.Read();
+        if (keep) pending_ += text;
+      }
     }
     return true;
   };
-  if (!quiet()) return "";
+  if (!quiet(false)) return "";
   pending_.clear();
   connection_.WriteText("+++");
   connection_.WaitUntilSent();
-  if (!quiet()) return "";
+  if (!quiet(true)) return "";
   return ReadResult("+++", response_wait_);
 }
 
