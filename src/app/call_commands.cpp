@@ -2,12 +2,19 @@
 #include <iomanip>
 #include <iostream>
 
+#include <atomic>
+
 #include "app/call_session.h"
 #include "app/commands.h"
+#include "app/echoing_log.h"
 #include "app/signal_watcher.h"
 #include "core/errors.h"
 #include "core/text.h"
+#include "shell/schedule/auto_end_watcher.h"
+#include "shell/schedule/auto_start.h"
+#include "shell/schedule/host_poll_schedule.h"
 #include "shell/schedule/poll_list.h"
+#include "shell/schedule/timed_polling.h"
 
 namespace clockcomm::app {
 namespace {
@@ -25,22 +32,55 @@ void RefuseLan(const CallSession& session) {
 struct HostOptions {
   std::string port;
   bool once = false;
+  bool scheduled = false;
 };
+
+shell::ClockLine LineOf(const CallSession& session) {
+  const auto& comm = session.Config().Comm();
+  return shell::ClockLine{comm.connection_type, comm.terminal_type, comm.comm_port};
+}
+
+// Host mode; with a schedule, the poll list's call times are polled on the same line meanwhile.
+bool Host(CallSession& session, shell::ZonLoopSettings settings, bool once, bool scheduled) {
+  // The scheduler reads the poll list through a connection of its own.
+  auto product_db = db::SqliteDatabase::Open(session.Paths().ClockwynDatabase());
+  shell::PollList poll_list(*product_db);
+  shell::HostPollSchedule schedule(poll_list, session.Clock(), LineOf(session));
+  session.Services().schedule = scheduled ? &schedule : nullptr;
+  shell::ZonCallLoop loop(std::move(settings), session.Controller(), session.Services());
+  const bool ok = loop.CommLoop(once);
+  session.Services().schedule = nullptr;
+  return ok;
+}
 
 void RunHost(const GlobalOptions& options, const HostOptions& host) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
   RefuseLan(session);
-  shell::ZonCallLoop loop(session.LoopSettings(host.port), session.Controller(),
-                          session.Services());
   SignalWatcher signals([&] { session.Controller().PressEnd(); });
-  const bool ok = loop.CommLoop(host.once);
-  if (!ok) throw CLI::RuntimeError(1);
+  if (!Host(session, session.LoopSettings(host.port), host.once, host.scheduled)) {
+    throw CLI::RuntimeError(1);
+  }
+}
+
+// The timed polling cycle over the poll list, until the stop signal or the auto-end time.
+void TimedPoll(CallSession& session, shell::ZonLoopSettings settings,
+               std::optional<core::DateTime> auto_end) {
+  auto product_db = db::SqliteDatabase::Open(session.Paths().ClockwynDatabase());
+  shell::PollList poll_list(*product_db);
+  shell::ZonCallLoop loop(std::move(settings), session.Controller(), session.Services());
+  EchoingLog log(session.Logs(), session.Screen());
+  shell::TimedPolling cycle(poll_list, loop, log, session.Clock(),
+                            session.Controller().EndCommLoop(), auto_end, LineOf(session));
+  const auto result = cycle.Run();
+  loop.End();
+  if (result == shell::TimedPollingResult::kNoEntries) throw CLI::RuntimeError(1);
 }
 
 struct PollOptions {
   std::vector<std::string> locations;
   std::string port;
+  bool timed = false;
 };
 
 std::vector<shell::PollRow> SelectLocations(CallSession& session,
@@ -70,6 +110,15 @@ void RunPoll(const GlobalOptions& options, const PollOptions& poll) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
   RefuseLan(session);
+  if (poll.timed) {
+    if (!poll.locations.empty()) {
+      throw core::ArgumentException("--timed polls the whole poll list; name no locations.",
+                                    "locations");
+    }
+    SignalWatcher signals([&] { session.Controller().PressEnd(); });
+    TimedPoll(session, session.LoopSettings(poll.port), std::nullopt);
+    return;
+  }
   const auto locations = SelectLocations(session, poll.locations);
   if (locations.empty()) {
     throw core::InvalidOperationException("No location is selected to dial in PollT.");
@@ -138,6 +187,44 @@ void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
   });
 }
 
+// The auto-start mode of the settings, unattended: waits for the begin time, runs host or timed
+// polling, and stops at the end time or on SIGTERM.
+void RunAuto(const GlobalOptions& options, const std::string& port) {
+  core::SystemClock clock;
+  CallSession session(RequireHome(options), std::cout, clock);
+  RefuseLan(session);
+  const auto& comm = session.Config().Comm();
+  const shell::AutoStartMode mode = shell::AutoStartModeFromSetting(comm.auto_start_mode);
+  if (mode == shell::AutoStartMode::kNone) {
+    throw core::InvalidOperationException(
+        "auto_start_mode is 1 (none): set it to 2 (host) or 3 (poll) with `clockcomm settings "
+        "set auto_start_mode=...`.");
+  }
+  std::atomic<bool> shutdown{false};
+  SignalWatcher signals([&] {
+    shutdown = true;
+    session.Controller().PressEnd();
+  });
+  EchoingLog log(session.Logs(), session.Screen());
+  shell::AutoStart auto_start(comm.auto_start_mode, comm.begin_time, comm.end_time, log, clock,
+                              session.Controller().EndCommLoop());
+  auto_start.Run([&](const shell::AutoStartRun& run) {
+    if (shutdown) return;
+    auto settings = session.LoopSettings(port);
+    settings.autostarted = run.mode;
+    settings.end_time = run.end_time;
+    if (run.mode == shell::AutoStartMode::kPoll) {
+      TimedPoll(session, settings, run.end_deadline);
+      return;
+    }
+    std::optional<shell::AutoEndWatcher> watcher;
+    if (run.end_deadline) {
+      watcher.emplace(clock, *run.end_deadline, session.Controller().EndCommLoop(), log);
+    }
+    Host(session, settings, false, true);
+  });
+}
+
 }  // namespace
 
 void RegisterCallCommands(CLI::App& app, const GlobalOptions& options) {
@@ -147,6 +234,8 @@ void RegisterCallCommands(CLI::App& app, const GlobalOptions& options) {
   host_cmd->add_option("--port", host->port, "Serial device to use instead of the COM port");
   host_cmd->add_flag("--once", host->once,
                      "Leave after the first call (exit status 0 when it succeeded)");
+  host_cmd->add_flag("--scheduled", host->scheduled,
+                     "Also poll the poll list's locations at their call times while hosting");
   host_cmd->callback([&options, host] { RunHost(options, *host); });
 
   auto poll = std::make_shared<PollOptions>();
@@ -154,7 +243,17 @@ void RegisterCallCommands(CLI::App& app, const GlobalOptions& options) {
       app.add_subcommand("poll", "Poll the selected locations of the poll list (or those named)");
   poll_cmd->add_option("locations", poll->locations, "Location names (default: all selected)");
   poll_cmd->add_option("--port", poll->port, "Serial device to use instead of the COM port");
+  poll_cmd->add_flag("--timed", poll->timed,
+                     "Timed polling: call each selected location at its call time, every day, "
+                     "until stopped (Ctrl-C or SIGTERM)");
   poll_cmd->callback([&options, poll] { RunPoll(options, *poll); });
+
+  auto auto_port = std::make_shared<std::string>();
+  CLI::App* auto_cmd = app.add_subcommand(
+      "auto", "Run the auto-start mode of the settings (host or timed polling) unattended, from "
+              "the begin time until the end time or SIGTERM");
+  auto_cmd->add_option("--port", *auto_port, "Serial device to use instead of the COM port");
+  auto_cmd->callback([&options, auto_port] { RunAuto(options, *auto_port); });
 
   RegisterPollList(app, options);
 }

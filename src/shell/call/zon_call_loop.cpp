@@ -34,6 +34,8 @@ constexpr int kModemAttempts = 3;
 // Text kept while waiting for a call on a direct line: only an ENQ can start something, so what
 // lies before it is noise, and an ENQ whose line end never comes is dropped past this length.
 constexpr size_t kMaxHostBuffer = 4096;
+// While hosting with a schedule, the poll list is read again at least this often.
+constexpr std::chrono::seconds kScheduleRecheck{60};
 
 const std::string kCrLf = "\r\n";
 
@@ -224,18 +226,19 @@ bool ZonCallLoop::CommLoop(bool once) {
 
 // One pass: a scheduled poll that has come due, or the next thing the port delivers.
 bool ZonCallLoop::HostPass(bool once, std::string& buffer) {
+  auto deadline = comm::kNoDeadline;
   if (services_.schedule != nullptr) {
+    services_.schedule->Load();  // the poll list may have changed since the last pass
     if (auto due = services_.schedule->TakeDue()) {
       Poll(*due);
       return true;
     }
-  }
-  auto deadline = comm::kNoDeadline;
-  if (services_.schedule != nullptr) {
+    // Wake for the next call time, and at least once a minute to see a changed poll list.
+    int64_t seconds = kScheduleRecheck.count();
     if (auto next = services_.schedule->NextDue()) {
-      const int64_t seconds = core::SecondsBetween(controller_.Clock().Now(), *next);
-      deadline = std::chrono::steady_clock::now() + std::chrono::seconds(std::max<int64_t>(0, seconds));
+      seconds = std::min(seconds, core::SecondsBetween(controller_.Clock().Now(), *next));
     }
+    deadline = std::chrono::steady_clock::now() + std::chrono::seconds(std::max<int64_t>(0, seconds));
   }
   if (!line_.WaitForInput(deadline)) return true;
   buffer += line_.CommGet();
