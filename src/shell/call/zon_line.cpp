@@ -1,5 +1,8 @@
 #include "shell/call/zon_line.h"
 
+#include <cerrno>
+
+#include "core/errors.h"
 #include "zon/protocol_char.h"
 
 namespace clockcomm::shell {
@@ -38,7 +41,13 @@ std::string ZonLine::CommGet() {
 
 void ZonLine::CommPut(std::string_view text) {
   line_.Write(text);
-  line_.Drain();
+  try {
+    line_.Drain();
+  } catch (const core::SystemError& e) {
+    // The far end hung up after the bytes were handed over (a terminal drops the line as soon as
+    // it has its EOT); there is nothing left to wait for.
+    if (e.Number() != EIO) throw;
+  }
 }
 
 bool ZonLine::WaitForInput(std::chrono::steady_clock::time_point deadline) {
