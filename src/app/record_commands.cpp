@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "app/command_support.h"
 #include "app/commands.h"
 #include "core/clock.h"
 #include "core/date_time.h"
@@ -26,11 +27,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using db::SqliteDatabase;
-
-[[noreturn]] void Fail(const std::string& message) {
-  std::cerr << message << "\n";
-  throw CLI::RuntimeError(1);
-}
 
 // The loaded configuration and the things every command here needs from it.
 struct Context {
@@ -72,18 +68,6 @@ struct CompanyOptions {
   int custom_days = 0;
 };
 
-core::Date ParseDay(const std::string& option, const std::string& text) {
-  const bool shaped = text.size() == 10 && text[4] == '-' && text[7] == '-' &&
-                      text.find_first_not_of("0123456789-") == std::string::npos;
-  std::optional<core::Date> day;
-  if (shaped) {
-    day = core::Date::FromYmd(std::stoi(text.substr(0, 4)), std::stoi(text.substr(5, 2)),
-                              std::stoi(text.substr(8, 2)));
-  }
-  if (!day) Fail("clockcomm: invalid " + option + " \"" + text + "\": expected YYYY-MM-DD");
-  return *day;
-}
-
 core::TimeOfDay ParseHourMinute(const std::string& text) {
   const auto parts = core::Split(text, ':');
   std::optional<core::TimeOfDay> t;
@@ -106,7 +90,7 @@ void RunCompanyAdd(const GlobalOptions& options, const CompanyOptions& o) {
   company.pay_period_type = o.pay_period;
   company.custom_days = o.custom_days;
   core::SystemClock system_clock;
-  company.start = o.start.empty() ? system_clock.Now().GetDate() : ParseDay("--start", o.start);
+  company.start = o.start.empty() ? system_clock.Now().GetDate() : ParseDayOption("--start", o.start);
   company.start_time = ParseHourMinute(o.start_time);
   const fs::path db_file = ctx.paths.CompanyDatabase(o.dir);
   try {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "app/command_support.h"
 #include "app/commands.h"
 #include "core/date_time.h"
 #include "core/durable_file.h"
@@ -26,25 +27,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using db::SqliteDatabase;
-
-// Reports a refusal on stderr as it stands and ends the program with exit code 1.
-[[noreturn]] void Fail(const std::string& message) {
-  std::cerr << message << "\n";
-  throw CLI::RuntimeError(1);
-}
-
-// A date given as YYYY-MM-DD, strictly.
-core::Date ParseDayOption(const std::string& option, const std::string& text) {
-  const bool shaped = text.size() == 10 && text[4] == '-' && text[7] == '-' &&
-                      text.find_first_not_of("0123456789-") == std::string::npos;
-  std::optional<core::Date> day;
-  if (shaped) {
-    day = core::Date::FromYmd(std::stoi(text.substr(0, 4)), std::stoi(text.substr(5, 2)),
-                              std::stoi(text.substr(8, 2)));
-  }
-  if (!day) Fail("clockcomm: invalid " + option + " date \"" + text + "\": expected YYYY-MM-DD");
-  return *day;
-}
 
 // ---- init ----
 

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 
 namespace clockcomm::core {
 
@@ -93,6 +94,14 @@ double LeadingNumber(std::string_view s) {
   }
   if (!digits) return 0;
   return std::strtod(std::string(s.substr(0, i)).c_str(), nullptr);
+}
+
+int32_t LeadingInt32(std::string_view s) {
+  double v = std::nearbyint(LeadingNumber(s));
+  if (!std::isfinite(v)) return 0;
+  if (v > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
+  if (v < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
+  return static_cast<int32_t>(v);
 }
 
 std::optional<double> ParseNumber(std::string_view s) {

@@ -1,6 +1,7 @@
 // Small text helpers over single-byte (Windows-1252) strings. Nothing here converts encodings.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +22,8 @@ std::string ReplaceAll(std::string s, std::string_view from, std::string_view to
 // The number a text begins with, after leading blanks: "12abc" gives 12, "abc" gives 0, "-3" -3,
 // "2.5x" 2.5. Like the classic BASIC Val().
 double LeadingNumber(std::string_view s);
+// LeadingNumber rounded to a 32-bit integer, saturating instead of overflowing.
+int32_t LeadingInt32(std::string_view s);
 // The whole text as a number (blanks around allowed), or nothing.
 std::optional<double> ParseNumber(std::string_view s);
 // The whole text as a 32-bit integer, or nothing.

@@ -8,19 +8,6 @@
 #include "core/text.h"
 
 namespace clockcomm::records {
-namespace {
-
-int32_t LeadingInt(std::string_view s) {
-  double v = core::LeadingNumber(s);
-  if (!std::isfinite(v)) return 0;
-  v = std::nearbyint(v);
-  if (v > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
-  if (v < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
-  return static_cast<int32_t>(v);
-}
-
-}  // namespace
-
 TcdFileReader::TcdFileReader(const std::filesystem::path& file_name) : name_(file_name.string()) {
   in_.open(file_name, std::ios::binary);
   if (!in_.is_open()) throw core::SystemError::FromErrno(errno ? errno : ENOENT, name_);
@@ -57,7 +44,7 @@ std::vector<std::string> TcdFileReader::SplitFields(std::string_view line) {
 }
 
 TcdRecord TcdFileReader::FromFields(const std::vector<std::string>& f) {
-  TcdRecord record(f[0], LeadingInt(f[1]), LeadingInt(f[2]), std::nullopt, f[4], f[5], f[6], f[7],
+  TcdRecord record(f[0], core::LeadingInt32(f[1]), core::LeadingInt32(f[2]), std::nullopt, f[4], f[5], f[6], f[7],
                    std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt, f[13],
                    false);
   record.SetDepartmentText(f[3]);

@@ -14,16 +14,6 @@ std::optional<int> TwoDigits(std::string_view s) {
   return (s[0] - '0') * 10 + (s[1] - '0');
 }
 
-// A leading numeric value as a 32-bit integer, saturating instead of overflowing.
-int32_t LeadingInt(std::string_view s) {
-  double v = core::LeadingNumber(s);
-  if (!std::isfinite(v)) return 0;
-  v = std::nearbyint(v);
-  if (v > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
-  if (v < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
-  return static_cast<int32_t>(v);
-}
-
 }  // namespace
 
 std::string TcdRecordStatic::ConvertLettersToNumbers(std::string_view text) {
@@ -72,7 +62,7 @@ TcdRecord TcdRecordStatic::Parse(std::string_view line) {
   if (fields.size() < static_cast<size_t>(kTcdFieldCount)) {
     throw core::IndexOutOfRangeException();
   }
-  TcdRecord record(fields[0], LeadingInt(fields[1]), LeadingInt(ConvertLettersToNumbers(fields[2])),
+  TcdRecord record(fields[0], core::LeadingInt32(fields[1]), core::LeadingInt32(ConvertLettersToNumbers(fields[2])),
                    std::nullopt, fields[4], fields[5], fields[6], fields[7],
                    ParseDateField(fields[8]), ParseTimeField(fields[9]), ParseDateField(fields[10]),
                    ParseTimeField(fields[11]), std::nullopt, fields[13], false);
