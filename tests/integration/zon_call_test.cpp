@@ -173,6 +173,15 @@ TEST_F(ZonCallTest, WhenAllCallFilesOfTheDayAreUsedTheRunEndsAndNothingIsLost) {
   EXPECT_EQ(Rows(), 0);
 }
 
+TEST_F(ZonCallTest, AnInvalidPortIsRefusedAndTheLoopIsNotEntered) {
+  shell::ZonCallLoop loop(Settings("/dev/clockcomm-no-such-port", false), *controller_,
+                          *services_);
+  EXPECT_FALSE(loop.CommLoop(true));
+  EXPECT_TRUE(screen_.Contains("Invalid Com Port"));
+  EXPECT_TRUE(screen_.Contains("Select valid Com Port and then restart."));
+  EXPECT_EQ(Events("Open Comm"), 0);
+}
+
 TEST_F(ZonCallTest, OutboundPollOnADirectLine) {
   sim::TerminalConfig config;
   config.terminal_id = "7";
