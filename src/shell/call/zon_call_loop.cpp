@@ -210,7 +210,7 @@ bool ZonCallLoop::CommLoop(bool once) {
   const int calls_before = good_calls_ + failed_calls_;
   while (!controller_.EndCommLoop().Requested()) {
     try {
-      if (!HostPass(once, buffer)) break;
+      HostPass(buffer);
     } catch (const comm::ConnectionClosedError& e) {
       // The far end of the port went away; the loop waits on a line that can no longer answer.
       ShowEvent("{0} Port closed by the other end", "Error", e.what());
@@ -225,13 +225,13 @@ bool ZonCallLoop::CommLoop(bool once) {
 }
 
 // One pass: a scheduled poll that has come due, or the next thing the port delivers.
-bool ZonCallLoop::HostPass(bool once, std::string& buffer) {
+void ZonCallLoop::HostPass(std::string& buffer) {
   auto deadline = comm::kNoDeadline;
   if (services_.schedule != nullptr) {
     services_.schedule->Load();  // the poll list may have changed since the last pass
     if (auto due = services_.schedule->TakeDue()) {
       Poll(*due);
-      return true;
+      return;
     }
     // Wake for the next call time, and at least once a minute to see a changed poll list.
     int64_t seconds = kScheduleRecheck.count();
@@ -240,7 +240,7 @@ bool ZonCallLoop::HostPass(bool once, std::string& buffer) {
     }
     deadline = std::chrono::steady_clock::now() + std::chrono::seconds(std::max<int64_t>(0, seconds));
   }
-  if (!line_.WaitForInput(deadline)) return true;
+  if (!line_.WaitForInput(deadline)) return;
   buffer += line_.CommGet();
   if (settings_.modem) {
     size_t end;
@@ -249,14 +249,12 @@ bool ZonCallLoop::HostPass(bool once, std::string& buffer) {
       buffer.erase(0, end + 2);
       if (line.empty()) continue;  // the leading CR LF of a result code
       if (HandleModemLine(line, buffer)) buffer.clear();
-      if (once && good_calls_ + failed_calls_ > 0) return false;
     }
     if (buffer.size() > kMaxHostBuffer) buffer.clear();
-    return true;
+    return;
   }
   while (HandleDirectInput(buffer)) {
   }
-  return true;
 }
 
 // A direct line: ENQ CR LF starts an upload, ENQ ... CR LF is an hours request. Returns true when
@@ -601,18 +599,18 @@ void ZonCallLoop::HandleData(std::string_view body) {
   CallData& call = controller_.Call();
   if (call.writer == nullptr) throw core::InvalidOperationException("Data packet before header.");
   const std::string clock_number = std::to_string(call.clock_number);
-  std::optional<records::TcdRecord> record;
+  std::optional<std::string> line;
   if (call.company) {
     records::DepartmentJobAssigner assigner(clock_number, call.company->ClockwynDatabaseFilename(),
                                             services_.paths.ProgramDirectory(),
                                             controller_.Log());
-    auto line = assigner.AssignDepartmentsAndJobs(body);
-    if (!line) throw core::FormatException("The punch line could not be read.");
-    record = records::TcdRecordStatic::Parse(*line);
-  } else {
-    record = records::TcdRecordStatic::Parse(clock_number + "," + std::string(body));
+    line = assigner.AssignDepartmentsAndJobs(body);
   }
-  call.writer->WriteRecord(*record);
+  // Without the assignment (no company, or its database could not be read) the line is kept as
+  // the terminal sent it; the transfer applies the same assignment again.
+  const auto record =
+      records::TcdRecordStatic::Parse(line ? *line : clock_number + "," + std::string(body));
+  call.writer->WriteRecord(record);
   ++call.record_count;
   controller_.SetInCall(call.clock_name, call.record_count);
 }

@@ -80,7 +80,7 @@ class ZonCallLoop : public OutboundPoller {
   bool OpenPort();
   bool InitModem();
   void ResetModem();
-  bool HostPass(bool once, std::string& buffer);
+  void HostPass(std::string& buffer);
   bool HandleDirectInput(std::string& buffer);
   bool HandleModemLine(const std::string& line, std::string& rest);
   void AnswerHoursRequest(std::string_view request);
