@@ -109,7 +109,7 @@ void ApplySetting(CommSettings& s, std::string_view key, std::string_view value)
     }
     s.connection_type = IntIn(key, value, 1, 3);
   } else if (key == "auto_start_mode") {
-    s.auto_start_mode = IntIn(key, value, 1, INT32_MAX);
+    s.auto_start_mode = IntIn(key, value, 1, 3);  // 1 none, 2 host, 3 poll
   } else if (key == "begin_time") {
     s.begin_time = TimeOrNone(key, value);
   } else if (key == "end_time") {
