@@ -142,32 +142,26 @@ void HangUp(ModemRig& rig) {
   EXPECT_FALSE(rig.Modem().Connected());
 }
 
-TEST(HayesModemTest, IncomingCallRingsConnectsWithOrWithoutSpeedAndRelaysTheCall) {
-  for (std::optional<int> speed : {std::optional<int>(2400), std::optional<int>()}) {
-    SCOPED_TRACE(speed ? "CONNECT 2400" : "CONNECT without speed");
-    ModemOptions options = Options();
-    options.speed = speed;
-    ModemRig rig(options);
-    EXPECT_EQ(rig.Command("ATE1Q0V1X4S0=1"), "ATE1Q0V1X4S0=1\r\r\nOK\r\n");
-    rig.Modem().IncomingCall("5551234");
-    const std::string connect = speed ? "\r\nCONNECT 2400\r\n" : "\r\nCONNECT\r\n";
-    EXPECT_EQ(rig.ReadUntil(connect), "\r\nRING\r\n" + connect);
-    EXPECT_TRUE(rig.Modem().Connected());
+TEST(HayesModemTest, IncomingCallRingsConnectsAndRelaysTheCall) {
+  ModemRig rig(Options());
+  EXPECT_EQ(rig.Command("ATE1Q0V1X4S0=1"), "ATE1Q0V1X4S0=1\r\r\nOK\r\n");
+  rig.Modem().IncomingCall("5551234");
+  EXPECT_EQ(rig.ReadUntil("\r\nCONNECT 2400\r\n"), "\r\nRING\r\n\r\nCONNECT 2400\r\n");
+  EXPECT_TRUE(rig.Modem().Connected());
 
-    ScriptedHost host(rig.Program(), /*framed=*/true);
-    HostCall call = HostUpload(host);
-    EXPECT_TRUE(call.end_of_transmission);
-    EXPECT_EQ(call.data, kPunches);
-    EXPECT_EQ(call.bad_checks, 0) << "the carrier, not an ENQ line, announces the call";
-    host.Eot();
-    HangUp(rig);
-    EXPECT_EQ(rig.Modem().LastTerminalOutcome(), CallOutcome::kCompleted);
-    EXPECT_TRUE(rig.Terminal().PendingPunches().empty());
-    auto stats = rig.Modem().Stats();
-    EXPECT_EQ(stats.rings, 1);
-    EXPECT_EQ(stats.connects, 1);
-    EXPECT_EQ(stats.hang_ups, 1);
-  }
+  ScriptedHost host(rig.Program(), /*framed=*/true);
+  HostCall call = HostUpload(host);
+  EXPECT_TRUE(call.end_of_transmission);
+  EXPECT_EQ(call.data, kPunches);
+  EXPECT_EQ(call.bad_checks, 0) << "the carrier, not an ENQ line, announces the call";
+  host.Eot();
+  HangUp(rig);
+  EXPECT_EQ(rig.Modem().LastTerminalOutcome(), CallOutcome::kCompleted);
+  EXPECT_TRUE(rig.Terminal().PendingPunches().empty());
+  auto stats = rig.Modem().Stats();
+  EXPECT_EQ(stats.rings, 1);
+  EXPECT_EQ(stats.connects, 1);
+  EXPECT_EQ(stats.hang_ups, 1);
 }
 
 TEST(HayesModemTest, WithoutAutoAnswerItRingsUntilAnsweredByAta) {
@@ -180,40 +174,32 @@ TEST(HayesModemTest, WithoutAutoAnswerItRingsUntilAnsweredByAta) {
   EXPECT_EQ(rig.ReadUntil("\r\nCONNECT 2400\r\n"), "\r\nCONNECT 2400\r\n");
 }
 
-TEST(HayesModemTest, FailedDialsThenConnectAndAnswerThePoll) {
-  ModemOptions options = Options();
-  options.fail_dials = 2;
-  options.fail_code = ResultCode::kBusy;
-  ModemRig rig(options);
-  EXPECT_EQ(rig.Command("ATE0"), "ATE0\r\r\nOK\r\n");
-  EXPECT_EQ(rig.Command("ATDT5551234"), "\r\nBUSY\r\n");
-  EXPECT_EQ(rig.Command("ATDT5551234"), "\r\nBUSY\r\n");
-  EXPECT_EQ(rig.Command("ATDT5551234"), "\r\nCONNECT 2400\r\n");
-
-  ScriptedHost host(rig.Program(), /*framed=*/true);
-  host.Enq();
-  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kAck));
-  host.Send(std::string(1, ProtocolChar::kStx) + "101" + ProtocolChar::kEtx);
-  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
-  HostCall call = HostUpload(host);
-  EXPECT_EQ(call.data, kPunches);
-  host.Eot();
-  HangUp(rig);
-  EXPECT_EQ(rig.Modem().LastTerminalOutcome(), CallOutcome::kCompleted);
-  auto stats = rig.Modem().Stats();
-  EXPECT_EQ(stats.dials, 3);
-  EXPECT_EQ(stats.failed_dials, 2);
-
-  EXPECT_EQ(rig.Command("ATDT5559999"), "\r\nNO CARRIER\r\n") << "nobody at that number";
-  EXPECT_EQ(rig.Command("ATD"), "\r\nERROR\r\n");
-}
-
-TEST(HayesModemTest, NoDialtoneWhenNoLineIsPluggedIn) {
-  ModemOptions options = Options();
-  options.no_dialtone = true;
-  ModemRig rig(options);
-  EXPECT_EQ(rig.Command("ATE0"), "ATE0\r\r\nOK\r\n");
-  EXPECT_EQ(rig.Command("ATDT5551234"), "\r\nNO DIALTONE\r\n");
+TEST(HayesModemTest, DialResultsForFailuresUnknownNumbersAndNoLine) {
+  ModemOptions busy = Options();
+  busy.fail_dials = 2;
+  busy.fail_code = ResultCode::kBusy;
+  ModemOptions unplugged = Options();
+  unplugged.no_dialtone = true;
+  struct Case {
+    const char* legend;
+    ModemOptions options;
+    std::vector<std::pair<const char*, const char*>> dials;  // command, answer
+  } cases[] = {
+      {"failed dials, then the call",
+       busy,
+       {{"ATDT5551234", "\r\nBUSY\r\n"},
+        {"ATDT5551234", "\r\nBUSY\r\n"},
+        {"ATDT5551234", "\r\nCONNECT 2400\r\n"}}},
+      {"nobody at that number", Options(), {{"ATDT5559999", "\r\nNO CARRIER\r\n"}}},
+      {"no number", Options(), {{"ATD", "\r\nERROR\r\n"}}},
+      {"no line plugged in", unplugged, {{"ATDT5551234", "\r\nNO DIALTONE\r\n"}}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.legend);
+    ModemRig rig(c.options);
+    EXPECT_EQ(rig.Command("ATE0"), "ATE0\r\r\nOK\r\n");
+    for (const auto& [command, answer] : c.dials) EXPECT_EQ(rig.Command(command), answer);
+  }
 }
 
 TEST(HayesModemTest, TerminalDroppingTheLineGivesNoCarrier) {

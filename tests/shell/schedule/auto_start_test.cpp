@@ -15,15 +15,9 @@ namespace {
 using namespace std::chrono_literals;
 using testing::At;
 
-TEST(AutoStartText, ModeNamesPrefixesAndModeLine) {
-  EXPECT_EQ(AutoStartModeFromSetting(1), AutoStartMode::kNone);
-  EXPECT_EQ(AutoStartModeFromSetting(2), AutoStartMode::kHost);
-  EXPECT_EQ(AutoStartModeFromSetting(3), AutoStartMode::kPoll);
+TEST(AutoStartText, ModeSettingRangeAndModeLine) {
   EXPECT_THROW(AutoStartModeFromSetting(0), core::ArgumentException);
   EXPECT_THROW(AutoStartModeFromSetting(4), core::ArgumentException);
-  EXPECT_EQ(AutoStartPrefix(AutoStartMode::kPoll), "(Autostart Poll) ");
-  EXPECT_EQ(AutoStartPrefix(AutoStartMode::kHost), "(Autostart Host) ");
-  EXPECT_EQ(AutoStartPrefix(AutoStartMode::kNone), "");
   EXPECT_EQ(EndAtText("NONE"), "");
   EXPECT_EQ(EndAtText("17:00"), "End at 17:00");
   EXPECT_EQ(ModeLine(2, false, AutoStartMode::kHost, "17:00"),

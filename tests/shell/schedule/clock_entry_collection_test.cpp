@@ -20,15 +20,10 @@ using testing::Row;
 TEST(ClockEntry, FromPollRow) {
   ClockEntry entry =
       ClockEntry::FromPollRow(Row(7, "Dock", Hm(6, 45), false, "555-0199"), ClockLine{1, 1, 3});
-  EXPECT_EQ(entry.Name(), "Dock");
   EXPECT_EQ(entry.Address(), "555-0199");
   EXPECT_EQ(entry.GroupKey(), "555-0199");
-  EXPECT_EQ(entry.TimeOfDay(), Hm(6, 45));
   EXPECT_EQ(entry.CallTime().GetTime(), Hm(6, 45));
-  EXPECT_EQ(entry.LocationId(), 7);
   EXPECT_FALSE(entry.Active());
-  EXPECT_EQ(entry.TerminalId(), "T7");
-  EXPECT_EQ(entry.ConnectionType(), 1);
   EXPECT_EQ(entry.ComPort(), 3);
   EXPECT_NE(entry.UniqueID(), ClockEntry::FromPollRow(Row(7, "Dock", Hm(6, 45))).UniqueID());
 }
