@@ -71,19 +71,6 @@ TEST(TcpListener, AcceptReturnsNullOnDeadlineAndOnStop) {
   EXPECT_THROW(TcpListener("not-an-address", 0), core::ArgumentException);
 }
 
-TEST(StubConnection, ReadsItsScriptOneStringPerCallThenEmpty) {
-  StubConnection stub({"da", "", "ta\r\n"});
-  EXPECT_EQ(stub.Read(), "da");
-  EXPECT_EQ(stub.Read(), "");
-  EXPECT_EQ(stub.Read(), "ta\r\n");
-  EXPECT_EQ(stub.Read(), "");
-  EXPECT_EQ(stub.Read(), "");
-  EXPECT_EQ(stub.ReadCalls(), 5);
-  stub.WriteText("A");
-  stub.WriteText("B");
-  EXPECT_EQ(stub.Written(), "AB");
-}
-
 TEST(StubConnection, WaitSleepsUntilAPushFromAnotherThread) {
   StubConnection stub;
   EXPECT_EQ(stub.WaitForInputFor(20ms, {}), WaitResult::kTimedOut);
@@ -98,17 +85,6 @@ TEST(StubConnection, WaitSleepsUntilAPushFromAnotherThread) {
   EXPECT_EQ(stub.Read(), "late");
   // A push that was read must not leave the wait thinking more is there.
   EXPECT_EQ(stub.WaitForInputFor(20ms, {}), WaitResult::kTimedOut);
-}
-
-TEST(StubConnection, ResponderAnswersEachWrite) {
-  StubConnection stub;
-  stub.SetResponder([&](std::string_view written) {
-    if (written == "ENQ") stub.Push("HEADER\r\n");
-  });
-  stub.WriteText("ENQ");
-  stub.WriteText("other");
-  EXPECT_EQ(stub.Read(), "HEADER\r\n");
-  EXPECT_EQ(stub.Read(), "");
 }
 
 }  // namespace

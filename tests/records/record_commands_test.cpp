@@ -49,10 +49,11 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
             std::string::npos)
       << r.out;
 
-  EXPECT_EQ(Clockcomm("company add Other --clock front --dir other").status, 1);
-  EXPECT_EQ(Clockcomm("company add Other --clock C2 --dir o --pay-period yearly").status, 1);
-  EXPECT_EQ(Clockcomm("company add Other --clock C2 --dir o --pay-period custom").status, 1);
-  EXPECT_EQ(Clockcomm("company add Other --clock C2 --dir o --start 2009-02-30").status, 1);
+  for (const char* refused :
+       {"--clock front --dir other", "--clock C2 --dir o --pay-period yearly",
+        "--clock C2 --dir o --pay-period custom", "--clock C2 --dir o --start 2009-02-30"}) {
+    EXPECT_EQ(Clockcomm(std::string("company add Other ") + refused).status, 1) << refused;
+  }
 
   ASSERT_EQ(Clockcomm("employee add --company Acme --card 1234 --home-dept 44 "
                       "--default-job task --name Ann")
@@ -89,17 +90,15 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   EXPECT_NE(r.out.find("0 row(s) went into Acme"), std::string::npos) << r.out;
   EXPECT_TRUE(std::filesystem::exists(Path("data/10210001.ARC")));
 
+  // The settings file and the imported employees reach the transfer (the columns themselves are
+  // the transfer tests' business).
   auto db = db::SqliteDatabase::Open(Path("data/acme/Company.db"));
-  auto rs = db->Query("SELECT * FROM [Clock Data Table] ORDER BY Punch");
-  ASSERT_EQ(rs.RecordCount(), 3u);
-  EXPECT_EQ(rs.Field("Department").AsInt(), 44);
-  EXPECT_EQ(rs.Field("JobNumber").AsText(), "task");
-  rs.MoveNext();
-  EXPECT_EQ(rs.Field("Time Out").AsText(), "17:00:00");
-  rs.MoveNext();
-  EXPECT_DOUBLE_EQ(rs.Field("Vacation").AsDouble(), 8);
-  EXPECT_EQ(rs.Field("Department").AsInt(), 7);
-  EXPECT_FALSE(db->Query("SELECT [Clock Table Updated] FROM CompanyInfoT").Field(0).IsNull());
+  EXPECT_EQ(
+      db->Query("SELECT COUNT(*) FROM [Clock Data Table] WHERE (Punch = 1 AND Department = 44 "
+                "AND JobNumber = 'task') OR (Punch = 3 AND Department = 7)")
+          .Field(0)
+          .AsInt(),
+      2);
 
   r = Clockcomm("transfer --clock Nowhere '" + Path("data/10210001.TCD").string() + "'");
   EXPECT_EQ(r.status, 1);

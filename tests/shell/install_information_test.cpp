@@ -35,36 +35,27 @@ TEST(InstallInformationTest, TrailingSeparatorIsAddedOnlyWhenMissing) {
   }
 }
 
-TEST(InstallInformationTest, MissingCurrentVersionReadsTheThreePointZeroKey) {
-  test::TempDir home;
-  WriteText(home.path() / "registry.ini",
-            "[SOFTWARE\\Brenmor Time Systems\\Clockwyn\\2.5\\Install Data]\n"
-            "ProgramDir=/wrong\n"
-            "[SOFTWARE\\Brenmor Time Systems\\Clockwyn\\3.0\\Install Data]\n"
-            "ProgramDir=/opt/clock\n"
-            "DataDir = /srv/clockdata/ \n");
-  InstallInformation info(home.path());
-  info.Load();
-  EXPECT_EQ(info.CurrentVersion(), "3.0");
-  EXPECT_EQ(info.ProgramDirectory(), "/opt/clock/");
-  EXPECT_EQ(info.DataDirectory(), "/srv/clockdata/");
-}
-
 TEST(InstallInformationTest, CurrentVersionChoosesTheInstallDataKeyAndNamesIgnoreCase) {
-  test::TempDir home;
-  WriteText(home.path() / "registry.ini",
-            "; written by hand\n"
-            "[software\\brenmor time systems\\clockwyn]\n"
-            "currentversion=4.1\n"
-            "[SOFTWARE\\Brenmor Time Systems\\Clockwyn\\3.0\\Install Data]\n"
-            "DataDir=/old/\n"
-            "[SOFTWARE\\Brenmor Time Systems\\Clockwyn\\4.1\\Install Data]\n"
-            "DataDir=/new\n");
-  InstallInformation info(home.path());
-  info.Load();
-  EXPECT_EQ(info.CurrentVersion(), "4.1");
-  EXPECT_EQ(info.DataDirectory(), "/new/");
-  EXPECT_EQ(info.ProgramDirectory(), "");
+  const std::string key = "[SOFTWARE\\Brenmor Time Systems\\Clockwyn\\";
+  struct Case {
+    std::string ini, version, program, data;
+  } cases[] = {
+      {key + "2.5\\Install Data]\nProgramDir=/wrong\n" + key +
+           "3.0\\Install Data]\nProgramDir=/opt/clock\nDataDir = /srv/clockdata/ \n",
+       "3.0", "/opt/clock/", "/srv/clockdata/"},  // no CurrentVersion: the 3.0 key
+      {"; written by hand\n[software\\brenmor time systems\\clockwyn]\ncurrentversion=4.1\n" + key +
+           "3.0\\Install Data]\nDataDir=/old/\n" + key + "4.1\\Install Data]\nDataDir=/new\n",
+       "4.1", "", "/new/"},
+  };
+  for (const Case& c : cases) {
+    test::TempDir home;
+    WriteText(home.path() / "registry.ini", c.ini);
+    InstallInformation info(home.path());
+    info.Load();
+    EXPECT_EQ(info.CurrentVersion(), c.version);
+    EXPECT_EQ(info.ProgramDirectory(), c.program);
+    EXPECT_EQ(info.DataDirectory(), c.data);
+  }
 }
 
 TEST(InstallInformationTest, SaveKeepsSectionsItDoesNotOwn) {

@@ -38,11 +38,6 @@ TEST(VerifoneCrc16, ValidatesFramedPackets) {
   other_start[0] = 'X';
   EXPECT_TRUE(crc.IsValidPacket(other_start));
 
-  // Low byte first: swapping the two CRC bytes breaks the packet unless they are equal.
-  std::string swapped = packet;
-  std::swap(swapped[swapped.size() - 1], swapped[swapped.size() - 2]);
-  EXPECT_EQ(crc.IsValidPacket(swapped), packet[packet.size() - 1] == packet[packet.size() - 2]);
-
   // Three bytes: nothing covered, so the CRC must be zero.
   EXPECT_TRUE(crc.IsValidPacket(std::string("\x02\x00\x00", 3)));
   EXPECT_FALSE(crc.IsValidPacket(std::string("\x02\x01\x00", 3)));
@@ -51,6 +46,7 @@ TEST(VerifoneCrc16, ValidatesFramedPackets) {
   }
 }
 
+// Low byte first: swapping the two check bytes breaks the packet unless they are equal.
 TEST(VerifoneCrc16, SwappedBytesFailOnManyBodies) {
   VerifoneCrc16 crc;
   int unequal = 0;
