@@ -33,13 +33,8 @@ std::string StubConnection::Read() {
 }
 
 void StubConnection::WriteText(std::string_view text) {
-  std::function<void(std::string_view)> responder;
-  {
-    std::lock_guard lock(mutex_);
-    written_.append(text);
-    responder = responder_;
-  }
-  if (responder) responder(text);
+  std::lock_guard lock(mutex_);
+  written_.append(text);
 }
 
 void StubConnection::Push(std::string text) {
@@ -63,11 +58,6 @@ WaitResult StubConnection::WaitForInput(SteadyTime deadline, const WakeSet& wake
     WaitResult result = fd_io::WaitReadable(event_fd_, deadline, wake);
     if (result != WaitResult::kReadable) return result;
   }
-}
-
-void StubConnection::SetResponder(std::function<void(std::string_view)> responder) {
-  std::lock_guard lock(mutex_);
-  responder_ = std::move(responder);
 }
 
 std::string StubConnection::Written() const {

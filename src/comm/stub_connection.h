@@ -4,7 +4,6 @@
 #pragma once
 
 #include <deque>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -27,8 +26,6 @@ class StubConnection : public IConnection {
 
   // Adds a string to the end of the script; safe from any thread.
   void Push(std::string text);
-  // Called (outside the stub's lock) with each written text; it may Push an answer.
-  void SetResponder(std::function<void(std::string_view written)> responder);
   // Everything written so far, concatenated.
   std::string Written() const;
   // Number of Read calls made (a reader that spins would show here).
@@ -38,7 +35,6 @@ class StubConnection : public IConnection {
   mutable std::mutex mutex_;
   std::deque<std::string> script_;
   std::string written_;
-  std::function<void(std::string_view)> responder_;
   int read_calls_ = 0;
   int event_fd_ = -1;
 };
