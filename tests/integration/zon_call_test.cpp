@@ -5,6 +5,7 @@
 #include <future>
 
 #include "comm/pty_pair.h"
+#include "core/durable_file.h"
 #include "integration/call_fixture.h"
 #include "sim/hayes_modem.h"
 #include "sim/zon_terminal.h"
@@ -73,6 +74,18 @@ TEST_F(ZonCallTest, ACorruptedPacketIsRefusedWithNakAndTakenWhenResent) {
   EXPECT_EQ(terminal.Stats().resends, 1);
   EXPECT_EQ(Rows(), 4);
   EXPECT_EQ(Events("Packet resent: "), 1);
+}
+
+TEST_F(ZonCallTest, AGoodPacketThatIsNoPunchIsAcknowledgedAndKeptBesideTheCallFile) {
+  auto punches = Punches(3);
+  punches.insert(punches.begin() + 1, "not,a,punch");
+  sim::ZonTerminal terminal(sim::TerminalConfig{}, punches);
+  EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
+  EXPECT_EQ(Rows(), 3);
+  const auto kept = DataFiles(".BAD");
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_NE(core::ReadWholeFile(kept[0]).find("not,a,punch"), std::string::npos);
+  EXPECT_EQ(Events("Error"), 1);
 }
 
 TEST_F(ZonCallTest, ASecondHeaderIsAcknowledgedAndIgnored) {

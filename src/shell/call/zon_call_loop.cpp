@@ -616,13 +616,14 @@ void ZonCallLoop::HandleData(std::string_view body) {
 }
 
 // A packet that passed its block check but is not a punch is acknowledged (the terminal would
-// otherwise send it for ever) and kept beside the call's file, so nothing received is lost.
+// otherwise send it for ever) and kept beside the call's file as "<call>.BAD", so nothing received
+// is lost. (The transfer's own ".REJ" holds the lines of the call file it could not read.)
 void ZonCallLoop::KeepRejectedPacket(std::string_view body, std::string_view reason) {
   CallData& call = controller_.Call();
   if (call.reject_file.empty()) {
     call.reject_file = call.file.empty()
-                           ? services_.paths.DataDirectory() / "NOHEADER.REJ"
-                           : std::filesystem::path(call.file).replace_extension(".REJ");
+                           ? services_.paths.DataDirectory() / "NOHEADER.BAD"
+                           : std::filesystem::path(call.file).replace_extension(".BAD");
   }
   std::ofstream out(call.reject_file, std::ios::app | std::ios::binary);
   out << body << "\t" << reason << "\r\n";
@@ -662,6 +663,7 @@ void ZonCallLoop::EndCall() {
     try {
       call.writer->Sync();
       call.writer->CloseWriter();
+      if (!call.reject_file.empty()) core::SyncFile(call.reject_file);
       core::SyncDirectory(call.file.parent_path());
     } catch (const core::SystemError& e) {
       controller_.Event("System error " + std::to_string(e.Number()) + ": " + e.Description(),
