@@ -106,7 +106,10 @@ void BM_HostedCall1000Punches(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * punches);
   state.counters["rows"] = static_cast<double>(site.Rows());
 }
-BENCHMARK(BM_HostedCall1000Punches)->Arg(1000)->Iterations(3)->Unit(benchmark::kMillisecond)
+BENCHMARK(BM_HostedCall1000Punches)
+    ->Arg(1000)
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
 // The terminal sends at the pace of a 9600 bit/s line; the call should take little more than the
@@ -128,7 +131,10 @@ void BM_PacedCallAgainstWireTime(benchmark::State& state) {
   state.counters["call_over_wire"] = ratio;
   state.SetItemsProcessed(state.iterations() * punches);
 }
-BENCHMARK(BM_PacedCallAgainstWireTime)->Arg(300)->Iterations(1)->Unit(benchmark::kMillisecond)
+BENCHMARK(BM_PacedCallAgainstWireTime)
+    ->Arg(300)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
 double ProcessCpuSeconds() {

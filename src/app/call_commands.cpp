@@ -1,8 +1,7 @@
 // host, poll and poll-list: the Zon/Tranz call loop from the command line.
+#include <atomic>
 #include <iomanip>
 #include <iostream>
-
-#include <atomic>
 
 #include "app/call_session.h"
 #include "app/commands.h"
@@ -165,14 +164,14 @@ void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
     core::SystemClock clock;
     CallSession session(RequireHome(options), std::cout, clock);
     const auto rows = shell::PollList(session.ProductDatabase()).ReadPollRows();
-    std::cout << std::left << std::setw(5) << "ID" << std::setw(22) << "Location"
-              << std::setw(18) << "Phone/Address" << std::setw(10) << "Dial" << std::setw(9)
-              << "Selected" << "Terminal\n";
+    std::cout << std::left << std::setw(5) << "ID" << std::setw(22) << "Location" << std::setw(18)
+              << "Phone/Address" << std::setw(10) << "Dial" << std::setw(9) << "Selected"
+              << "Terminal\n";
     for (const auto& r : rows) {
       std::cout << std::left << std::setw(5) << r.location_id << std::setw(22) << r.location_name
                 << std::setw(18) << r.location_phone << std::setw(10)
-                << (r.dial_time ? r.dial_time->Format("HH:nn") : r.dial_time_text)
-                << std::setw(9) << (r.select_to_dial ? "yes" : "no") << r.terminal_id << "\n";
+                << (r.dial_time ? r.dial_time->Format("HH:nn") : r.dial_time_text) << std::setw(9)
+                << (r.select_to_dial ? "yes" : "no") << r.terminal_id << "\n";
     }
   });
 
@@ -250,8 +249,9 @@ void RegisterCallCommands(CLI::App& app, const GlobalOptions& options) {
 
   auto auto_port = std::make_shared<std::string>();
   CLI::App* auto_cmd = app.add_subcommand(
-      "auto", "Run the auto-start mode of the settings (host or timed polling) unattended, from "
-              "the begin time until the end time or SIGTERM");
+      "auto",
+      "Run the auto-start mode of the settings (host or timed polling) unattended, from "
+      "the begin time until the end time or SIGTERM");
   auto_cmd->add_option("--port", *auto_port, "Serial device to use instead of the COM port");
   auto_cmd->callback([&options, auto_port] { RunAuto(options, *auto_port); });
 

@@ -16,8 +16,7 @@ std::filesystem::path RequireHome(const GlobalOptions& options) {
   return home;
 }
 
-CallSession::CallSession(const std::filesystem::path& home, std::ostream& out,
-                         core::Clock& clock)
+CallSession::CallSession(const std::filesystem::path& home, std::ostream& out, core::Clock& clock)
     : config_(shell::MyStatic::Load(home)),
       clock_(clock),
       logs_(config_->Paths(), clock),

@@ -1,7 +1,6 @@
 #include "app/command_support.h"
 
 #include <CLI/CLI.hpp>
-
 #include <iostream>
 #include <optional>
 

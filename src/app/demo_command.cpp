@@ -148,17 +148,16 @@ void PrintSummary(CallSession& session, const fs::path& home) {
   std::cout << "Program folder: " << home.string() << "\n"
             << "Call files and archives: " << paths.DataDirectory().string() << "\n"
             << "Company database: " << paths.CompanyDatabase(kCompanyDirectory).string() << "\n"
-            << "Event log: " << paths.EventLogDatabase().string()
-            << " (clockcomm --home " << home.string() << " log show --from "
-            << session.Clock().Now().GetDate().ToString() << " --to "
-            << session.Clock().Now().GetDate().ToString() << ")\n"
+            << "Event log: " << paths.EventLogDatabase().string() << " (clockcomm --home "
+            << home.string() << " log show --from " << session.Clock().Now().GetDate().ToString()
+            << " --to " << session.Clock().Now().GetDate().ToString() << ")\n"
             << "Text logs: " << paths.DebugLogDirectory().string() << "\n";
   if (rows != snapshot.punches) throw CLI::RuntimeError(1);
 }
 
 void RunDemo(const GlobalOptions& options) {
-  const fs::path home = options.home.empty() ? fs::current_path() / "demo-home"
-                                             : fs::absolute(options.home);
+  const fs::path home =
+      options.home.empty() ? fs::current_path() / "demo-home" : fs::absolute(options.home);
   core::SystemClock clock;
   const core::Date today = clock.Now().GetDate();
   PrepareHome(home);

@@ -90,12 +90,13 @@ void RunCompanyAdd(const GlobalOptions& options, const CompanyOptions& o) {
   company.pay_period_type = o.pay_period;
   company.custom_days = o.custom_days;
   core::SystemClock system_clock;
-  company.start = o.start.empty() ? system_clock.Now().GetDate() : ParseDayOption("--start", o.start);
+  company.start =
+      o.start.empty() ? system_clock.Now().GetDate() : ParseDayOption("--start", o.start);
   company.start_time = ParseHourMinute(o.start_time);
   const fs::path db_file = ctx.paths.CompanyDatabase(o.dir);
   try {
-    records::RegisterCompany(ctx.paths.CompanyRegistryDatabase(),
-                             ctx.paths.CompanyDirectory(o.dir), db_file, company);
+    records::RegisterCompany(ctx.paths.CompanyRegistryDatabase(), ctx.paths.CompanyDirectory(o.dir),
+                             db_file, company);
   } catch (const core::ArgumentException& e) {
     Fail(std::string("clockcomm company add: ") + e.what());
   }

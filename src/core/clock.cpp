@@ -13,8 +13,8 @@ DateTime SystemClock::Now() const {
   std::time_t t = std::time(nullptr);
   std::tm local{};
   localtime_r(&t, &local);
-  return *DateTime::FromParts(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                              local.tm_hour, local.tm_min, local.tm_sec);
+  return *DateTime::FromParts(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                              local.tm_min, local.tm_sec);
 }
 
 bool SystemClock::WaitUntil(const DateTime& deadline, StopSignal& stop) {

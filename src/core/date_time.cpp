@@ -128,8 +128,8 @@ std::optional<TimeOfDay> ParseTimePart(std::string_view s) {
   std::string lower;
   for (char c : s) lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   std::string_view body = lower;
-  for (auto [suffix, value] : {std::pair<std::string_view, int>{"am", 1}, {"pm", 2}, {"a", 1},
-                               {"p", 2}}) {
+  for (auto [suffix, value] :
+       {std::pair<std::string_view, int>{"am", 1}, {"pm", 2}, {"a", 1}, {"p", 2}}) {
     if (body.size() > suffix.size() && body.substr(body.size() - suffix.size()) == suffix) {
       meridiem = value;
       body = Trim(body.substr(0, body.size() - suffix.size()));
@@ -170,9 +170,7 @@ bool LooksLikeTime(std::string_view s) {
 
 }  // namespace
 
-bool Date::IsLeapYear(int year) {
-  return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-}
+bool Date::IsLeapYear(int year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
 
 int Date::DaysInMonth(int year, int month) {
   static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -277,8 +275,8 @@ std::optional<DateTime> ParseDateTime(std::string_view text) {
   // A date comes first when there is one; the time follows after blanks or a 'T'.
   size_t split = s.find_first_of(" \tT");
   std::string_view first = split == std::string_view::npos ? s : s.substr(0, split);
-  std::string_view rest = split == std::string_view::npos ? std::string_view{}
-                                                          : Trim(s.substr(split + 1));
+  std::string_view rest =
+      split == std::string_view::npos ? std::string_view{} : Trim(s.substr(split + 1));
   if (auto date = ParseDatePart(first)) {
     if (rest.empty()) return DateTime(*date, TimeOfDay());
     auto time = ParseTimePart(rest);

@@ -15,7 +15,8 @@ void RegisterCompany(const std::filesystem::path& registry_database,
   company.clock_name = core::Trim(company.clock_name);
   company.pay_period_type = core::ToLower(core::Trim(company.pay_period_type));
   if (company.name.empty()) throw core::ArgumentException("The company name is empty.", "name");
-  if (company.clock_name.empty()) throw core::ArgumentException("The clock name is empty.", "clock");
+  if (company.clock_name.empty())
+    throw core::ArgumentException("The clock name is empty.", "clock");
   if (core::Trim(company.directory).empty()) {
     throw core::ArgumentException("The company directory is empty.", "dir");
   }
@@ -42,8 +43,8 @@ void RegisterCompany(const std::filesystem::path& registry_database,
       "SELECT [Company] FROM Company WHERE [Clock Name] = ? COLLATE NOCASE", {company.clock_name});
   if (!owner.Eof()) {
     throw core::ArgumentException("Clock \"" + company.clock_name +
-                                      "\" already belongs to company \"" +
-                                      owner.Field(0).AsText() + "\".",
+                                      "\" already belongs to company \"" + owner.Field(0).AsText() +
+                                      "\".",
                                   "clock");
   }
   std::filesystem::create_directories(company_directory);
@@ -53,8 +54,8 @@ void RegisterCompany(const std::filesystem::path& registry_database,
       "INSERT INTO Company ([Company], [Clock Name], [Clock Table Updated], [Directory], "
       "[Current Start Date], [Pay Period Type], [Current Start Time], CustomDays) "
       "VALUES (?, ?, NULL, ?, ?, ?, ?, ?)",
-      {company.name, company.clock_name, company.directory, company.start,
-       company.pay_period_type, company.start_time, company.custom_days});
+      {company.name, company.clock_name, company.directory, company.start, company.pay_period_type,
+       company.start_time, company.custom_days});
 }
 
 }  // namespace clockcomm::records

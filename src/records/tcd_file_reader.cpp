@@ -44,9 +44,9 @@ std::vector<std::string> TcdFileReader::SplitFields(std::string_view line) {
 }
 
 TcdRecord TcdFileReader::FromFields(const std::vector<std::string>& f) {
-  TcdRecord record(f[0], core::LeadingInt32(f[1]), core::LeadingInt32(f[2]), std::nullopt, f[4], f[5], f[6], f[7],
-                   std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt, f[13],
-                   false);
+  TcdRecord record(f[0], core::LeadingInt32(f[1]), core::LeadingInt32(f[2]), std::nullopt, f[4],
+                   f[5], f[6], f[7], std::nullopt, std::nullopt, std::nullopt, std::nullopt,
+                   std::nullopt, f[13], false);
   record.SetDepartmentText(f[3]);
   record.SetDateInText(f[8]);
   record.SetTimeInText(f[9]);

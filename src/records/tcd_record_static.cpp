@@ -62,9 +62,10 @@ TcdRecord TcdRecordStatic::Parse(std::string_view line) {
   if (fields.size() < static_cast<size_t>(kTcdFieldCount)) {
     throw core::IndexOutOfRangeException();
   }
-  TcdRecord record(fields[0], core::LeadingInt32(fields[1]), core::LeadingInt32(ConvertLettersToNumbers(fields[2])),
-                   std::nullopt, fields[4], fields[5], fields[6], fields[7],
-                   ParseDateField(fields[8]), ParseTimeField(fields[9]), ParseDateField(fields[10]),
+  TcdRecord record(fields[0], core::LeadingInt32(fields[1]),
+                   core::LeadingInt32(ConvertLettersToNumbers(fields[2])), std::nullopt, fields[4],
+                   fields[5], fields[6], fields[7], ParseDateField(fields[8]),
+                   ParseTimeField(fields[9]), ParseDateField(fields[10]),
                    ParseTimeField(fields[11]), std::nullopt, fields[13], false);
   record.SetDepartmentText(ConvertLettersToNumbers(fields[3]));
   record.SetAmountText(fields[12]);

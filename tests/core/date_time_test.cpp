@@ -18,8 +18,8 @@ TEST(ParseDateTime, AcceptsTheFormsTheTerminalsAndFilesUse) {
       {"11/13/2009", "2009-11-13 00:00:00"},
       {"1/2/08", "2008-01-02 00:00:00"},
       {"10/20/09", "2009-10-20 00:00:00"},
-      {"1/1/29", "2029-01-01 00:00:00"},   // century window: 00-29 are 2000s
-      {"1/1/30", "1930-01-01 00:00:00"},   // 30-99 are 1900s
+      {"1/1/29", "2029-01-01 00:00:00"},  // century window: 00-29 are 2000s
+      {"1/1/30", "1930-01-01 00:00:00"},  // 30-99 are 1900s
       {"2009/1/1", "2009-01-01 00:00:00"},
       {"2009-10-20", "2009-10-20 00:00:00"},
       {"2000/2/29", "2000-02-29 00:00:00"},  // leap year by the 400 rule
@@ -85,7 +85,7 @@ TEST(Date, ArithmeticAcrossMonthYearAndLeapDays) {
   EXPECT_EQ(Date::FromYmdOrThrow(2009, 12, 31).AddDays(1).ToString(), "2010-01-01");
   EXPECT_EQ(Date::FromYmdOrThrow(2010, 1, 1).AddDays(-1).ToString(), "2009-12-31");
   EXPECT_EQ(Date::FromYmdOrThrow(2009, 12, 15).FirstOfNextMonth().ToString(), "2010-01-01");
-  EXPECT_EQ(Date::FromYmdOrThrow(1970, 1, 1).DayOfWeek(), 4);  // Thursday
+  EXPECT_EQ(Date::FromYmdOrThrow(1970, 1, 1).DayOfWeek(), 4);    // Thursday
   EXPECT_EQ(Date::FromYmdOrThrow(2026, 11, 22).DayOfWeek(), 0);  // Sunday
   EXPECT_EQ(Date::FromYmdOrThrow(1899, 12, 30).DayOfWeek(), 6);  // Saturday, before the epoch
   EXPECT_EQ(Date::FromDaysSinceEpoch(Date::FromYmdOrThrow(1600, 3, 1).DaysSinceEpoch()).ToString(),

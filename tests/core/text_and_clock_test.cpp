@@ -25,7 +25,9 @@ TEST(Text, NumbersAndSplitting) {
   EXPECT_EQ(*ParseNumber(" 12.5 "), 12.5);
   EXPECT_FALSE(ParseInt("99999999999").has_value());
   EXPECT_EQ(Split("a,,b,", ',').size(), 4u);
-  EXPECT_EQ(Printable("\x02" "A\x1c\r\n"), "<STX>A<FS><CR><LF>");
+  EXPECT_EQ(Printable("\x02"
+                      "A\x1c\r\n"),
+            "<STX>A<FS><CR><LF>");
   EXPECT_TRUE(EqualsIgnoreCase("DemoData", "DEMODATA"));
 }
 
@@ -33,7 +35,8 @@ TEST(ManualClock, WaitUntilWakesWhenTimeMovesOrStopIsRequested) {
   ManualClock clock(*DateTime::FromParts(2009, 10, 20, 8, 0, 0));
   StopSignal stop;
   bool reached = false;
-  std::thread waiter([&] { reached = clock.WaitUntil(*DateTime::FromParts(2009, 10, 20, 9), stop); });
+  std::thread waiter(
+      [&] { reached = clock.WaitUntil(*DateTime::FromParts(2009, 10, 20, 9), stop); });
   ASSERT_TRUE(clock.WaitForWaiters(1, std::chrono::seconds(5)));
   clock.Advance(std::chrono::minutes(30));
   EXPECT_EQ(clock.Waiters(), 1);  // still before the deadline

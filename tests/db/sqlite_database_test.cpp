@@ -106,8 +106,8 @@ TEST(Schema, CreatingTwiceKeepsTheData) {
   CreateCompanySchema(*db);
   EXPECT_EQ(db->Query("SELECT COUNT(*) FROM [Employee Table]").Field(0).AsInt(), 1);
   EXPECT_EQ(db->Query("SELECT COUNT(*) FROM CompanyInfoT").Field(0).AsInt(), 1);
-  for (const char* t : {"Clock Data Table", "Employee Table", "CompanyInfoT", "LEVEL1", "LEVEL2",
-                        "LEVEL3"}) {
+  for (const char* t :
+       {"Clock Data Table", "Employee Table", "CompanyInfoT", "LEVEL1", "LEVEL2", "LEVEL3"}) {
     EXPECT_TRUE(db->TableExists(t)) << t;
   }
 }

@@ -45,7 +45,8 @@ class RecordingScreen : public shell::ScreenSink {
     status_ += text;
   }
   // True when a line (or status) containing text was shown within the timeout.
-  bool WaitFor(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+  bool WaitFor(const std::string& text,
+               std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
     std::unique_lock lock(mutex_);
     return cv_.wait_for(lock, timeout, [&] { return ContainsLocked(text); });
   }
@@ -107,13 +108,14 @@ class CallFixture : public ::testing::Test {
     company_db_->Execute(
         "INSERT INTO [Employee Table] ([Card ID], [Employee Name], [Home Department]) VALUES "
         "(12, 'Ada Lovelace', 7), (13, 'Charles Babbage', 8)");
-    company_db_->Execute("INSERT INTO LEVEL1 ([Card ID], Name, Active) VALUES "
-                         "(12, 'Ada Lovelace', 1), (13, 'Charles Babbage', 1), (14, 'Gone', 0)");
+    company_db_->Execute(
+        "INSERT INTO LEVEL1 ([Card ID], Name, Active) VALUES "
+        "(12, 'Ada Lovelace', 1), (13, 'Charles Babbage', 1), (14, 'Gone', 0)");
     company_db_->Execute("INSERT INTO LEVEL2 (Code, Description) VALUES ('7', 'Assembly')");
     company_db_->Execute(
         "INSERT INTO LEVEL3 (Code, Description) VALUES ('J1', 'Welding'), ('J2', 'Paint')");
-    db::CreateEventLogSchema(*db::SqliteDatabase::Open(paths_->EventLogDatabase(),
-                                                       db::SqliteDatabase::Mode::kCreate));
+    db::CreateEventLogSchema(
+        *db::SqliteDatabase::Open(paths_->EventLogDatabase(), db::SqliteDatabase::Mode::kCreate));
 
     logs_ = std::make_unique<shell::Logs>(*paths_, clock_);
     controller_ = std::make_unique<shell::CallController>(clock_, *logs_, screen_);

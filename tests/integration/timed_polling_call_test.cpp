@@ -40,8 +40,8 @@ class TimedPollingCallTest : public CallFixture {
 TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheListIsReadAgain) {
   core::ManualClock manual(At(5, 0));
   shell::CallController controller(manual, *logs_, screen_);
-  auto product = db::SqliteDatabase::Open(paths_->ClockwynDatabase(),
-                                          db::SqliteDatabase::Mode::kCreate);
+  auto product =
+      db::SqliteDatabase::Open(paths_->ClockwynDatabase(), db::SqliteDatabase::Mode::kCreate);
   db::CreateProductSchema(*product);
   shell::PollList list(*product);
   // Entered out of call-time order on purpose.

@@ -131,10 +131,9 @@ TEST_F(ZonCallTest, ATerminalThatGoesSilentKeepsItsPunchesAndDeliversThemWholeNe
   EXPECT_TRUE(ok);
   EXPECT_TRUE(terminal.PendingPunches().empty());
   EXPECT_EQ(Rows(), 5);
-  EXPECT_EQ(company_db_->Query("SELECT COUNT(DISTINCT Punch) FROM [Clock Data Table]")
-                .Field(0)
-                .AsInt(),
-            5);
+  EXPECT_EQ(
+      company_db_->Query("SELECT COUNT(DISTINCT Punch) FROM [Clock Data Table]").Field(0).AsInt(),
+      5);
 }
 
 TEST_F(ZonCallTest, EndPressedDuringACallStopsAtOnceAndTheTerminalKeepsItsPunches) {
@@ -187,8 +186,7 @@ TEST_F(ZonCallTest, WhenAllCallFilesOfTheDayAreUsedTheRunEndsAndNothingIsLost) {
 }
 
 TEST_F(ZonCallTest, AnInvalidPortIsRefusedAndTheLoopIsNotEntered) {
-  shell::ZonCallLoop loop(Settings("/dev/clockcomm-no-such-port", false), *controller_,
-                          *services_);
+  shell::ZonCallLoop loop(Settings("/dev/clockcomm-no-such-port", false), *controller_, *services_);
   EXPECT_FALSE(loop.CommLoop(true));
   EXPECT_TRUE(screen_.Contains("Invalid Com Port"));
   EXPECT_TRUE(screen_.Contains("Select valid Com Port and then restart."));

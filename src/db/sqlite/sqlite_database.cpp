@@ -14,8 +14,7 @@ constexpr size_t kStatementCacheLimit = 64;
 
 }  // namespace
 
-std::unique_ptr<SqliteDatabase> SqliteDatabase::Open(const std::filesystem::path& path,
-                                                     Mode mode) {
+std::unique_ptr<SqliteDatabase> SqliteDatabase::Open(const std::filesystem::path& path, Mode mode) {
   const std::string name = path.string();
   std::error_code ec;
   if (mode == Mode::kExisting && !std::filesystem::exists(path, ec)) {

@@ -37,7 +37,8 @@ CallSnapshot CallController::Snapshot() const {
   return snapshot_;
 }
 
-void CallController::Show(std::string_view format, std::initializer_list<std::string_view> details) {
+void CallController::Show(std::string_view format,
+                          std::initializer_list<std::string_view> details) {
   const std::string line = ScreenMessage(format, clock_.Now(), details);
   screen_.Line(line);
   log_.Screen(line);

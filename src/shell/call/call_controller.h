@@ -76,9 +76,7 @@ class CallController {
   void Show(std::string_view format, std::initializer_list<std::string_view> details = {});
   void Status(std::string_view text) { screen_.Status(text); }
   void AppendStatus(std::string_view text) { screen_.AppendStatus(text); }
-  void Event(std::string_view type, std::string_view description) {
-    log_.Event(type, description);
-  }
+  void Event(std::string_view type, std::string_view description) { log_.Event(type, description); }
   void Debug(std::string_view name, std::string_view message) { log_.Debug(name, message); }
 
   core::Clock& Clock() { return clock_; }

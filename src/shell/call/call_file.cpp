@@ -11,8 +11,8 @@
 namespace clockcomm::shell {
 
 std::optional<std::filesystem::path> ClaimCallFile(const std::filesystem::path& folder,
-                                                      const core::Date& today,
-                                                      std::string_view upload_type) {
+                                                   const core::Date& today,
+                                                   std::string_view upload_type) {
   const std::string prefix = today.Format(core::kFormatMonthDay);
   const char* extension = upload_type == "W" ? ".WHO" : ".TCD";
   for (int counter = 1; counter <= kMaxCallFilesPerDay; ++counter) {

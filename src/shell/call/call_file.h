@@ -16,7 +16,7 @@ inline constexpr const char* kAllCallFilesUsed = "All 9999 date files for today 
 // Creates the first free name of the folder for today (empty) and returns it, or nothing when
 // all 9999 are taken. Throws core::SystemError when the folder cannot be written.
 std::optional<std::filesystem::path> ClaimCallFile(const std::filesystem::path& folder,
-                                                      const core::Date& today,
-                                                      std::string_view upload_type);
+                                                   const core::Date& today,
+                                                   std::string_view upload_type);
 
 }  // namespace clockcomm::shell

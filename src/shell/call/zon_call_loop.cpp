@@ -140,8 +140,9 @@ bool ZonCallLoop::InitModem() {
     }
   }
   if (line_.HasModemLines() && line_.CarrierDetect()) {
-    controller_.Show(" Error - Carrier Detect high after initialization! Check setup string "
-                     "(may need '&C1')");
+    controller_.Show(
+        " Error - Carrier Detect high after initialization! Check setup string "
+        "(may need '&C1')");
     return false;
   }
   std::string status = "Waiting for next event, press End to Quit.";
@@ -238,7 +239,8 @@ void ZonCallLoop::HostPass(std::string& buffer) {
     if (auto next = services_.schedule->NextDue()) {
       seconds = std::min(seconds, core::SecondsBetween(controller_.Clock().Now(), *next));
     }
-    deadline = std::chrono::steady_clock::now() + std::chrono::seconds(std::max<int64_t>(0, seconds));
+    deadline =
+        std::chrono::steady_clock::now() + std::chrono::seconds(std::max<int64_t>(0, seconds));
   }
   if (!line_.WaitForInput(deadline)) return;
   buffer += line_.CommGet();
@@ -354,7 +356,8 @@ void ZonCallLoop::AnswerHoursRequest(std::string_view request) {
       }
     }
   }
-  controller_.Debug("", "Hours request " + core::Printable(request) + ": " + core::Printable(reply));
+  controller_.Debug("",
+                    "Hours request " + core::Printable(request) + ": " + core::Printable(reply));
   line_.CommPut(reply + kCrLf);
 }
 
@@ -564,8 +567,8 @@ void ZonCallLoop::ParseTC20(const std::string& packet) {
       HandleData(body);
     }
   } catch (const core::SystemError& e) {
-    controller_.Event("Error", "ParseTC20 error: " + std::to_string(e.Number()) + ", " +
-                                   e.Description());
+    controller_.Event("Error",
+                      "ParseTC20 error: " + std::to_string(e.Number()) + ", " + e.Description());
     KeepRejectedPacket(body, e.what());
   } catch (const std::exception& e) {
     controller_.Event("Error", std::string("ParseTC20 error: 0, ") + e.what());
@@ -602,8 +605,7 @@ void ZonCallLoop::HandleData(std::string_view body) {
   std::optional<std::string> line;
   if (call.company) {
     records::DepartmentJobAssigner assigner(clock_number, call.company->ClockwynDatabaseFilename(),
-                                            services_.paths.ProgramDirectory(),
-                                            controller_.Log());
+                                            services_.paths.ProgramDirectory(), controller_.Log());
     line = assigner.AssignDepartmentsAndJobs(body);
   }
   // Without the assignment (no company, or its database could not be read) the line is kept as
@@ -804,8 +806,9 @@ void ZonCallLoop::CopyToDuplicateFolders() {
     std::filesystem::create_directories(folder, ec);
     std::filesystem::copy_file(call.file, std::filesystem::path(folder) / file_name,
                                std::filesystem::copy_options::overwrite_existing, ec);
-    if (ec) controller_.Event("Error", "Couldn't copy " + file_name + " to " + folder + ": " +
-                                           ec.message());
+    if (ec)
+      controller_.Event("Error",
+                        "Couldn't copy " + file_name + " to " + folder + ": " + ec.message());
   }
 }
 

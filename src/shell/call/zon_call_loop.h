@@ -29,9 +29,9 @@ inline constexpr int kTerminalTypeZon = 1;
 inline constexpr int kTerminalTypeMobility = 4;
 
 struct ZonLoopSettings {
-  std::string device;         // the serial port's device path
-  int port_number = 1;        // the COM port number, for the screen and the event log
-  bool modem = false;         // connection type 1
+  std::string device;   // the serial port's device path
+  int port_number = 1;  // the COM port number, for the screen and the event log
+  bool modem = false;   // connection type 1
   int terminal_type = kTerminalTypeZon;
   std::chrono::seconds response_wait{3};
   std::string modem_init = kDefaultModemInit;
