@@ -7,6 +7,7 @@
 
 #include "core/durable_file.h"
 #include "db/sqlite/sqlite_database.h"
+#include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::records {
@@ -20,17 +21,8 @@ struct CommandRun {
 class RecordCommandsTest : public ::testing::Test {
  protected:
   CommandRun Clockcomm(const std::string& args) {
-    const std::string cmd = std::string(CLOCKCOMM_BINARY_DIR "/clockcomm --home '") +
-                            home_.path().string() + "' " + args + " 2>&1";
-    FILE* pipe = ::popen(cmd.c_str(), "r");
-    CommandRun run{-1, {}};
-    if (pipe == nullptr) return run;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, pipe)) > 0) run.out.append(buf, n);
-    const int status = ::pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    const auto r = test::RunClockcomm(home_.path(), args);
+    return {r.exit_code, r.out + r.err};
   }
   std::filesystem::path Path(const std::string& rel) const { return home_.path() / rel; }
 

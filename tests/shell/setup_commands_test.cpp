@@ -8,31 +8,17 @@
 
 #include "core/durable_file.h"
 #include "shell/event_log.h"
+#include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::shell {
 namespace {
 
-struct Result {
-  int exit_code;
-  std::string out;
-  std::string err;
-};
+using Result = test::CommandResult;
 
 Result RunClockcomm(const test::TempDir& tmp, const std::string& args,
                     const std::string& input = "") {
-  const std::string out_file = (tmp.path() / "stdout.txt").string();
-  const std::string err_file = (tmp.path() / "stderr.txt").string();
-  const std::string in_file = (tmp.path() / "stdin.txt").string();
-  std::FILE* in = std::fopen(in_file.c_str(), "w");
-  std::fputs(input.c_str(), in);
-  std::fclose(in);
-  const std::string command = std::string(CLOCKCOMM_BINARY_DIR "/clockcomm --home '") +
-                              (tmp.path() / "home").string() + "' " + args + " <" + in_file + " >" +
-                              out_file + " 2>" + err_file;
-  const int status = std::system(command.c_str());
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, core::ReadWholeFile(out_file),
-          core::ReadWholeFile(err_file)};
+  return test::RunClockcomm(tmp.path() / "home", args, input);
 }
 
 TEST(SetupCommandsTest, InitThenShowThenSetWithValidation) {

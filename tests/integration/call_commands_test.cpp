@@ -1,0 +1,80 @@
+// The call commands of the built binary: host against a simulated terminal on a pty, the poll
+// list, and the refusals of poll --timed, auto and a LAN connection.
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "comm/pty_pair.h"
+#include "db/sqlite/sqlite_database.h"
+#include "sim/zon_terminal.h"
+#include "test_support/run_clockcomm.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::test {
+namespace {
+
+class CallCommandsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(Run("init").exit_code, 0);
+    ASSERT_EQ(Run("company add Acme --clock DEMODATA --dir acme").exit_code, 0);
+  }
+  CommandResult Run(const std::string& args) { return RunClockcomm(dir_.path(), args); }
+
+  TempDir dir_;
+};
+
+TEST_F(CallCommandsTest, HostOnceTakesACallAndExitsWithItsOutcome) {
+  auto pty = comm::PtyPair::Open();
+  auto line = pty.TakeMaster();
+  sim::ZonTerminal terminal(sim::TerminalConfig{},
+                            {"1,12,,,,,I,091020,0800,,,,1", "2,12,,,,,O,091020,1600,,,,1"});
+  auto call = std::async(std::launch::async, [&] { return terminal.CallIn(*line); });
+  const auto r = Run("host --once --port " + pty.SlavePath());
+  EXPECT_EQ(call.get(), sim::CallOutcome::kCompleted);
+  EXPECT_EQ(r.exit_code, 0) << r.out << r.err;
+  EXPECT_NE(r.out.find("End of transmission"), std::string::npos) << r.out;
+  auto db = db::SqliteDatabase::Open(dir_.path() / "data" / "acme" / "Company.db");
+  EXPECT_EQ(db->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt(), 2);
+}
+
+TEST_F(CallCommandsTest, PollListAddListRemove) {
+  auto r = Run("poll-list add Dock --phone 5551234 --dial-time 6:30 --terminal-id 7");
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_NE(Run("poll-list list").out.find("06:30"), std::string::npos);
+  r = Run("poll-list add Yard --dial-time 25:00");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.err.find("--dial-time"), std::string::npos) << r.err;
+  EXPECT_EQ(Run("poll-list remove 1").exit_code, 0);
+  EXPECT_EQ(Run("poll-list list").out.find("Dock"), std::string::npos);
+  r = Run("poll-list remove 1");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.err.find("1"), std::string::npos);
+}
+
+TEST_F(CallCommandsTest, RefusalsNameWhatIsMissing) {
+  // No call times in the poll list: timed polling has nothing to do.
+  ASSERT_EQ(Run("poll-list add Dock --phone 5551234").exit_code, 0);
+  auto r = Run("poll --timed");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.out.find("There are no clocks with call times. Clock entries must have call times "
+                       "to be AutoPolled."),
+            std::string::npos)
+      << r.out << r.err;
+
+  r = Run("auto");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.err.find("auto_start_mode is 1"), std::string::npos) << r.err;
+
+  ASSERT_EQ(Run("settings set connection_type=LAN").exit_code, 0);
+  r = Run("host --once");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.err.find("LAN"), std::string::npos) << r.err;
+
+  r = RunClockcomm(dir_.path() / "nowhere", "host --once");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.err.find("init"), std::string::npos) << r.err;
+}
+
+}  // namespace
+}  // namespace clockcomm::test
