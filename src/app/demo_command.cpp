@@ -12,6 +12,7 @@
 #include "core/errors.h"
 #include "db/sqlite/sqlite_database.h"
 #include "records/company_registration.h"
+#include "records/parameter_override.h"
 #include "shell/program_folder.h"
 #include "shell/schedule/poll_list.h"
 #include "sim/hayes_modem.h"
@@ -37,7 +38,7 @@ void PrepareHome(const fs::path& home) {
   shell::InitializeProgramFolder(home, false);
   std::ofstream(home / kMarker) << "Made by `clockcomm demo`; removed by the next run.\n";
   // The home department and default job of an employee go to the punches that lack them.
-  std::ofstream(home / "SettingsOverride.txt")
+  std::ofstream(home / records::kSettingsOverrideFile)
       << "; written by the demo\nassignhomedept = yes\nassigndefaultjob = yes\n";
 }
 

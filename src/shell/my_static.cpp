@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "db/schema.h"
+#include "records/parameter_override.h"
 
 namespace clockcomm::shell {
 namespace fs = std::filesystem;
@@ -11,7 +12,6 @@ namespace {
 constexpr const char* kHomeVariable = "CLOCKCOMM_HOME";
 constexpr const char* kDefaultDataFolder = "data/";
 constexpr const char* kDebugLogFolder = "Debug Logs";
-constexpr const char* kSettingsOverrideFile = "SettingsOverride.txt";
 
 // A relative directory is taken under base.
 fs::path Under(const fs::path& base, const fs::path& dir) {
@@ -43,7 +43,7 @@ fs::path MyPaths::CompanyRegistryDatabase() const {
 fs::path MyPaths::EventLogDatabase() const { return data_directory_ / db::kEventLogFile; }
 fs::path MyPaths::DebugLogDirectory() const { return data_directory_ / kDebugLogFolder; }
 fs::path MyPaths::SettingsOverrideFile() const {
-  return program_directory_ / kSettingsOverrideFile;
+  return program_directory_ / records::kSettingsOverrideFile;
 }
 fs::path MyPaths::CompanyDirectory(const fs::path& company_directory) const {
   return Under(data_directory_, company_directory);

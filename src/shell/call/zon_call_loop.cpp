@@ -125,6 +125,15 @@ bool ZonCallLoop::OpenPort() {
   return true;
 }
 
+bool ZonCallLoop::OpenLine() {
+  if (!OpenPort()) return false;
+  if (settings_.modem && !InitModem()) {
+    End();
+    return false;
+  }
+  return true;
+}
+
 bool ZonCallLoop::InitModem() {
   controller_.Show("{0} Initializing Modem");
   controller_.Status("Initializing Modem");
@@ -199,11 +208,7 @@ bool ZonCallLoop::CommLoop(bool once) {
   controller_.EndCommLoop().Reset();
   controller_.CallEnded().Reset();
   last_call_succeeded_ = false;
-  if (!OpenPort()) return false;
-  if (settings_.modem && !InitModem()) {
-    End();
-    return false;
-  }
+  if (!OpenLine()) return false;
   if (!settings_.modem) {
     controller_.Status("Waiting for next event, press End to Quit.");
   }
@@ -366,27 +371,11 @@ void ZonCallLoop::AnswerHoursRequest(std::string_view request) {
 
 bool ZonCallLoop::OutBoundTCB(const std::vector<PollRow>& locations) {
   controller_.EndCommLoop().Reset();
-  if (!line_.IsOpen()) {
-    if (!OpenPort()) return false;
-    if (settings_.modem && !InitModem()) {
-      End();
-      return false;
-    }
-  }
+  if (!line_.IsOpen() && !OpenLine()) return false;
   bool all_good = true;
   for (const PollRow& location : locations) {
     if (controller_.EndCommLoop().Requested()) break;
-    const int attempts = settings_.modem ? kModemAttempts : 1;
-    bool good = false;
-    for (int attempt = 1; attempt <= attempts && !good; ++attempt) {
-      if (controller_.EndCommLoop().Requested()) break;
-      good = PollLocation(location, attempt);
-    }
-    if (!good && settings_.modem && !controller_.EndCommLoop().Requested()) {
-      controller_.Show("{0} Failed to complete transfer with {0}");
-      controller_.Event("Failed to complete transfer", "Location: " + location.location_name);
-    }
-    all_good = all_good && good;
+    all_good = PollWithRetries(location) && all_good;
   }
   End();
   return all_good;
@@ -398,23 +387,22 @@ void ZonCallLoop::Poll(const ClockEntry& entry) {
   row.location_name = entry.Name();
   row.location_phone = entry.Address();
   row.terminal_id = entry.TerminalId();
-  if (!line_.IsOpen()) {
-    if (!OpenPort()) return;
-    if (settings_.modem && !InitModem()) {
-      End();
-      return;
-    }
-  }
+  if (!line_.IsOpen() && !OpenLine()) return;
+  PollWithRetries(row);
+}
+
+// Through a modem a location is tried until three attempts have failed; a direct line once.
+bool ZonCallLoop::PollWithRetries(const PollRow& location) {
   const int attempts = settings_.modem ? kModemAttempts : 1;
-  bool good = false;
-  for (int attempt = 1; attempt <= attempts && !good; ++attempt) {
-    if (controller_.EndCommLoop().Requested()) return;
-    good = PollLocation(row, attempt);
+  for (int attempt = 1; attempt <= attempts; ++attempt) {
+    if (controller_.EndCommLoop().Requested()) return false;
+    if (PollLocation(location, attempt)) return true;
   }
-  if (!good && settings_.modem) {
+  if (settings_.modem && !controller_.EndCommLoop().Requested()) {
     controller_.Show("{0} Failed to complete transfer with {0}");
-    controller_.Event("Failed to complete transfer", "Location: " + row.location_name);
+    controller_.Event("Failed to complete transfer", "Location: " + location.location_name);
   }
+  return false;
 }
 
 // One attempt at one location: dial (modem), enquiry, header request, then the call.

@@ -78,12 +78,15 @@ class ZonCallLoop : public OutboundPoller {
 
  private:
   bool OpenPort();
+  // The port opened and, for a modem, initialised; closed again when that fails.
+  bool OpenLine();
   bool InitModem();
   void ResetModem();
   void HostPass(std::string& buffer);
   bool HandleDirectInput(std::string& buffer);
   bool HandleModemLine(const std::string& line, std::string& rest);
   void AnswerHoursRequest(std::string_view request);
+  bool PollWithRetries(const PollRow& location);
   bool PollLocation(const PollRow& location, int attempt);
   bool Enquire(const std::string& packet, const std::string& expected);
 
