@@ -9,7 +9,7 @@
 
 #include "comm/pty_pair.h"
 #include "core/clock.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/company_factory.h"
 #include "records/company_registration.h"
 #include "shell/call/call_controller.h"
@@ -56,7 +56,7 @@ struct Site {
     fs::remove_all(home, ec);
   }
   int64_t Rows() {
-    auto db = db::SqliteDatabase::Open(paths->CompanyDatabase("bench"));
+    auto db = db::Open(paths->CompanyDatabase("bench"));
     return db->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
   }
 

@@ -11,7 +11,7 @@
 #include "core/clock.h"
 #include "core/log_sink.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/clock_file_transfer.h"
 #include "records/company_factory.h"
 #include "records/tcd_file_reader.h"
@@ -105,13 +105,13 @@ void BM_TransferFile(benchmark::State& state) {
     const BenchDir& dir = *dirs.back();
     {
       auto registry =
-          db::SqliteDatabase::Open(dir.path() / "COMPANY3.db", db::SqliteDatabase::Mode::kCreate);
+          db::Open(dir.path() / "COMPANY3.db", db::OpenMode::kCreate);
       db::CreateCompanyRegistrySchema(*registry);
       registry->Execute(
           "INSERT INTO Company ([Company], [Clock Name], [Directory]) VALUES ('A', 'C', 'a')");
       fs::create_directory(dir.path() / "a");
-      auto company_db = db::SqliteDatabase::Open(dir.path() / "a" / "Company.db",
-                                                 db::SqliteDatabase::Mode::kCreate);
+      auto company_db = db::Open(dir.path() / "a" / "Company.db",
+                                                 db::OpenMode::kCreate);
       db::CreateCompanySchema(*company_db);
     }
     WriteFile(dir.path() / "t.TCD", n);

@@ -3,6 +3,7 @@
 #include <iomanip>
 #include <iostream>
 
+#include "db/open.h"
 #include "app/call_session.h"
 #include "app/commands.h"
 #include "app/echoing_log.h"
@@ -18,10 +19,8 @@
 namespace clockcomm::app {
 namespace {
 
-constexpr int kConnectionTypeLan = 3;
-
 void RefuseLan(const CallSession& session) {
-  if (session.Config().Comm().connection_type == kConnectionTypeLan) {
+  if (session.Config().Comm().connection_type == comm::ConnectionType::kLan) {
     throw core::InvalidOperationException(
         "Connection type 3 (LAN) is not served by this loop yet; set connection_type to 1 "
         "(Modem) or 2 (Serial).");
@@ -42,7 +41,7 @@ shell::ClockLine LineOf(const CallSession& session) {
 // Host mode; with a schedule, the poll list's call times are polled on the same line meanwhile.
 bool Host(CallSession& session, shell::ZonLoopSettings settings, bool once, bool scheduled) {
   // The scheduler reads the poll list through a connection of its own.
-  auto product_db = db::SqliteDatabase::Open(session.Paths().ClockwynDatabase());
+  auto product_db = db::Open(session.Paths().ClockwynDatabase());
   shell::PollList poll_list(*product_db);
   shell::HostPollSchedule schedule(poll_list, session.Clock(), LineOf(session));
   session.Services().schedule = scheduled ? &schedule : nullptr;
@@ -65,7 +64,7 @@ void RunHost(const GlobalOptions& options, const HostOptions& host) {
 // The timed polling cycle over the poll list, until the stop signal or the auto-end time.
 void TimedPoll(CallSession& session, shell::ZonLoopSettings settings,
                std::optional<core::DateTime> auto_end) {
-  auto product_db = db::SqliteDatabase::Open(session.Paths().ClockwynDatabase());
+  auto product_db = db::Open(session.Paths().ClockwynDatabase());
   shell::PollList poll_list(*product_db);
   shell::ZonCallLoop loop(std::move(settings), session.Controller(), session.Services());
   EchoingLog log(session.Logs(), session.Screen());

@@ -30,7 +30,7 @@ CallSession::CallSession(const std::filesystem::path& home, std::ostream& out, c
 
 db::Database& CallSession::ProductDatabase() {
   if (!product_db_) {
-    product_db_ = db::SqliteDatabase::Open(Paths().ClockwynDatabase());
+    product_db_ = db::Open(Paths().ClockwynDatabase());
     db::CreateProductSchema(*product_db_);
   }
   return *product_db_;

@@ -9,7 +9,7 @@
 
 #include "app/commands.h"
 #include "core/clock.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/company_factory.h"
 #include "shell/call/call_controller.h"
 #include "shell/call/screen_sink.h"

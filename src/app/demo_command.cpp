@@ -10,7 +10,7 @@
 #include "app/commands.h"
 #include "comm/pty_pair.h"
 #include "core/errors.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/company_registration.h"
 #include "records/parameter_override.h"
 #include "shell/program_folder.h"
@@ -52,7 +52,7 @@ void AddCompany(const shell::MyPaths& paths, const core::Date& today) {
   records::RegisterCompany(paths.CompanyRegistryDatabase(),
                            paths.CompanyDirectory(kCompanyDirectory),
                            paths.CompanyDatabase(kCompanyDirectory), company);
-  auto db = db::SqliteDatabase::Open(paths.CompanyDatabase(kCompanyDirectory));
+  auto db = db::Open(paths.CompanyDatabase(kCompanyDirectory));
   db->Execute(
       "INSERT INTO [Employee Table] ([Card ID], [Employee Name], [Home Department], "
       "DefaultAssignment) VALUES (12, 'Ada Lovelace', 7, 'J1'), (13, 'Charles Babbage', 8, 'J2'), "
@@ -130,7 +130,7 @@ bool PolledCall(CallSession& session, const core::Date& today) {
 
 void PrintSummary(CallSession& session, const fs::path& home) {
   const auto& paths = session.Paths();
-  auto company = db::SqliteDatabase::Open(paths.CompanyDatabase(kCompanyDirectory));
+  auto company = db::Open(paths.CompanyDatabase(kCompanyDirectory));
   const int64_t rows = company->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
   const auto snapshot = session.Controller().Snapshot();
   std::cout << "\n== Summary ==\n"

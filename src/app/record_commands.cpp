@@ -14,7 +14,7 @@
 #include "core/errors.h"
 #include "core/text.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/clock_file_transfer.h"
 #include "records/company_factory.h"
 #include "records/company_registration.h"
@@ -26,7 +26,6 @@ namespace clockcomm::app {
 namespace fs = std::filesystem;
 namespace {
 
-using db::SqliteDatabase;
 
 // The loaded configuration and the things every command here needs from it.
 struct Context {
@@ -37,13 +36,13 @@ struct Context {
   shell::MyPaths paths;
 };
 
-std::unique_ptr<SqliteDatabase> OpenRegistry(const shell::MyPaths& paths) {
+std::unique_ptr<db::Database> OpenRegistry(const shell::MyPaths& paths) {
   const fs::path file = paths.CompanyRegistryDatabase();
   if (!fs::exists(file)) {
     Fail("clockcomm: Company3 database was not found. (" + file.string() +
          "; run clockcomm init first)");
   }
-  return SqliteDatabase::Open(file);
+  return db::Open(file);
 }
 
 records::CompanyFactory LoadFactory(const shell::MyPaths& paths, core::LogSink& log) {
@@ -138,7 +137,7 @@ struct EmployeeOptions {
   std::string file;
 };
 
-std::unique_ptr<SqliteDatabase> OpenCompanyDatabase(const Context& ctx,
+std::unique_ptr<db::Database> OpenCompanyDatabase(const Context& ctx,
                                                     const std::string& company_name) {
   core::NullLogSink quiet;
   records::CompanyFactory factory = LoadFactory(ctx.paths, quiet);
@@ -149,7 +148,7 @@ std::unique_ptr<SqliteDatabase> OpenCompanyDatabase(const Context& ctx,
     Fail("clockcomm: the database of company \"" + company_name +
          "\" was not found: " + file.string());
   }
-  return SqliteDatabase::Open(file);
+  return db::Open(file);
 }
 
 struct Employee {

@@ -14,7 +14,7 @@
 #include "core/errors.h"
 #include "core/text.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "shell/comm_settings.h"
 #include "shell/event_log.h"
 #include "shell/event_log_report.h"
@@ -26,7 +26,6 @@ namespace clockcomm::app {
 namespace fs = std::filesystem;
 namespace {
 
-using db::SqliteDatabase;
 
 // ---- init ----
 
@@ -104,7 +103,7 @@ LogPeriod Period(const LogOptions& o) {
 std::unique_ptr<shell::EventLog> OpenEventLog(const GlobalOptions& options) {
   const auto config = shell::MyStatic::Load(shell::ResolveProgramFolder(options.home));
   return std::make_unique<shell::EventLog>(
-      SqliteDatabase::Open(config->Paths().EventLogDatabase(), SqliteDatabase::Mode::kExisting));
+      db::Open(config->Paths().EventLogDatabase(), db::OpenMode::kExisting));
 }
 
 void RunLogShow(const GlobalOptions& options, const LogOptions& o) {

@@ -5,7 +5,7 @@
 
 #include "core/durable_file.h"
 #include "core/text.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/database_writer.h"
 #include "records/employee_info.h"
 #include "records/parameter_override.h"
@@ -88,7 +88,7 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
   log_.Screen(Screen("{0} Start of data transfer " + company.Name() + " database"));
 
   const std::filesystem::path db_path = company.ClockwynDatabaseFilename();
-  std::unique_ptr<db::SqliteDatabase> db;
+  std::unique_ptr<db::Database> db;
   std::error_code ec;
   if (!std::filesystem::exists(db_path, ec)) {
     const std::string msg = "Company database " + db_path.string() + " of company " +
@@ -101,7 +101,7 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
   ParameterOverride settings(paths_.program_folder);
   std::vector<BadLine> bad_lines;
   try {
-    db = db::SqliteDatabase::Open(db_path);
+    db = db::Open(db_path);
     TransferLedger ledger(*db);
     ledger.LoadFile(file_name);
     TcdRecordOverrideService overrides(EmployeeInfoMap::Load(*db), settings);
@@ -216,7 +216,7 @@ void ClockFileTransfer::StampAfterTransfer(db::Database& company_db, const Compa
   }
   if (paths_.registry_database.empty()) return;
   try {
-    auto registry = db::SqliteDatabase::Open(paths_.registry_database);
+    auto registry = db::Open(paths_.registry_database);
     DatabaseWriter::StampRegistry(*registry, company.ClockName(), today);
   } catch (const db::DatabaseError& e) {
     log_.Event("System error", std::string("Clock Table Updated stamp: ") + e.what());

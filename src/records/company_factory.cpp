@@ -1,7 +1,7 @@
 #include "records/company_factory.h"
 
 #include "core/text.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 
 namespace clockcomm::records {
 
@@ -15,7 +15,7 @@ void CompanyFactory::Refresh() {
   std::vector<Company> loaded;
   std::error_code ec;
   if (!std::filesystem::exists(database_name_, ec)) throw CompanyRegistryNotFound(database_name_);
-  auto db = db::SqliteDatabase::Open(database_name_, db::SqliteDatabase::Mode::kExisting);
+  auto db = db::Open(database_name_, db::OpenMode::kExisting);
   auto rs = db->Query(kLoadQuery);
   for (; !rs.Eof(); rs.MoveNext()) {
     Company company;

@@ -3,7 +3,7 @@
 #include "core/errors.h"
 #include "core/text.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/company.h"
 
 namespace clockcomm::records {
@@ -33,7 +33,7 @@ void RegisterCompany(const std::filesystem::path& registry_database,
         "A " + company.pay_period_type + " pay period needs custom days of 1 or more.",
         "custom-days");
   }
-  auto registry = db::SqliteDatabase::Open(registry_database);
+  auto registry = db::Open(registry_database);
   db::CreateCompanyRegistrySchema(*registry);
   if (!registry->Query("SELECT 1 FROM Company WHERE [Company] = ? COLLATE NOCASE", {company.name})
            .Eof()) {
@@ -49,7 +49,7 @@ void RegisterCompany(const std::filesystem::path& registry_database,
   }
   std::filesystem::create_directories(company_directory);
   db::CreateCompanySchema(
-      *db::SqliteDatabase::Open(company_database, db::SqliteDatabase::Mode::kCreate));
+      *db::Open(company_database, db::OpenMode::kCreate));
   registry->Execute(
       "INSERT INTO Company ([Company], [Clock Name], [Clock Table Updated], [Directory], "
       "[Current Start Date], [Pay Period Type], [Current Start Time], CustomDays) "

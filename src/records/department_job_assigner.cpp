@@ -1,7 +1,7 @@
 #include "records/department_job_assigner.h"
 
 #include "core/text.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/parameter_override.h"
 #include "records/tcd_record_override_service.h"
 #include "records/tcd_record_static.h"
@@ -31,7 +31,7 @@ std::optional<std::string> DepartmentJobAssigner::AssignDepartmentsAndJobs(std::
         PunchTypeInList(kPunchTypes, record.PunchType())) {
       step = "Reading Employee Table";
       log_.Debug(kLogName, step);
-      auto db = db::SqliteDatabase::Open(company_database_);
+      auto db = db::Open(company_database_);
       auto rs = db->Query(
           "SELECT [Home Department], [DefaultAssignment] FROM [Employee Table] "
           "WHERE ([CARD ID] = ?);",

@@ -84,30 +84,18 @@ std::vector<std::string> SplitFields(std::string_view line) {
 
 }  // namespace
 
-std::string ConnectionTypeName(int connection_type) {
-  switch (connection_type) {
-    case 1:
-      return "Modem";
-    case 2:
-      return "Serial";
-    case 3:
-      return "LAN";
-    default:
-      return {};
-  }
-}
-
 void ApplySetting(CommSettings& s, std::string_view key, std::string_view value) {
   if (key == "comm_port") {
     s.comm_port = IntIn(key, value, 1, kMaxCommPort);
   } else if (key == "connection_type") {
     for (int type = 1; type <= 3; ++type) {
-      if (core::EqualsIgnoreCase(core::TrimView(value), ConnectionTypeName(type))) {
-        s.connection_type = type;
+      const auto named = *comm::ConnectionTypeFromNumber(type);
+      if (core::EqualsIgnoreCase(core::TrimView(value), comm::ConnectionTypeName(named))) {
+        s.connection_type = named;
         return;
       }
     }
-    s.connection_type = IntIn(key, value, 1, 3);
+    s.connection_type = *comm::ConnectionTypeFromNumber(IntIn(key, value, 1, 3));
   } else if (key == "auto_start_mode") {
     s.auto_start_mode = IntIn(key, value, 1, 3);  // 1 none, 2 host, 3 poll
   } else if (key == "begin_time") {
@@ -137,13 +125,15 @@ void ApplySetting(CommSettings& s, std::string_view key, std::string_view value)
     RequireTerminalCount(n.value_or(0));
     s.terminal_count = *n;
   } else if (key == "terminal_type") {
-    for (size_t i = 0; i < kTerminalTypes.size(); ++i) {
-      if (core::EqualsIgnoreCase(core::TrimView(value), kTerminalTypes[i])) {
-        s.terminal_type = static_cast<int>(i) + 1;
+    const auto& names = terminal::kTerminalTypeNames;
+    for (size_t i = 0; i < names.size(); ++i) {
+      if (core::EqualsIgnoreCase(core::TrimView(value), names[i])) {
+        s.terminal_type = *terminal::TerminalTypeFromNumber(static_cast<int>(i) + 1);
         return;
       }
     }
-    s.terminal_type = IntIn(key, value, 1, static_cast<int>(kTerminalTypes.size()));
+    s.terminal_type =
+        *terminal::TerminalTypeFromNumber(IntIn(key, value, 1, static_cast<int>(names.size())));
   } else if (key == "lan_delay_ms") {
     std::optional<double> ms = core::ParseNumber(value);
     if (!ms || !std::isfinite(*ms) || *ms < 0) Refuse(key, value, "a number of milliseconds >= 0");
@@ -160,7 +150,7 @@ void ApplySetting(CommSettings& s, std::string_view key, std::string_view value)
 
 std::string SettingText(const CommSettings& s, std::string_view key) {
   if (key == "comm_port") return std::to_string(s.comm_port);
-  if (key == "connection_type") return std::to_string(s.connection_type);
+  if (key == "connection_type") return std::to_string(static_cast<int>(s.connection_type));
   if (key == "auto_start_mode") return std::to_string(s.auto_start_mode);
   if (key == "begin_time") return s.begin_time;
   if (key == "end_time") return s.end_time;
@@ -170,7 +160,7 @@ std::string SettingText(const CommSettings& s, std::string_view key) {
   if (key == "second_pause") return std::to_string(s.second_pause);
   if (key == "program_folder") return s.program_folder;
   if (key == "terminal_count") return std::to_string(s.terminal_count);
-  if (key == "terminal_type") return std::to_string(s.terminal_type);
+  if (key == "terminal_type") return std::to_string(static_cast<int>(s.terminal_type));
   if (key == "lan_delay_ms") return core::NumberText(s.lan_delay_ms);
   if (key == "auto_shutdown") return s.auto_shutdown ? "true" : "false";
   throw core::ArgumentException(fmt::format("Unknown setting \"{}\"", key), std::string(key));
@@ -187,7 +177,7 @@ void ValidateCommSettings(const CommSettings& s) {
 
 std::string DescribeCommSettings(const CommSettings& s) {
   std::string text = "Communications set for: Comm Port " + std::to_string(s.comm_port) + ", " +
-                     ConnectionTypeName(s.connection_type);
+                     std::string(comm::ConnectionTypeName(s.connection_type));
   if (s.begin_time != kNoTime) {
     text += ", starting at " + s.begin_time + ", ending at " + s.end_time + ".";
   }
@@ -205,7 +195,7 @@ ParameterFileError::ParameterFileError(const core::SystemError& cause, const fs:
 
 std::string FormatCommSettings(const CommSettings& s) {
   std::vector<std::string> fields = {std::to_string(s.comm_port),
-                                     std::to_string(s.connection_type),
+                                     std::to_string(static_cast<int>(s.connection_type)),
                                      std::to_string(s.auto_start_mode),
                                      Quoted(s.begin_time),
                                      Quoted(s.end_time),
@@ -215,7 +205,7 @@ std::string FormatCommSettings(const CommSettings& s) {
                                      std::to_string(s.second_pause),
                                      Quoted(s.program_folder),
                                      std::to_string(s.terminal_count),
-                                     std::to_string(s.terminal_type),
+                                     std::to_string(static_cast<int>(s.terminal_type)),
                                      core::NumberText(s.lan_delay_ms),
                                      s.auto_shutdown ? "#TRUE#" : "#FALSE#"};
   return core::Join(fields, ",") + "\r\n";

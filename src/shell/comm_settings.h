@@ -8,7 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "comm/connection_type.h"
 #include "core/errors.h"
+#include "terminal/terminal_type.h"
 
 namespace clockcomm::shell {
 
@@ -22,14 +24,10 @@ inline constexpr const char* kTerminalCountMessage =
 inline constexpr std::array<const char*, 6> kExportFormats = {
     "Clockwyn 3.0",    "Lorvanette 1.5x",    "Lorvanette 2.x",
     "Lorvanette 2000", "ASCII BR/PD Format", "NONE"};
-// The terminal types, in list order; the stored number is the position + 1.
-inline constexpr std::array<const char*, 11> kTerminalTypes = {
-    "ZON / Tranz",  "Fingerprint",     "Proximity",   "HandPunch",   "Mobility",   "D-Series",
-    "ATS E-Series", "ATS CyberSeries", "ATS Prodigy", "ATS Maximus", "ATS Optimus"};
 
 struct CommSettings {
   int comm_port = 1;                 // 1-based
-  int connection_type = 2;           // 1 Modem, 2 Serial, 3 LAN
+  comm::ConnectionType connection_type = comm::ConnectionType::kSerial;
   int auto_start_mode = 1;           // 1 none
   std::string begin_time = kNoTime;  // "HH:nn", or "NONE"
   std::string end_time = kNoTime;    // "HH:nn", or "NONE"
@@ -39,7 +37,7 @@ struct CommSettings {
   int second_pause = 1;        // seconds between two tries of one step
   std::string program_folder;  // the folder of the parameter file
   int terminal_count = 1;      // 1..96
-  int terminal_type = 1;       // 1 "ZON / Tranz"
+  terminal::TerminalType terminal_type = terminal::TerminalType::kZonTranz;
   double lan_delay_ms = 0;
   bool auto_shutdown = false;
 
@@ -52,8 +50,6 @@ inline constexpr std::array<const char*, 14> kSettingKeys = {
     "modem_init",     "export_format",   "response_wait",   "second_pause", "program_folder",
     "terminal_count", "terminal_type",   "lan_delay_ms",    "auto_shutdown"};
 
-// "Modem", "Serial" or "LAN" for 1, 2, 3; empty otherwise.
-std::string ConnectionTypeName(int connection_type);
 
 // Sets one setting from text. Throws ArgumentException naming the key for an unknown key or a
 // value that is not acceptable ("Please enter a value between 1 and 96 for Terminal Count" for

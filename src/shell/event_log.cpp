@@ -1,7 +1,7 @@
 #include "shell/event_log.h"
 
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 
 namespace clockcomm::shell {
 namespace {
@@ -22,7 +22,7 @@ EventLog::EventLog(std::unique_ptr<db::Database> db) : db_(std::move(db)) {
 
 std::unique_ptr<EventLog> EventLog::Open(const std::filesystem::path& file) {
   return std::make_unique<EventLog>(
-      db::SqliteDatabase::Open(file, db::SqliteDatabase::Mode::kCreate));
+      db::Open(file, db::OpenMode::kCreate));
 }
 
 void EventLog::Write(const core::DateTime& when, std::string_view clock_name, int clock_number,

@@ -42,8 +42,8 @@ class MyPaths {
 class MySettings {
  public:
   explicit MySettings(const CommSettings& settings) : settings_(settings) {}
-  int ConnectionType() const { return settings_.connection_type; }
-  int TerminalType() const { return settings_.terminal_type; }
+  comm::ConnectionType ConnectionType() const { return settings_.connection_type; }
+  terminal::TerminalType TerminalType() const { return settings_.terminal_type; }
   int CommPort() const { return settings_.comm_port; }
   int TerminalCount() const { return settings_.terminal_count; }
   int AutoStartMode() const { return settings_.auto_start_mode; }

@@ -2,7 +2,7 @@
 
 #include "core/errors.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "shell/comm_settings.h"
 #include "shell/install_information.h"
 #include "shell/my_static.h"
@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 namespace {
 
 void CreateDatabase(const fs::path& file, void (*create_schema)(db::Database&)) {
-  auto database = db::SqliteDatabase::Open(file, db::SqliteDatabase::Mode::kCreate);
+  auto database = db::Open(file, db::OpenMode::kCreate);
   create_schema(*database);
 }
 

@@ -5,7 +5,7 @@
 #include <future>
 
 #include "comm/pty_pair.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "sim/zon_terminal.h"
 #include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
@@ -34,7 +34,7 @@ TEST_F(CallCommandsTest, HostOnceTakesACallAndExitsWithItsOutcome) {
   EXPECT_EQ(call.get(), sim::CallOutcome::kCompleted);
   EXPECT_EQ(r.exit_code, 0) << r.out << r.err;
   EXPECT_NE(r.out.find("End of transmission"), std::string::npos) << r.out;
-  auto db = db::SqliteDatabase::Open(dir_.path() / "data" / "acme" / "Company.db");
+  auto db = db::Open(dir_.path() / "data" / "acme" / "Company.db");
   EXPECT_EQ(db->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt(), 2);
 }
 

@@ -16,7 +16,7 @@
 
 #include "core/clock.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/company_factory.h"
 #include "shell/call/call_controller.h"
 #include "shell/call/zon_call_loop.h"
@@ -94,16 +94,16 @@ class CallFixture : public ::testing::Test {
     config_ = shell::MyStatic::Load(home_);
     paths_ = std::make_unique<shell::MyPaths>(config_->Paths());
     {
-      auto registry = db::SqliteDatabase::Open(paths_->CompanyRegistryDatabase(),
-                                               db::SqliteDatabase::Mode::kCreate);
+      auto registry = db::Open(paths_->CompanyRegistryDatabase(),
+                                               db::OpenMode::kCreate);
       db::CreateCompanyRegistrySchema(*registry);
       registry->Execute(
           "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
           "[Pay Period Type], [Current Start Time], CustomDays) VALUES (?, ?, ?, ?, ?, ?, 0)",
           {"Demo Company", kClock, "demo", "2009-10-19", "weekly", "00:00:00"});
     }
-    company_db_ = db::SqliteDatabase::Open(paths_->CompanyDatabase("demo"),
-                                           db::SqliteDatabase::Mode::kCreate);
+    company_db_ = db::Open(paths_->CompanyDatabase("demo"),
+                                           db::OpenMode::kCreate);
     db::CreateCompanySchema(*company_db_);
     company_db_->Execute(
         "INSERT INTO [Employee Table] ([Card ID], [Employee Name], [Home Department]) VALUES "
@@ -115,7 +115,7 @@ class CallFixture : public ::testing::Test {
     company_db_->Execute(
         "INSERT INTO LEVEL3 (Code, Description) VALUES ('J1', 'Welding'), ('J2', 'Paint')");
     db::CreateEventLogSchema(
-        *db::SqliteDatabase::Open(paths_->EventLogDatabase(), db::SqliteDatabase::Mode::kCreate));
+        *db::Open(paths_->EventLogDatabase(), db::OpenMode::kCreate));
 
     logs_ = std::make_unique<shell::Logs>(*paths_, clock_);
     controller_ = std::make_unique<shell::CallController>(clock_, *logs_, screen_);
@@ -141,7 +141,7 @@ class CallFixture : public ::testing::Test {
   }
 
   int64_t Events(const std::string& type) {
-    auto log = db::SqliteDatabase::Open(paths_->EventLogDatabase());
+    auto log = db::Open(paths_->EventLogDatabase());
     return log->Query("SELECT COUNT(*) FROM LogTable WHERE EventType = ?", {type}).Field(0).AsInt();
   }
 

@@ -4,6 +4,7 @@
 
 #include <future>
 
+#include "db/open.h"
 #include "comm/pty_pair.h"
 #include "integration/call_fixture.h"
 #include "shell/schedule/poll_list.h"
@@ -41,7 +42,7 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
   core::ManualClock manual(At(5, 0));
   shell::CallController controller(manual, *logs_, screen_);
   auto product =
-      db::SqliteDatabase::Open(paths_->ClockwynDatabase(), db::SqliteDatabase::Mode::kCreate);
+      db::Open(paths_->ClockwynDatabase(), db::OpenMode::kCreate);
   db::CreateProductSchema(*product);
   shell::PollList list(*product);
   // Entered out of call-time order on purpose.

@@ -3,7 +3,7 @@
 #include "core/errors.h"
 #include "core/log_sink.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/company_factory.h"
 #include "test_support/temp_dir.h"
 
@@ -90,7 +90,7 @@ TEST(CompanyFactoryTest, LoadsAndLooksUp) {
   test::TempDir dir;
   const auto path = dir.path() / "COMPANY3.db";
   {
-    auto db = db::SqliteDatabase::Open(path, db::SqliteDatabase::Mode::kCreate);
+    auto db = db::Open(path, db::OpenMode::kCreate);
     db::CreateCompanyRegistrySchema(*db);
     db->Execute(
         "INSERT INTO Company ([Company], [Clock Name], [Clock Table Updated], [Directory], "

@@ -4,7 +4,7 @@
 #include "core/errors.h"
 #include "core/log_sink.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/department_job_assigner.h"
 #include "records/parameter_override.h"
 #include "records/tcd_record_override_service.h"
@@ -143,7 +143,7 @@ TEST(DepartmentJobAssignerTest, LinePathWithEmployeeTable) {
   test::TempDir dir;
   const auto db_path = dir.path() / "Company.db";
   {
-    auto db = db::SqliteDatabase::Open(db_path, db::SqliteDatabase::Mode::kCreate);
+    auto db = db::Open(db_path, db::OpenMode::kCreate);
     db::CreateCompanySchema(*db);
     db->Execute(
         "INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) "

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "core/durable_file.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
 
@@ -84,7 +84,7 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
 
   // The settings file and the imported employees reach the transfer (the columns themselves are
   // the transfer tests' business).
-  auto db = db::SqliteDatabase::Open(Path("data/acme/Company.db"));
+  auto db = db::Open(Path("data/acme/Company.db"));
   EXPECT_EQ(
       db->Query("SELECT COUNT(*) FROM [Clock Data Table] WHERE (Punch = 1 AND Department = 44 "
                 "AND JobNumber = 'task') OR (Punch = 3 AND Department = 7)")

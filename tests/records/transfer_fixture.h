@@ -8,7 +8,7 @@
 #include "core/clock.h"
 #include "core/log_sink.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/company_factory.h"
 #include "test_support/temp_dir.h"
 
@@ -41,14 +41,14 @@ class TransferFixture {
  public:
   TransferFixture() {
     registry_path = dir.path() / "COMPANY3.db";
-    auto registry = db::SqliteDatabase::Open(registry_path, db::SqliteDatabase::Mode::kCreate);
+    auto registry = db::Open(registry_path, db::OpenMode::kCreate);
     db::CreateCompanyRegistrySchema(*registry);
     registry->Execute(
         "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
         "[Pay Period Type]) VALUES ('Acme', 'Front', 'acme', '2009-10-18', 'weekly')");
     std::filesystem::create_directory(dir.path() / "acme");
     company_db_path = dir.path() / "acme" / "Company.db";
-    auto company_db = db::SqliteDatabase::Open(company_db_path, db::SqliteDatabase::Mode::kCreate);
+    auto company_db = db::Open(company_db_path, db::OpenMode::kCreate);
     db::CreateCompanySchema(*company_db);
   }
 
@@ -58,8 +58,8 @@ class TransferFixture {
     return factory.GetCompany("Acme");
   }
 
-  std::unique_ptr<db::SqliteDatabase> OpenCompanyDb() {
-    return db::SqliteDatabase::Open(company_db_path);
+  std::unique_ptr<db::Database> OpenCompanyDb() {
+    return db::Open(company_db_path);
   }
 
   int64_t RowCount() {

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "db/open.h"
 #include "core/durable_file.h"
 #include "core/errors.h"
 #include "records/amount_column.h"
@@ -52,7 +53,7 @@ TEST(TcdToSqlFormatterTest, InsertTextForms) {
 
 TEST(TcdToSqlFormatterTest, StatementBindsWhatTheTextWrites) {
   test::TempDir dir;
-  auto db = db::SqliteDatabase::Open(dir.path() / "c.db", db::SqliteDatabase::Mode::kCreate);
+  auto db = db::Open(dir.path() / "c.db", db::OpenMode::kCreate);
   db::CreateCompanySchema(*db);
   TcdToSqlFormatter formatter;
   // A job text that would end the statement if it were pasted into SQL.
@@ -91,7 +92,7 @@ TEST(StampTest, TextsAndExecution) {
             "UPDATE COMPANY SET COMPANY.[Clock Table Updated] = #2009/03/04# WHERE "
             "(((COMPANY.[Clock Name])=\"Front\"));");
   TransferFixture f;
-  auto registry = db::SqliteDatabase::Open(f.registry_path);
+  auto registry = db::Open(f.registry_path);
   EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "FRONT", today), 1);
   EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "\" OR 1=1 --", today), 0);
   EXPECT_EQ(f.LoadCompany().ClockDataTableLastUpdated().GetDate(), today);

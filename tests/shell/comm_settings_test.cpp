@@ -26,7 +26,7 @@ TEST(CommSettingsTest, RoundTripKeepsEveryFieldIncludingCommasInText) {
   test::TempDir home;
   CommSettings s;
   s.comm_port = 4;
-  s.connection_type = 1;
+  s.connection_type = comm::ConnectionType::kModem;
   s.auto_start_mode = 3;
   s.begin_time = "07:05";
   s.end_time = "NONE";
@@ -36,7 +36,7 @@ TEST(CommSettingsTest, RoundTripKeepsEveryFieldIncludingCommasInText) {
   s.second_pause = 0;
   s.program_folder = "/opt/clock, main/";
   s.terminal_count = 96;
-  s.terminal_type = 7;
+  s.terminal_type = terminal::TerminalType::kAtsESeries;
   s.lan_delay_ms = 12.5;
   s.auto_shutdown = true;
   WriteCommSettings(home.path(), s);
@@ -75,11 +75,22 @@ TEST(CommSettingsTest, TerminalCountOutsideOneTo96IsRefusedAndTheFileIsLeftAlone
 TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefuses) {
   CommSettings s;
   ApplySetting(s, "connection_type", "lan");
-  EXPECT_EQ(s.connection_type, 3);
+  EXPECT_EQ(s.connection_type, comm::ConnectionType::kLan);
   ApplySetting(s, "connection_type", "1");
-  EXPECT_EQ(s.connection_type, 1);
-  ApplySetting(s, "terminal_type", "ATS Prodigy");
-  EXPECT_EQ(s.terminal_type, 9);
+  EXPECT_EQ(s.connection_type, comm::ConnectionType::kModem);
+  // Names and numbers of the terminal types: 1 and 4 are fixed, the rest follow the list.
+  const std::pair<const char*, terminal::TerminalType> types[] = {
+      {"ZON / Tranz", terminal::TerminalType::kZonTranz},
+      {"mobility", terminal::TerminalType::kMobility},
+      {"4", terminal::TerminalType::kMobility},
+      {"HandPunch", terminal::TerminalType::kHandPunch},
+      {"ATS Prodigy", terminal::TerminalType::kAtsProdigy},
+      {"11", terminal::TerminalType::kAtsOptimus}};
+  for (const auto& [text, type] : types) {
+    ApplySetting(s, "terminal_type", text);
+    EXPECT_EQ(s.terminal_type, type) << text;
+    EXPECT_EQ(SettingText(s, "terminal_type"), std::to_string(static_cast<int>(type)));
+  }
   ApplySetting(s, "begin_time", "8:30pm");
   EXPECT_EQ(s.begin_time, "20:30");
   ApplySetting(s, "end_time", "none");
@@ -113,7 +124,7 @@ TEST(CommSettingsTest, DescriptionAddsTimesOnlyWhenABeginTimeIsSet) {
   CommSettings s;
   s.comm_port = 2;
   EXPECT_EQ(DescribeCommSettings(s), "Communications set for: Comm Port 2, Serial");
-  s.connection_type = 1;
+  s.connection_type = comm::ConnectionType::kModem;
   s.begin_time = "08:00";
   s.end_time = "17:30";
   EXPECT_EQ(DescribeCommSettings(s),

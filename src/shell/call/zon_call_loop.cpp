@@ -6,7 +6,7 @@
 #include "core/durable_file.h"
 #include "core/errors.h"
 #include "core/text.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "records/clock_file_transfer.h"
 #include "records/department_job_assigner.h"
 #include "records/tcd_archive.h"
@@ -63,7 +63,7 @@ ZonLoopSettings ZonLoopSettings::From(const CommSettings& comm, std::string devi
   ZonLoopSettings s;
   s.device = std::move(device);
   s.port_number = comm.comm_port;
-  s.modem = comm.connection_type == 1;
+  s.modem = comm.connection_type == comm::ConnectionType::kModem;
   s.terminal_type = comm.terminal_type;
   s.response_wait = std::chrono::seconds(std::max(1, comm.response_wait));
   s.modem_init = comm.modem_init.empty() ? kDefaultModemInit : comm.modem_init;
@@ -342,7 +342,7 @@ void ZonCallLoop::AnswerHoursRequest(std::string_view request) {
     // The request names no clock: the first company whose employee table has the badge answers.
     for (const auto& company : services_.companies->GetCompanyList()) {
       try {
-        auto db = db::SqliteDatabase::Open(company.ClockwynDatabaseFilename());
+        auto db = db::Open(company.ClockwynDatabaseFilename());
         EmployeeHours hours;
         hours.Load(*db, company, packet.BadgeNumber(), now);
         if (!hours.IsValid()) {
@@ -732,7 +732,7 @@ void ZonCallLoop::RunValidationDownload() {
   }
   std::unique_ptr<db::Database> company_db;
   try {
-    company_db = db::SqliteDatabase::Open(company->ClockwynDatabaseFilename());
+    company_db = db::Open(company->ClockwynDatabaseFilename());
   } catch (const core::SystemError& e) {
     controller_.Event("Error", "System error " + std::to_string(e.Number()) + " " +
                                    e.Description() + ": Data Access Error.");

@@ -24,15 +24,14 @@
 
 namespace clockcomm::shell {
 
-// Terminal types of the settings that the loop treats specially.
-inline constexpr int kTerminalTypeZon = 1;
-inline constexpr int kTerminalTypeMobility = 4;
+inline constexpr auto kTerminalTypeZon = terminal::TerminalType::kZonTranz;
+inline constexpr auto kTerminalTypeMobility = terminal::TerminalType::kMobility;
 
 struct ZonLoopSettings {
   std::string device;   // the serial port's device path
   int port_number = 1;  // the COM port number, for the screen and the event log
   bool modem = false;   // connection type 1
-  int terminal_type = kTerminalTypeZon;
+  terminal::TerminalType terminal_type = kTerminalTypeZon;
   std::chrono::seconds response_wait{3};
   std::string modem_init = kDefaultModemInit;
   AutoStartMode autostarted = AutoStartMode::kNone;

@@ -5,15 +5,17 @@
 #include <optional>
 #include <string>
 
+#include "comm/connection_type.h"
 #include "core/date_time.h"
+#include "terminal/terminal_type.h"
 #include "shell/schedule/poll_list.h"
 
 namespace clockcomm::shell {
 
 // The line a location is reached on; fixed for the life of an entry.
 struct ClockLine {
-  int connection_type = 2;  // 1 Modem, 2 Serial, 3 LAN
-  int clock_type = 1;       // terminal type, 1 "ZON / Tranz"
+  comm::ConnectionType connection_type = comm::ConnectionType::kSerial;
+  terminal::TerminalType clock_type = terminal::TerminalType::kZonTranz;
   int com_port = 1;
 };
 
@@ -45,8 +47,8 @@ class ClockEntry {
 
   // Distinct for every entry made in this process; copies keep it.
   uint64_t UniqueID() const { return unique_id_; }
-  int ConnectionType() const { return line_.connection_type; }
-  int ClockType() const { return line_.clock_type; }
+  comm::ConnectionType ConnectionType() const { return line_.connection_type; }
+  terminal::TerminalType ClockType() const { return line_.clock_type; }
   int ComPort() const { return line_.com_port; }
 
   std::string ToString() const;

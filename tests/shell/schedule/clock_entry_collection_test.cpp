@@ -19,7 +19,7 @@ using testing::Row;
 
 TEST(ClockEntry, FromPollRow) {
   ClockEntry entry =
-      ClockEntry::FromPollRow(Row(7, "Dock", Hm(6, 45), false, "555-0199"), ClockLine{1, 1, 3});
+      ClockEntry::FromPollRow(Row(7, "Dock", Hm(6, 45), false, "555-0199"), ClockLine{comm::ConnectionType::kModem, terminal::TerminalType::kZonTranz, 3});
   EXPECT_EQ(entry.Address(), "555-0199");
   EXPECT_EQ(entry.GroupKey(), "555-0199");
   EXPECT_EQ(entry.CallTime().GetTime(), Hm(6, 45));
@@ -60,7 +60,7 @@ TEST(ClockEntryCollectionList, AddItemRemoveContainsLoadRefresh) {
   EXPECT_THROW(collection.Refresh(), core::InvalidOperationException);
 
   testing::MemoryPollList list({Row(1, "A", Hm(9, 0)), Row(2, "B", std::nullopt)});
-  collection.Load(list, ClockLine{1, 1, 4});
+  collection.Load(list, ClockLine{comm::ConnectionType::kModem, terminal::TerminalType::kZonTranz, 4});
   ASSERT_EQ(collection.Count(), 2u);
   const ClockEntry b = collection.Item(1);
   EXPECT_EQ(b.Name(), "B");

@@ -4,7 +4,7 @@
 
 #include "core/errors.h"
 #include "db/schema.h"
-#include "db/sqlite/sqlite_database.h"
+#include "db/open.h"
 #include "schedule_test_support.h"
 #include "test_support/temp_dir.h"
 
@@ -16,8 +16,8 @@ using testing::Hm;
 class PollListTest : public ::testing::Test {
  protected:
   PollListTest()
-      : db_(db::SqliteDatabase::Open(dir_.path() / db::kProductDatabaseFile,
-                                     db::SqliteDatabase::Mode::kCreate)) {
+      : db_(db::Open(dir_.path() / db::kProductDatabaseFile,
+                                     db::OpenMode::kCreate)) {
     db::CreateProductSchema(*db_);
   }
   std::string StoredDialTime(int64_t id) {
@@ -26,7 +26,7 @@ class PollListTest : public ::testing::Test {
   }
 
   test::TempDir dir_;
-  std::unique_ptr<db::SqliteDatabase> db_;
+  std::unique_ptr<db::Database> db_;
   PollList list_{*db_};
 };
 

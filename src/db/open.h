@@ -1,0 +1,22 @@
+// Opening a database by where it lives. Callers name a location, never a backend, so a server
+// backend can join without touching them.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "db/database.h"
+
+namespace clockcomm::db {
+
+enum class OpenMode {
+  kExisting,  // refuse a database that is not there
+  kCreate,    // make it when it is missing
+};
+
+// Opens the database at location: today a SQLite file path. Throws DatabaseError naming it.
+std::unique_ptr<Database> Open(const std::filesystem::path& location,
+                               OpenMode mode = OpenMode::kExisting);
+
+}  // namespace clockcomm::db
