@@ -12,17 +12,18 @@
 #include "db/open.h"
 #include "records/company_factory.h"
 #include "records/company_registration.h"
-#include "shell/call/call_controller.h"
-#include "shell/call/zon_call_loop.h"
+#include "shell/line_runner.h"
 #include "shell/logs.h"
 #include "shell/program_folder.h"
 #include "sim/zon_terminal.h"
+#include "terminal/call_controller.h"
+#include "zon/driver/zon_family.h"
 
 namespace clockcomm {
 namespace {
 namespace fs = std::filesystem;
 
-class NullScreen : public shell::ScreenSink {
+class NullScreen : public terminal::ScreenSink {
  public:
   void Line(std::string_view) override {}
   void Status(std::string_view) override {}
@@ -45,11 +46,11 @@ struct Site {
     records::RegisterCompany(paths->CompanyRegistryDatabase(), paths->CompanyDirectory("bench"),
                              paths->CompanyDatabase("bench"), company);
     logs = std::make_unique<shell::Logs>(*paths, clock);
-    controller = std::make_unique<shell::CallController>(clock, *logs, screen);
+    controller = std::make_unique<terminal::CallController>(clock, *logs, screen);
     companies = std::make_unique<records::CompanyFactory>(*logs, paths->DataDirectory());
     companies->Initialize(paths->CompanyRegistryDatabase());
-    services = std::make_unique<shell::CallServices>(
-        shell::CallServices{*paths, records::ParameterOverride(), companies.get(), nullptr});
+    services = std::make_unique<shell::LineServices>(
+        shell::LineServices{*paths, records::ParameterOverride(), companies.get(), nullptr});
   }
   ~Site() {
     std::error_code ec;
@@ -66,9 +67,9 @@ struct Site {
   std::unique_ptr<shell::MyStatic> config;
   std::unique_ptr<shell::MyPaths> paths;
   std::unique_ptr<shell::Logs> logs;
-  std::unique_ptr<shell::CallController> controller;
+  std::unique_ptr<terminal::CallController> controller;
   std::unique_ptr<records::CompanyFactory> companies;
-  std::unique_ptr<shell::CallServices> services;
+  std::unique_ptr<shell::LineServices> services;
 };
 
 std::vector<std::string> Punches(int count) {
@@ -87,11 +88,11 @@ sim::TerminalStats HostedCall(Site& site, sim::TerminalConfig config, int punche
   auto pty = comm::PtyPair::Open();
   auto far_end = pty.TakeMaster();
   sim::ZonTerminal terminal(config, Punches(punches));
-  shell::ZonLoopSettings settings;
+  shell::LineSettings settings;
   settings.device = pty.SlavePath();
-  shell::ZonCallLoop loop(settings, *site.controller, *site.services);
+  shell::LineRunner loop(settings, zon::ZonFamily(), *site.controller, *site.services);
   std::thread caller([&] { terminal.CallIn(*far_end); });
-  const bool ok = loop.CommLoop(true);
+  const bool ok = loop.Host(true);
   caller.join();
   if (!ok || terminal.LastOutcome() != sim::CallOutcome::kCompleted) {
     throw std::runtime_error("the benchmark call failed");
@@ -149,12 +150,12 @@ void BM_IdleHostLoop(benchmark::State& state) {
   Site site;
   auto pty = comm::PtyPair::Open();
   auto far_end = pty.TakeMaster();
-  shell::ZonLoopSettings settings;
+  shell::LineSettings settings;
   settings.device = pty.SlavePath();
   double cpu = 0;
   for (auto _ : state) {
-    shell::ZonCallLoop loop(settings, *site.controller, *site.services);
-    std::thread host([&] { loop.CommLoop(false); });
+    shell::LineRunner loop(settings, zon::ZonFamily(), *site.controller, *site.services);
+    std::thread host([&] { loop.Host(false); });
     std::this_thread::sleep_for(std::chrono::milliseconds(200));  // let the loop settle
     const double before = ProcessCpuSeconds();
     std::this_thread::sleep_for(std::chrono::seconds(state.range(0)));

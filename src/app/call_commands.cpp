@@ -3,13 +3,13 @@
 #include <iomanip>
 #include <iostream>
 
-#include "db/open.h"
 #include "app/call_session.h"
 #include "app/commands.h"
 #include "app/echoing_log.h"
 #include "app/signal_watcher.h"
 #include "core/errors.h"
 #include "core/text.h"
+#include "db/open.h"
 #include "shell/schedule/auto_end_watcher.h"
 #include "shell/schedule/auto_start.h"
 #include "shell/schedule/host_poll_schedule.h"
@@ -18,14 +18,6 @@
 
 namespace clockcomm::app {
 namespace {
-
-void RefuseLan(const CallSession& session) {
-  if (session.Config().Comm().connection_type == comm::ConnectionType::kLan) {
-    throw core::InvalidOperationException(
-        "Connection type 3 (LAN) is not served by this loop yet; set connection_type to 1 "
-        "(Modem) or 2 (Serial).");
-  }
-}
 
 struct HostOptions {
   std::string port;
@@ -38,15 +30,24 @@ shell::ClockLine LineOf(const CallSession& session) {
   return shell::ClockLine{comm.connection_type, comm.terminal_type, comm.comm_port};
 }
 
+// The moment a loop that shows "End at hh:mm" must stop: the next time the clock shows it.
+std::optional<core::DateTime> EndDeadline(const std::string& end_time, core::Clock& clock) {
+  const auto end = shell::ParseSettingTime(end_time, "end_time");
+  if (!end) return std::nullopt;
+  const core::DateTime now = clock.Now();
+  core::DateTime deadline(now.GetDate(), *end);
+  if (deadline <= now) deadline = deadline.AddDays(1);
+  return deadline;
+}
+
 // Host mode; with a schedule, the poll list's call times are polled on the same line meanwhile.
-bool Host(CallSession& session, shell::ZonLoopSettings settings, bool once, bool scheduled) {
+bool Host(CallSession& session, shell::LineRunner& runner, bool once, bool scheduled) {
   // The scheduler reads the poll list through a connection of its own.
   auto product_db = db::Open(session.Paths().ClockwynDatabase());
   shell::PollList poll_list(*product_db);
   shell::HostPollSchedule schedule(poll_list, session.Clock(), LineOf(session));
   session.Services().schedule = scheduled ? &schedule : nullptr;
-  shell::ZonCallLoop loop(std::move(settings), session.Controller(), session.Services());
-  const bool ok = loop.CommLoop(once);
+  const bool ok = runner.Host(once);
   session.Services().schedule = nullptr;
   return ok;
 }
@@ -54,25 +55,29 @@ bool Host(CallSession& session, shell::ZonLoopSettings settings, bool once, bool
 void RunHost(const GlobalOptions& options, const HostOptions& host) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
-  RefuseLan(session);
+  const auto settings = session.LoopSettings(host.port);
+  auto runner = session.MakeRunner(settings);
   SignalWatcher signals([&] { session.Controller().PressEnd(); });
-  if (!Host(session, session.LoopSettings(host.port), host.once, host.scheduled)) {
-    throw CLI::RuntimeError(1);
+  std::optional<shell::AutoEndWatcher> auto_end;
+  if (auto deadline = EndDeadline(settings.end_time, clock)) {
+    auto_end.emplace(clock, *deadline, session.Controller().EndCommLoop(), session.Logs());
   }
+  if (!Host(session, *runner, host.once, host.scheduled)) throw CLI::RuntimeError(1);
 }
 
 // The timed polling cycle over the poll list, until the stop signal or the auto-end time.
-void TimedPoll(CallSession& session, shell::ZonLoopSettings settings,
+void TimedPoll(CallSession& session, shell::LineRunner& runner,
                std::optional<core::DateTime> auto_end) {
   auto product_db = db::Open(session.Paths().ClockwynDatabase());
   shell::PollList poll_list(*product_db);
-  shell::ZonCallLoop loop(std::move(settings), session.Controller(), session.Services());
   EchoingLog log(session.Logs(), session.Screen());
-  shell::TimedPolling cycle(poll_list, loop, log, session.Clock(),
+  shell::TimedPolling cycle(poll_list, runner, log, session.Clock(),
                             session.Controller().EndCommLoop(), auto_end, LineOf(session));
   const auto result = cycle.Run();
-  loop.End();
-  if (result == shell::TimedPollingResult::kNoEntries) throw CLI::RuntimeError(1);
+  runner.End();
+  if (result == shell::TimedPollingResult::kNoEntries || session.Controller().RunFailed()) {
+    throw CLI::RuntimeError(1);
+  }
 }
 
 struct PollOptions {
@@ -107,24 +112,22 @@ std::vector<shell::PollRow> SelectLocations(CallSession& session,
 void RunPoll(const GlobalOptions& options, const PollOptions& poll) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
-  RefuseLan(session);
+  auto runner = session.MakeRunner(session.LoopSettings(poll.port));
   if (poll.timed) {
     if (!poll.locations.empty()) {
       throw core::ArgumentException("--timed polls the whole poll list; name no locations.",
                                     "locations");
     }
     SignalWatcher signals([&] { session.Controller().PressEnd(); });
-    TimedPoll(session, session.LoopSettings(poll.port), std::nullopt);
+    TimedPoll(session, *runner, std::nullopt);
     return;
   }
   const auto locations = SelectLocations(session, poll.locations);
   if (locations.empty()) {
     throw core::InvalidOperationException("No location is selected to dial in PollT.");
   }
-  shell::ZonCallLoop loop(session.LoopSettings(poll.port), session.Controller(),
-                          session.Services());
   SignalWatcher signals([&] { session.Controller().PressEnd(); });
-  if (!loop.OutBoundTCB(locations)) throw CLI::RuntimeError(1);
+  if (!runner->PollLocations(locations)) throw CLI::RuntimeError(1);
 }
 
 void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
@@ -190,7 +193,7 @@ void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
 void RunAuto(const GlobalOptions& options, const std::string& port) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
-  RefuseLan(session);
+  auto runner = session.MakeRunner(session.LoopSettings(port));
   const auto& comm = session.Config().Comm();
   const shell::AutoStartMode mode = shell::AutoStartModeFromSetting(comm.auto_start_mode);
   if (mode == shell::AutoStartMode::kNone) {
@@ -208,18 +211,18 @@ void RunAuto(const GlobalOptions& options, const std::string& port) {
                               session.Controller().EndCommLoop());
   auto_start.Run([&](const shell::AutoStartRun& run) {
     if (shutdown) return;
-    auto settings = session.LoopSettings(port);
-    settings.autostarted = run.mode;
-    settings.end_time = run.end_time;
+    runner->SetAutoStart(run.mode, run.end_time);
     if (run.mode == shell::AutoStartMode::kPoll) {
-      TimedPoll(session, settings, run.end_deadline);
+      TimedPoll(session, *runner, run.end_deadline);
       return;
     }
     std::optional<shell::AutoEndWatcher> watcher;
     if (run.end_deadline) {
       watcher.emplace(clock, *run.end_deadline, session.Controller().EndCommLoop(), log);
     }
-    Host(session, settings, false, true);
+    if (!Host(session, *runner, false, true) && session.Controller().RunFailed()) {
+      throw CLI::RuntimeError(1);
+    }
   });
 }
 

@@ -1,8 +1,9 @@
 #include "app/call_session.h"
 
+#include "app/families.h"
 #include "core/errors.h"
 #include "db/schema.h"
-#include "shell/call/port_names.h"
+#include "shell/port_names.h"
 
 namespace clockcomm::app {
 
@@ -36,12 +37,20 @@ db::Database& CallSession::ProductDatabase() {
   return *product_db_;
 }
 
-shell::ZonLoopSettings CallSession::LoopSettings(const std::string& port_option) const {
+shell::LineSettings CallSession::LoopSettings(const std::string& port_option) const {
   const auto& comm = config_->Comm();
   const std::string device = port_option.empty()
                                  ? shell::PortDevice(config_->InstallInformation(), comm.comm_port)
                                  : port_option;
-  return shell::ZonLoopSettings::From(comm, device);
+  return shell::LineSettings::From(comm, device);
+}
+
+std::unique_ptr<shell::LineRunner> CallSession::MakeRunner(shell::LineSettings settings) {
+  const auto* family = terminal::FindFamily(Families(), settings.terminal_type);
+  if (family == nullptr) {
+    throw core::InvalidOperationException(terminal::UnservedTypeMessage(settings.terminal_type));
+  }
+  return std::make_unique<shell::LineRunner>(std::move(settings), *family, controller_, services_);
 }
 
 }  // namespace clockcomm::app

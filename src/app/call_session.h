@@ -11,12 +11,12 @@
 #include "core/clock.h"
 #include "db/open.h"
 #include "records/company_factory.h"
-#include "shell/call/call_controller.h"
-#include "shell/call/screen_sink.h"
-#include "shell/call/zon_call_loop.h"
+#include "shell/console_screen.h"
+#include "shell/line_runner.h"
 #include "shell/logs.h"
 #include "shell/my_static.h"
 #include "shell/schedule/poll_list.h"
+#include "terminal/call_controller.h"
 
 namespace clockcomm::app {
 
@@ -28,24 +28,27 @@ class CallSession {
   const shell::MyPaths& Paths() const { return services_.paths; }
   shell::Logs& Logs() { return logs_; }
   shell::ConsoleScreen& Screen() { return screen_; }
-  shell::CallController& Controller() { return controller_; }
-  shell::CallServices& Services() { return services_; }
+  terminal::CallController& Controller() { return controller_; }
+  shell::LineServices& Services() { return services_; }
   records::CompanyFactory& Companies() { return companies_; }
   core::Clock& Clock() { return clock_; }
   // The product database (PollT ...), opened on first use.
   db::Database& ProductDatabase();
 
   // The loop settings of the configuration; port_option, when not empty, is the device to use.
-  shell::ZonLoopSettings LoopSettings(const std::string& port_option) const;
+  shell::LineSettings LoopSettings(const std::string& port_option) const;
+  // The runner of a line with these settings. Throws InvalidOperationException for a terminal
+  // type or connection type that no loop serves yet.
+  std::unique_ptr<shell::LineRunner> MakeRunner(shell::LineSettings settings);
 
  private:
   std::unique_ptr<shell::MyStatic> config_;
   core::Clock& clock_;
   shell::Logs logs_;
   shell::ConsoleScreen screen_;
-  shell::CallController controller_;
+  terminal::CallController controller_;
   records::CompanyFactory companies_;
-  shell::CallServices services_;
+  shell::LineServices services_;
   std::unique_ptr<db::Database> product_db_;
 };
 

@@ -96,11 +96,11 @@ bool HostedCall(CallSession& session, const core::Date& today) {
   auto far_end = pty.TakeMaster();
   sim::ZonTerminal terminal(Terminal(101, ""), TodaysPunches(today, 1, {12, 13}));
   auto settings = session.LoopSettings(pty.SlavePath());
-  settings.modem = false;
-  shell::ZonCallLoop loop(settings, session.Controller(), session.Services());
+  settings.connection_type = comm::ConnectionType::kSerial;
+  auto runner = session.MakeRunner(settings);
   // The terminal's ENQ waits in the line until the loop has opened its port.
   std::thread caller([&] { terminal.CallIn(*far_end); });
-  const bool ok = loop.CommLoop(true);
+  const bool ok = runner->Host(true);
   caller.join();
   std::cout << "Terminal 101: " << sim::ToString(terminal.LastOutcome()) << ", "
             << terminal.PendingPunches().size() << " punch(es) still in the terminal\n";
@@ -117,10 +117,10 @@ bool PolledCall(CallSession& session, const core::Date& today) {
   modem.AddToPhoneBook(kPhone, terminal);
   std::thread modem_thread([&] { modem.Run(); });
   auto settings = session.LoopSettings(pty.SlavePath());
-  settings.modem = true;
-  shell::ZonCallLoop loop(settings, session.Controller(), session.Services());
+  settings.connection_type = comm::ConnectionType::kModem;
+  auto runner = session.MakeRunner(settings);
   const auto rows = shell::PollList(session.ProductDatabase()).ReadPollRows();
-  const bool ok = loop.OutBoundTCB(rows);
+  const bool ok = runner->PollLocations(rows);
   modem_stop.Request();
   modem_thread.join();
   std::cout << "Terminal 102: " << sim::ToString(terminal.LastOutcome()) << ", "

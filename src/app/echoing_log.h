@@ -3,13 +3,13 @@
 #pragma once
 
 #include "core/log_sink.h"
-#include "shell/call/screen_sink.h"
+#include "terminal/screen_sink.h"
 
 namespace clockcomm::app {
 
 class EchoingLog : public core::LogSink {
  public:
-  EchoingLog(core::LogSink& inner, shell::ScreenSink& screen) : inner_(inner), screen_(screen) {}
+  EchoingLog(core::LogSink& inner, terminal::ScreenSink& screen) : inner_(inner), screen_(screen) {}
   void Event(std::string_view type, std::string_view description) override {
     inner_.Event(type, description);
   }
@@ -23,7 +23,7 @@ class EchoingLog : public core::LogSink {
 
  private:
   core::LogSink& inner_;
-  shell::ScreenSink& screen_;
+  terminal::ScreenSink& screen_;
 };
 
 }  // namespace clockcomm::app

@@ -17,6 +17,9 @@ class LogSink {
   virtual void Debug(std::string_view name, std::string_view message) = 0;
   // One line of the screen log (the lines the operator sees).
   virtual void Screen(std::string_view message) = 0;
+  // The clock whose call the calling thread is handling (an empty name: none); stores that keep
+  // per-clock columns fill them from it.
+  virtual void SetCurrentClock(std::string_view /*name*/, int /*number*/) {}
 };
 
 // Discards everything; for tools and tests that do not look at the logs.

@@ -1,12 +1,12 @@
-// The line-based department/job assignment of the serial and modem call path: it takes a TCD
-// line without the clock number as the terminal sent it and returns the finished TCD line.
+// The department/job assignment of a call's punches as they arrive: the employee's home
+// department and default job for the punch types that open a period of work, when the site
+// switches that on. Built once per call; the employee lookups reuse one prepared statement.
 #pragma once
 
-#include <filesystem>
-#include <optional>
-#include <string>
-
 #include "core/log_sink.h"
+#include "db/database.h"
+#include "records/parameter_override.h"
+#include "records/tcd_record.h"
 
 namespace clockcomm::records {
 
@@ -15,21 +15,17 @@ class DepartmentJobAssigner {
   // Punch types that receive a home department or default job on this path.
   static constexpr const char* kPunchTypes = " I C PI LC LO BC BO H P V B S T X A ";
 
-  DepartmentJobAssigner(std::string clock_number, std::filesystem::path company_database,
-                        std::filesystem::path program_folder, core::LogSink& log)
-      : clock_number_(std::move(clock_number)),
-        company_database_(std::move(company_database)),
-        program_folder_(std::move(program_folder)),
-        log_(log) {}
+  // company_db may be null (a clock without company): then only the keypad's dashes are removed.
+  DepartmentJobAssigner(ParameterOverride settings, db::Database* company_db, core::LogSink& log)
+      : settings_(std::move(settings)), company_db_(company_db), log_(log) {}
 
-  // The finished line, or nothing after a failure (logged as "AssignDepartmentsAndJobs Error"
-  // with the step reached).
-  std::optional<std::string> AssignDepartmentsAndJobs(std::string_view line);
+  // Assigns in place. False after a failed lookup (logged as "AssignDepartmentsAndJobs Error");
+  // the record then keeps what the terminal sent, and the transfer assigns again.
+  bool Assign(TcdRecord& record);
 
  private:
-  std::string clock_number_;
-  std::filesystem::path company_database_;
-  std::filesystem::path program_folder_;
+  ParameterOverride settings_;
+  db::Database* company_db_;
   core::LogSink& log_;
 };
 

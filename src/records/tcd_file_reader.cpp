@@ -24,10 +24,18 @@ std::vector<std::string> TcdFileReader::SplitFields(std::string_view line) {
     while (i < line.size() && line[i] == ' ') ++i;
     std::string field;
     if (i < line.size() && line[i] == '"') {
-      const size_t close = line.find('"', i + 1);
-      const size_t end = close == std::string_view::npos ? line.size() : close;
-      field = std::string(line.substr(i + 1, end - i - 1));
-      i = close == std::string_view::npos ? line.size() : close + 1;
+      // A quoted field; two quotes in a row inside it stand for one.
+      for (++i; i < line.size(); ++i) {
+        if (line[i] != '"') {
+          field += line[i];
+        } else if (i + 1 < line.size() && line[i + 1] == '"') {
+          field += '"';
+          ++i;
+        } else {
+          ++i;
+          break;
+        }
+      }
       // Anything between the closing quote and the comma is dropped.
       while (i < line.size() && line[i] != ',') ++i;
     } else {

@@ -126,9 +126,11 @@ std::string TcdRecord::ToTcdString(int quoting) const {
   std::string line;
   for (int i = 0; i < kTcdFieldCount; ++i) {
     if (i > 0) line += ',';
-    if (quoting == 1) {
+    // Quoted when asked, and always when the text holds a comma or a quote, so that the line
+    // reads back field for field.
+    if (quoting == 1 || fields[i].find_first_of(",\"") != std::string::npos) {
       line += '"';
-      line += fields[i];
+      line += core::ReplaceAll(fields[i], "\"", "\"\"");
       line += '"';
     } else {
       line += fields[i];

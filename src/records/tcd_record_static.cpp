@@ -56,9 +56,34 @@ std::optional<core::TimeOfDay> TcdRecordStatic::ParseTimeField(std::string_view 
   return std::nullopt;
 }
 
+std::vector<std::string> TcdRecordStatic::SplitFields(std::string_view line) {
+  std::vector<std::string> fields(1);
+  bool quoted = false;
+  for (size_t i = 0; i < line.size(); ++i) {
+    const char c = line[i];
+    if (c != '"') {
+      if (c == ',' && !quoted) {
+        fields.emplace_back();
+      } else {
+        fields.back() += c;
+      }
+      continue;
+    }
+    if (quoted && i + 1 < line.size() && line[i + 1] == '"') {
+      fields.back() += '"';  // a quote inside a quoted field is written twice
+      ++i;
+    } else if (quoted) {
+      quoted = false;
+    } else if (fields.back().empty()) {
+      quoted = true;
+    }
+    // Any other quote is dropped, as lines of older producers carry stray ones.
+  }
+  return fields;
+}
+
 TcdRecord TcdRecordStatic::Parse(std::string_view line) {
-  const std::string unquoted = core::ReplaceAll(std::string(line), "\"", "");
-  const auto fields = core::Split(unquoted, ',');
+  const auto fields = SplitFields(line);
   if (fields.size() < static_cast<size_t>(kTcdFieldCount)) {
     throw core::IndexOutOfRangeException();
   }

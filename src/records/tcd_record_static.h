@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "records/tcd_record.h"
 
@@ -14,6 +15,9 @@ class TcdRecordStatic {
   // Quoted and unquoted lines parse alike. Throws core::IndexOutOfRangeException for a line of
   // fewer than fourteen fields and ArgumentException for a department out of range.
   static TcdRecord Parse(std::string_view line);
+  // The fields of a line: split at commas outside double quotes; a quote that opens a field
+  // quotes it, two quotes inside a quoted field stand for one, other quotes are dropped.
+  static std::vector<std::string> SplitFields(std::string_view line);
   // Telephone keypad digits for upper-case letters (Q and Z on 1); "-" and blank become 0;
   // digits stay; everything else, lower-case letters included, is dropped.
   static std::string ConvertLettersToNumbers(std::string_view text);

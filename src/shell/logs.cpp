@@ -4,36 +4,6 @@
 
 namespace clockcomm::shell {
 
-std::string ScreenMessage(std::string_view format, const core::DateTime& now,
-                          std::initializer_list<std::string_view> details) {
-  std::string out;
-  out.reserve(format.size() + 32);
-  for (size_t i = 0; i < format.size(); ++i) {
-    if (format[i] == '{') {
-      size_t close = format.find('}', i);
-      if (close != std::string_view::npos && close > i + 1) {
-        std::string_view number = format.substr(i + 1, close - i - 1);
-        if (number.size() <= 3 &&
-            number.find_first_not_of("0123456789") == std::string_view::npos) {
-          size_t index = std::stoul(std::string(number));
-          if (index == 0) {
-            out += now.Format("yyyy-mm-dd HH:nn:ss");
-            i = close;
-            continue;
-          }
-          if (index <= details.size()) {
-            out += *(details.begin() + (index - 1));
-            i = close;
-            continue;
-          }
-        }
-      }
-    }
-    out += format[i];
-  }
-  return out;
-}
-
 Logs::Logs(const MyPaths& paths, core::Clock& clock, std::ostream* screen_echo)
     : clock_(clock), screen_echo_(screen_echo), text_logs_(paths.DebugLogDirectory(), clock) {
   try {
@@ -75,9 +45,10 @@ void Logs::Screen(std::string_view message) {
   }
 }
 
-void Logs::SetCurrentClock(std::string name, int number) {
+void Logs::SetCurrentClock(std::string_view name, int number) {
+  if (name.empty()) return ClearCurrentClock();
   std::lock_guard lock(mutex_);
-  current_clocks_[std::this_thread::get_id()] = CurrentClock{std::move(name), number};
+  current_clocks_[std::this_thread::get_id()] = CurrentClock{std::string(name), number};
 }
 
 void Logs::ClearCurrentClock() {

@@ -13,6 +13,7 @@
 
 #include "core/clock.h"
 #include "core/log_sink.h"
+#include "core/screen_message.h"
 #include "shell/event_log.h"
 #include "shell/my_static.h"
 #include "shell/text_logs.h"
@@ -21,11 +22,6 @@ namespace clockcomm::shell {
 
 // Shown (stderr and screen log) when the event log cannot be opened; the program goes on.
 inline constexpr const char* kEventLogUnavailable = " Could Not Access TCLOG.MDB Log File.";
-
-// A screen message: "{0}" becomes the date and time "yyyy-mm-dd HH:nn:ss", "{1}", "{2}" ... the
-// details in order. "{0} Opening Com Port" -> "2009-10-20 08:00:00 Opening Com Port".
-std::string ScreenMessage(std::string_view format, const core::DateTime& now,
-                          std::initializer_list<std::string_view> details = {});
 
 class Logs : public core::LogSink {
  public:
@@ -39,7 +35,7 @@ class Logs : public core::LogSink {
 
   // The clock whose call the calling thread is handling; fills ClockName and ClockNumber of the
   // event rows this thread writes. Each line runs on its own thread, so each has its own clock.
-  void SetCurrentClock(std::string name, int number);
+  void SetCurrentClock(std::string_view name, int number) override;
   void ClearCurrentClock();
 
   // Null when TCLOG.db could not be opened.

@@ -6,29 +6,38 @@
 
 namespace clockcomm::zon {
 
-PacketReader::PacketReader(comm::IConnection& connection, const core::StopSignal* line_stop)
-    : connection_(connection), line_stop_(line_stop) {}
+namespace {
+const core::Clock& SystemClockInstance() {
+  static const core::SystemClock clock;
+  return clock;
+}
+}  // namespace
+
+PacketReader::PacketReader(comm::IConnection& connection, const core::StopSignal* line_stop,
+                           const core::Clock* clock)
+    : connection_(connection),
+      line_stop_(line_stop),
+      clock_(clock != nullptr ? *clock : SystemClockInstance()) {}
 
 void PacketReader::Cancel() { cancel_.Request(); }
 
 std::string PacketReader::ReadPacket() {
-  using Clock = std::chrono::steady_clock;
   cancel_.Reset();
   const comm::WakeSet wake{&cancel_, line_stop_};
-  auto last_text = Clock::now();
+  auto last_text = clock_.Steady();
 
   while (buffer_.Count() == 0 && !wake.AnyRequested()) {
     std::string text = connection_.Read();
     if (!text.empty()) {
       buffer_.Append(text);
-      last_text = Clock::now();
+      last_text = clock_.Steady();
       continue;
     }
     comm::SteadyTime deadline = comm::kNoDeadline;
     if (timeout_ms_ >= 1) {
       // "More than Timeout ms" in whole milliseconds: the first instant that counts is +1 ms.
       deadline = last_text + std::chrono::milliseconds(timeout_ms_ + 1LL);
-      if (Clock::now() >= deadline) {
+      if (clock_.Steady() >= deadline) {
         ++timeout_count_;
         throw core::TimeoutException();
       }

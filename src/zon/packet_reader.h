@@ -8,6 +8,7 @@
 #include <string>
 
 #include "comm/connection.h"
+#include "core/clock.h"
 #include "core/stop_signal.h"
 #include "zon/packet_buffer.h"
 
@@ -20,7 +21,9 @@ class PacketReader {
 
   // line_stop, when given, is the line's stop signal: raising it ends a ReadPacket at once, which
   // then returns an empty string as a cancelled read does.
-  explicit PacketReader(comm::IConnection& connection, const core::StopSignal* line_stop = nullptr);
+  // clock measures the silence (the system clock when null).
+  explicit PacketReader(comm::IConnection& connection, const core::StopSignal* line_stop = nullptr,
+                        const core::Clock* clock = nullptr);
 
   // Milliseconds of silence allowed; below 1 means wait for ever.
   int32_t Timeout() const { return timeout_ms_; }
@@ -47,6 +50,7 @@ class PacketReader {
  private:
   comm::IConnection& connection_;
   const core::StopSignal* line_stop_;
+  const core::Clock& clock_;
   core::StopSignal cancel_;
   PacketBuffer buffer_;
   int32_t timeout_ms_ = kDefaultTimeoutMs;

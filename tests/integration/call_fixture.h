@@ -15,19 +15,20 @@
 #include <vector>
 
 #include "core/clock.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "records/company_factory.h"
-#include "shell/call/call_controller.h"
-#include "shell/call/zon_call_loop.h"
+#include "shell/line_runner.h"
 #include "shell/logs.h"
 #include "shell/my_static.h"
+#include "terminal/call_controller.h"
 #include "test_support/temp_dir.h"
+#include "zon/driver/zon_family.h"
 
 namespace clockcomm::test {
 
 // Records every screen line and lets a test wait for one.
-class RecordingScreen : public shell::ScreenSink {
+class RecordingScreen : public terminal::ScreenSink {
  public:
   void Line(std::string_view text) override {
     std::lock_guard lock(mutex_);
@@ -94,16 +95,14 @@ class CallFixture : public ::testing::Test {
     config_ = shell::MyStatic::Load(home_);
     paths_ = std::make_unique<shell::MyPaths>(config_->Paths());
     {
-      auto registry = db::Open(paths_->CompanyRegistryDatabase(),
-                                               db::OpenMode::kCreate);
+      auto registry = db::Open(paths_->CompanyRegistryDatabase(), db::OpenMode::kCreate);
       db::CreateCompanyRegistrySchema(*registry);
       registry->Execute(
           "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
           "[Pay Period Type], [Current Start Time], CustomDays) VALUES (?, ?, ?, ?, ?, ?, 0)",
           {"Demo Company", kClock, "demo", "2009-10-19", "weekly", "00:00:00"});
     }
-    company_db_ = db::Open(paths_->CompanyDatabase("demo"),
-                                           db::OpenMode::kCreate);
+    company_db_ = db::Open(paths_->CompanyDatabase("demo"), db::OpenMode::kCreate);
     db::CreateCompanySchema(*company_db_);
     company_db_->Execute(
         "INSERT INTO [Employee Table] ([Card ID], [Employee Name], [Home Department]) VALUES "
@@ -114,24 +113,32 @@ class CallFixture : public ::testing::Test {
     company_db_->Execute("INSERT INTO LEVEL2 (Code, Description) VALUES ('7', 'Assembly')");
     company_db_->Execute(
         "INSERT INTO LEVEL3 (Code, Description) VALUES ('J1', 'Welding'), ('J2', 'Paint')");
-    db::CreateEventLogSchema(
-        *db::Open(paths_->EventLogDatabase(), db::OpenMode::kCreate));
+    db::CreateEventLogSchema(*db::Open(paths_->EventLogDatabase(), db::OpenMode::kCreate));
 
     logs_ = std::make_unique<shell::Logs>(*paths_, clock_);
-    controller_ = std::make_unique<shell::CallController>(clock_, *logs_, screen_);
+    controller_ = std::make_unique<terminal::CallController>(clock_, *logs_, screen_);
     companies_ = std::make_unique<records::CompanyFactory>(*logs_, paths_->DataDirectory());
     companies_->Initialize(paths_->CompanyRegistryDatabase());
-    services_ = std::make_unique<shell::CallServices>(
-        shell::CallServices{*paths_, records::ParameterOverride(), companies_.get(), nullptr});
+    services_ = std::make_unique<shell::LineServices>(
+        shell::LineServices{*paths_, records::ParameterOverride(), companies_.get(), nullptr});
   }
 
-  shell::ZonLoopSettings Settings(const std::string& device, bool modem) {
-    shell::ZonLoopSettings s;
+  shell::LineSettings Settings(const std::string& device, bool modem) {
+    shell::LineSettings s;
     s.device = device;
-    s.modem = modem;
+    s.connection_type = modem ? comm::ConnectionType::kModem : comm::ConnectionType::kSerial;
     s.response_wait = std::chrono::seconds(1);
+    s.second_pause = std::chrono::milliseconds(0);
     s.packet_timeout = std::chrono::milliseconds(3000);
     return s;
+  }
+
+  // The Zon/Tranz line runner with these settings, as the command line makes it.
+  std::unique_ptr<shell::LineRunner> Runner(shell::LineSettings settings,
+                                            terminal::CallController* controller = nullptr) {
+    static const terminal::TerminalFamily family = zon::ZonFamily();
+    return std::make_unique<shell::LineRunner>(std::move(settings), family,
+                                               controller ? *controller : *controller_, *services_);
   }
 
   int64_t Rows(const std::string& where = "1=1") {
@@ -174,9 +181,9 @@ class CallFixture : public ::testing::Test {
   std::unique_ptr<db::Database> company_db_;
   std::unique_ptr<shell::Logs> logs_;
   RecordingScreen screen_;
-  std::unique_ptr<shell::CallController> controller_;
+  std::unique_ptr<terminal::CallController> controller_;
   std::unique_ptr<records::CompanyFactory> companies_;
-  std::unique_ptr<shell::CallServices> services_;
+  std::unique_ptr<shell::LineServices> services_;
 };
 
 }  // namespace clockcomm::test

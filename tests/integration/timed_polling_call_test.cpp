@@ -4,8 +4,8 @@
 
 #include <future>
 
-#include "db/open.h"
 #include "comm/pty_pair.h"
+#include "db/open.h"
 #include "integration/call_fixture.h"
 #include "shell/schedule/poll_list.h"
 #include "shell/schedule/timed_polling.h"
@@ -40,9 +40,8 @@ class TimedPollingCallTest : public CallFixture {
 
 TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheListIsReadAgain) {
   core::ManualClock manual(At(5, 0));
-  shell::CallController controller(manual, *logs_, screen_);
-  auto product =
-      db::Open(paths_->ClockwynDatabase(), db::OpenMode::kCreate);
+  terminal::CallController controller(manual, *logs_, screen_);
+  auto product = db::Open(paths_->ClockwynDatabase(), db::OpenMode::kCreate);
   db::CreateProductSchema(*product);
   shell::PollList list(*product);
   // Entered out of call-time order on purpose.
@@ -57,8 +56,8 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
   sim::ZonTerminal c(Terminal("C", 3), Punches(1, 300));
   sim::ZonTerminal d(Terminal("D", 4), Punches(2, 400));
 
-  shell::ZonCallLoop loop(Settings(pty.SlavePath(), false), controller, *services_);
-  shell::TimedPolling cycle(list, loop, *logs_, manual, controller.EndCommLoop(), At(10, 0));
+  auto loop = Runner(Settings(pty.SlavePath(), false), &controller);
+  shell::TimedPolling cycle(list, *loop, *logs_, manual, controller.EndCommLoop(), At(10, 0));
   auto run = std::async(std::launch::async, [&] { return cycle.Run(); });
 
   // The cycle and its auto-end watcher both wait on the clock between calls.
@@ -82,7 +81,7 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
   manual.Set(At(10, 0));  // the auto-end time
   ASSERT_EQ(run.wait_for(seconds(20)), std::future_status::ready);
   EXPECT_EQ(run.get(), shell::TimedPollingResult::kStopped);
-  loop.End();
+  loop->End();
 
   EXPECT_EQ(Rows(), 8);
   // Each poll happened at its call time, in call-time order.

@@ -24,12 +24,12 @@ class ZonCallTest : public CallFixture {
   CallOutcome HostOnce(sim::ZonTerminal& terminal, bool* loop_ok = nullptr) {
     auto pty = comm::PtyPair::Open();
     auto master = pty.TakeMaster();
-    shell::ZonCallLoop loop(Settings(pty.SlavePath(), false), *controller_, *services_);
+    auto loop = Runner(Settings(pty.SlavePath(), false));
     auto outcome = std::async(std::launch::async, [&] {
       EXPECT_TRUE(screen_.WaitFor("Waiting for next event")) << screen_.All();
       return terminal.CallIn(*master);
     });
-    const bool ok = loop.CommLoop(true);
+    const bool ok = loop->Host(true);
     if (loop_ok != nullptr) *loop_ok = ok;
     return outcome.get();
   }
@@ -144,7 +144,7 @@ TEST_F(ZonCallTest, EndPressedDuringACallStopsAtOnceAndTheTerminalKeepsItsPunche
   auto master = pty.TakeMaster();
   auto settings = Settings(pty.SlavePath(), false);
   settings.packet_timeout = seconds(30);
-  shell::ZonCallLoop loop(settings, *controller_, *services_);
+  auto loop = Runner(settings);
   auto caller = std::async(std::launch::async, [&] {
     screen_.WaitFor("Waiting for next event");
     return terminal.CallIn(*master);
@@ -157,7 +157,7 @@ TEST_F(ZonCallTest, EndPressedDuringACallStopsAtOnceAndTheTerminalKeepsItsPunche
     controller_->PressEnd();
     return pressed;
   });
-  loop.CommLoop(false);
+  loop->Host(false);
   const auto ended = std::chrono::steady_clock::now();
   const auto pressed = presser.get();
   caller.get();
@@ -186,8 +186,8 @@ TEST_F(ZonCallTest, WhenAllCallFilesOfTheDayAreUsedTheRunEndsAndNothingIsLost) {
 }
 
 TEST_F(ZonCallTest, AnInvalidPortIsRefusedAndTheLoopIsNotEntered) {
-  shell::ZonCallLoop loop(Settings("/dev/clockcomm-no-such-port", false), *controller_, *services_);
-  EXPECT_FALSE(loop.CommLoop(true));
+  auto loop = Runner(Settings("/dev/clockcomm-no-such-port", false));
+  EXPECT_FALSE(loop->Host(true));
   EXPECT_TRUE(screen_.Contains("Invalid Com Port"));
   EXPECT_TRUE(screen_.Contains("Select valid Com Port and then restart."));
   EXPECT_EQ(Events("Open Comm"), 0);
@@ -199,12 +199,12 @@ TEST_F(ZonCallTest, OutboundPollOnADirectLine) {
   sim::ZonTerminal terminal(config, Punches(3));
   auto pty = comm::PtyPair::Open();
   auto master = pty.TakeMaster();
-  shell::ZonCallLoop loop(Settings(pty.SlavePath(), false), *controller_, *services_);
+  auto loop = Runner(Settings(pty.SlavePath(), false));
   auto answer = std::async(std::launch::async, [&] {
     return terminal.AnswerPoll(*master, sim::LineKind::kDirect,
                                std::chrono::steady_clock::now() + seconds(20));
   });
-  EXPECT_TRUE(loop.OutBoundTCB({Location("Dock")}));
+  EXPECT_TRUE(loop->PollLocations({Location("Dock")}));
   EXPECT_EQ(answer.get(), CallOutcome::kCompleted) << screen_.All();
   EXPECT_TRUE(screen_.Contains("Polling Dock"));
   EXPECT_TRUE(screen_.Contains("HDR Sent"));
@@ -214,8 +214,8 @@ TEST_F(ZonCallTest, OutboundPollOnADirectLine) {
 TEST_F(ZonCallTest, ADirectLinePollWithoutAnswerFailsAfterFiveEnquiriesAndIsNotRetried) {
   auto pty = comm::PtyPair::Open();
   auto master = pty.TakeMaster();  // nobody answers on it
-  shell::ZonCallLoop loop(Settings(pty.SlavePath(), false), *controller_, *services_);
-  EXPECT_FALSE(loop.OutBoundTCB({Location("Nowhere")}));
+  auto loop = Runner(Settings(pty.SlavePath(), false));
+  EXPECT_FALSE(loop->PollLocations({Location("Nowhere")}));
   EXPECT_EQ(Events("Poll Failed, No Response to ENQ"), 1);
   EXPECT_EQ(screen_.Count("Polling Nowhere"), 1);
   const std::string sent = master->Read();
@@ -249,12 +249,12 @@ class ModemCallTest : public ZonCallTest {
     sim::ModemOptions options;
     options.speed = speed;
     auto rig = StartModem(options, terminal);
-    shell::ZonCallLoop loop(Settings(rig->pty.SlavePath(), true), *controller_, *services_);
+    auto loop = Runner(Settings(rig->pty.SlavePath(), true));
     auto ring = std::async(std::launch::async, [&] {
       EXPECT_TRUE(screen_.WaitFor("Waiting for next event")) << screen_.All();
       rig->modem->IncomingCall("5551234");
     });
-    EXPECT_TRUE(loop.CommLoop(true)) << screen_.All();
+    EXPECT_TRUE(loop->Host(true)) << screen_.All();
     ring.get();
     EXPECT_TRUE(screen_.Contains("Ring Detected"));
     EXPECT_TRUE(screen_.Contains("Initializing Modem"));
@@ -280,8 +280,8 @@ TEST_F(ModemCallTest, AFailedDialIsRetriedUntilTheThirdAttempt) {
   sim::ModemOptions options;
   options.fail_dials = 2;
   auto rig = StartModem(options, terminal);
-  shell::ZonCallLoop loop(Settings(rig->pty.SlavePath(), true), *controller_, *services_);
-  EXPECT_TRUE(loop.OutBoundTCB({Location("Depot", "5551234")})) << screen_.All();
+  auto loop = Runner(Settings(rig->pty.SlavePath(), true));
+  EXPECT_TRUE(loop->PollLocations({Location("Depot", "5551234")})) << screen_.All();
   EXPECT_EQ(screen_.Count("Call failed: NO CARRIER"), 2);
   EXPECT_EQ(Events("Outbound Call Failed"), 2);
   EXPECT_TRUE(screen_.Contains("Attempt #3"));
@@ -294,8 +294,8 @@ TEST_F(ModemCallTest, ThreeFailedDialsGiveUpOnTheLocation) {
   sim::ModemOptions options;
   options.fail_dials = 3;
   auto rig = StartModem(options, terminal);
-  shell::ZonCallLoop loop(Settings(rig->pty.SlavePath(), true), *controller_, *services_);
-  EXPECT_FALSE(loop.OutBoundTCB({Location("Depot", "5551234")}));
+  auto loop = Runner(Settings(rig->pty.SlavePath(), true));
+  EXPECT_FALSE(loop->PollLocations({Location("Depot", "5551234")}));
   EXPECT_EQ(Events("Failed to complete transfer"), 1);
   EXPECT_EQ(rig->modem->Stats().dials, 3);
   EXPECT_EQ(terminal.PendingPunches().size(), 2u);
@@ -305,7 +305,7 @@ class HoursTest : public ZonCallTest {};
 
 TEST_F(HoursTest, AnHoursRequestIsAnsweredWithTodaysAndThePeriodsHours) {
   core::ManualClock manual(*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0));
-  shell::CallController controller(manual, *logs_, screen_);
+  terminal::CallController controller(manual, *logs_, screen_);
   company_db_->Execute(
       "INSERT INTO [Clock Data Table] ([Card ID], [Punch Type], [Date In], [Time In], [Date Out], "
       "[Time Out]) VALUES "
@@ -315,7 +315,7 @@ TEST_F(HoursTest, AnHoursRequestIsAnsweredWithTodaysAndThePeriodsHours) {
       "NULL, NULL, '2009-10-12', '09:00:00')");
   auto pty = comm::PtyPair::Open();
   auto master = pty.TakeMaster();
-  shell::ZonCallLoop loop(Settings(pty.SlavePath(), false), controller, *services_);
+  auto loop = Runner(Settings(pty.SlavePath(), false), &controller);
   sim::ZonTerminal terminal(sim::TerminalConfig{}, {});
   auto asker = std::async(std::launch::async, [&] {
     EXPECT_TRUE(screen_.WaitFor("Waiting for next event"));
@@ -324,7 +324,7 @@ TEST_F(HoursTest, AnHoursRequestIsAnsweredWithTodaysAndThePeriodsHours) {
     controller.PressEnd();
     return std::make_pair(known, unknown);
   });
-  loop.CommLoop(false);
+  loop->Host(false);
   auto [known, unknown] = asker.get();
   const char fs = zon::ProtocolChar::kFs;
   ASSERT_TRUE(known.has_value());

@@ -3,8 +3,8 @@
 #include "core/durable_file.h"
 #include "core/errors.h"
 #include "core/log_sink.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "records/department_job_assigner.h"
 #include "records/parameter_override.h"
 #include "records/tcd_record_override_service.h"
@@ -126,47 +126,6 @@ TEST(OverrideServiceTest, DepartmentAndJobRules) {
   EXPECT_EQ(none.OverrideJobNumber(Rec("I", 3, "x")), "x");
   EXPECT_FALSE(PunchTypeInList(TcdRecordOverrideService::kPunchTypes, ""));
   EXPECT_FALSE(PunchTypeInList(TcdRecordOverrideService::kPunchTypes, "I P"));
-}
-
-// Records the event log so tests can look at what was reported.
-class RecordingLog : public core::LogSink {
- public:
-  void Event(std::string_view type, std::string_view d) override {
-    events.push_back(std::string(type) + ": " + std::string(d));
-  }
-  void Debug(std::string_view, std::string_view) override {}
-  void Screen(std::string_view) override {}
-  std::vector<std::string> events;
-};
-
-TEST(DepartmentJobAssignerTest, LinePathWithEmployeeTable) {
-  test::TempDir dir;
-  const auto db_path = dir.path() / "Company.db";
-  {
-    auto db = db::Open(db_path, db::OpenMode::kCreate);
-    db::CreateCompanySchema(*db);
-    db->Execute(
-        "INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) "
-        "VALUES (1234, 44, 'task')");
-  }
-  RecordingLog log;
-  DepartmentJobAssigner assigner("999", db_path, dir.path(), log);
-  // Switched off: only the dash clean-up happens.
-  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("\"5\",\"1234\",\"\",\"wo-rk-\",\"\",\"\",\"I\","
-                                              "\"091020\",\"1224\",\"\",\"\",\"\",\"\""),
-            "999,5,1234,,work,,,I,2009/10/20,12:24,,,,");
-  core::WriteFileAtomically(dir.path() / "SettingsOverride.txt",
-                            "assignhomedept = yes\nassigndefaultjob = yes\n");
-  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("5,1234,,,,,C,091020,1224,091020,1700,,"),
-            "999,5,1234,44,task,,,C,2009/10/20,12:24,2009/10/20,17:00,,");
-  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("5,1234,7,mine,,,I,,,,,,"),
-            "999,5,1234,7,mine,,,I,,,,,,");
-  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("5,1234,,,,,O,,,,,,"), "999,5,1234,,,,,O,,,,,,");
-  EXPECT_EQ(assigner.AssignDepartmentsAndJobs("5,9999,,,,,I,,,,,,"), "999,5,9999,,,,,I,,,,,,");
-  EXPECT_TRUE(log.events.empty());
-  EXPECT_FALSE(assigner.AssignDepartmentsAndJobs("5,1234,,,I"));
-  ASSERT_EQ(log.events.size(), 1u);
-  EXPECT_NE(log.events[0].find("Location: TcdRecord.Parse"), std::string::npos) << log.events[0];
 }
 
 }  // namespace

@@ -125,10 +125,11 @@ TEST(LogsTest, UnreadableEventLogIsReportedAndTheOtherLogsGoOn) {
 
 TEST(LogsTest, ScreenMessageFillsTimeAndDetails) {
   const auto now = At(2009, 10, 20, 8, 1, 2);
-  EXPECT_EQ(ScreenMessage("{0} Opening Com Port", now), "2009-10-20 08:01:02 Opening Com Port");
-  EXPECT_EQ(ScreenMessage("{0} Polling {1} {2}", now, {"Dock", "555-1212"}),
+  EXPECT_EQ(core::ScreenMessage("{0} Opening Com Port", now),
+            "2009-10-20 08:01:02 Opening Com Port");
+  EXPECT_EQ(core::ScreenMessage("{0} Polling {1} {2}", now, {"Dock", "555-1212"}),
             "2009-10-20 08:01:02 Polling Dock 555-1212");
-  EXPECT_EQ(ScreenMessage("{3} {x} {", now, {"a"}), "{3} {x} {");  // unknown holes kept
+  EXPECT_EQ(core::ScreenMessage("{3} {x} {", now, {"a"}), "{3} {x} {");  // unknown holes kept
 }
 
 TEST(EventLogReportTest, PagesCarryTheHeadingAndNeverSplitAnEvent) {

@@ -6,6 +6,7 @@
 
 #include "core/durable_file.h"
 #include "shell/my_static.h"
+#include "shell/port_names.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::shell {
@@ -103,6 +104,16 @@ TEST(MyStaticTest, ProgramFolderComesFromOptionThenEnvironmentThenCurrentDirecto
             WithTrailingSeparator(std::filesystem::current_path().string()));
   std::filesystem::current_path(cwd);
   if (saved != nullptr) setenv("CLOCKCOMM_HOME", saved, 1);
+}
+
+TEST(PortNames, MappedInRegistryElseTheStandardSerialDevice) {
+  test::TempDir dir;
+  std::ofstream(dir.path() / "registry.ini") << "[Ports]\nCOM3=/dev/ttyUSB0\n";
+  InstallInformation install(dir.path());
+  install.Load();
+  EXPECT_EQ(PortDevice(install, 3), "/dev/ttyUSB0");
+  EXPECT_EQ(PortDevice(install, 1), "/dev/ttyS0");
+  EXPECT_EQ(PortDevice(install, 4), "/dev/ttyS3");
 }
 
 }  // namespace

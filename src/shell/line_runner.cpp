@@ -1,0 +1,301 @@
+#include "shell/line_runner.h"
+
+#include <algorithm>
+
+#include "core/errors.h"
+
+namespace clockcomm::shell {
+namespace {
+
+// While hosting with a schedule, the poll list is read again at least this often.
+constexpr std::chrono::seconds kScheduleRecheck{60};
+
+}  // namespace
+
+LineSettings LineSettings::From(const CommSettings& comm, std::string device) {
+  LineSettings s;
+  s.device = std::move(device);
+  s.port_number = comm.comm_port;
+  s.connection_type = comm.connection_type;
+  s.terminal_type = comm.terminal_type;
+  s.response_wait = std::chrono::seconds(std::max(1, comm.response_wait));
+  s.second_pause = std::chrono::seconds(std::max(0, comm.second_pause));
+  s.modem_init = comm.modem_init.empty() ? kDefaultModemInit : comm.modem_init;
+  s.end_time = comm.end_time.empty() ? "NONE" : comm.end_time;
+  return s;
+}
+
+LineRunner::LineRunner(LineSettings settings, const terminal::TerminalFamily& family,
+                       terminal::CallController& controller, LineServices& services)
+    : settings_(std::move(settings)),
+      controller_(controller),
+      services_(services),
+      line_(comm::MakeTerminalLine(
+          settings_.connection_type,
+          {settings_.device, "", settings_.response_wait, settings_.modem_init})),
+      intake_({services.paths.DataDirectory(), services.paths.ProgramDirectory(),
+               services.paths.CompanyRegistryDatabase()},
+              *services.companies, controller, controller.Clock()),
+      data_(*services.companies, controller) {
+  terminal::DriverSettings driver_settings;
+  driver_settings.terminal_type = settings_.terminal_type;
+  driver_settings.modem = settings_.Modem();
+  driver_settings.response_wait = settings_.response_wait;
+  driver_settings.packet_timeout = settings_.packet_timeout;
+  driver_settings.overrides = services.overrides;
+  driver_ = family.make_driver({driver_settings, *line_, controller_, intake_, data_});
+  port_settings_ = driver_->PortSettings();
+  line_->SetSpeed(port_settings_);
+}
+
+LineRunner::~LineRunner() {
+  if (line_->IsOpen()) line_->Close();
+}
+
+// ---------------------------------------------------------------------------------------------
+// The port
+
+bool LineRunner::OpenPort() {
+  controller_.Show("{0} Opening Com Port");
+  try {
+    line_->Open();
+  } catch (const core::Error& e) {
+    controller_.Show("Invalid Com Port");
+    controller_.Show("Select valid Com Port and then restart.");
+    controller_.Event("Invalid Com Port", std::string(e.what()));
+    return false;
+  }
+  const std::string mode =
+      ModeLine(settings_.port_number, settings_.Modem(), settings_.autostarted, settings_.end_time);
+  controller_.Show("{0} {1}", {mode});
+  controller_.Event("Open Comm", mode);
+  return true;
+}
+
+bool LineRunner::OpenLine() {
+  if (!OpenPort()) return false;
+  if (settings_.Modem() && !InitModem()) {
+    End();
+    return false;
+  }
+  return true;
+}
+
+bool LineRunner::InitModem() {
+  using Status = comm::PrepareResult::Status;
+  controller_.Show("{0} Initializing Modem");
+  controller_.Status("Initializing Modem");
+  const comm::PrepareResult result = line_->Prepare();
+  switch (result.status) {
+    case Status::kReady:
+      break;
+    case Status::kNoResponse:
+      controller_.Show("{0} Modem did not respond. Check for correct COM port.");
+      return false;
+    case Status::kBadReply:
+      controller_.Show("{0} Modem response error: {1}", {result.reply});
+      return false;
+    case Status::kCarrierHigh:
+      controller_.Show(
+          " Error - Carrier Detect high after initialization! Check setup string "
+          "(may need '&C1')");
+      return false;
+  }
+  std::string status = "Waiting for next event, press End to Quit.";
+  if (settings_.end_time != "NONE") status += " Auto-end at " + settings_.end_time;
+  controller_.Status(status);
+  return true;
+}
+
+void LineRunner::End() {
+  if (!line_->IsOpen()) return;
+  controller_.Status("Resetting && Closing Port");
+  controller_.Event("Close Comm", "Port = " + std::to_string(settings_.port_number));
+  if (settings_.Modem()) controller_.Show("{0} Disabling Auto-Answer");
+  controller_.Show("{0} Closing Port");
+  line_->Close();
+}
+
+// Between calls a modem is hung up and made ready for the next one.
+void LineRunner::AfterCall(int calls_before) {
+  if (driver_->Calls() == calls_before) return;
+  (driver_->LastCallSucceeded() ? good_calls_ : failed_calls_)++;
+  if (services_.schedule != nullptr && !driver_->LastClockName().empty()) {
+    services_.schedule->UpdateForClock(driver_->LastClockName());
+  }
+  if (settings_.Modem() && line_->IsOpen()) {
+    controller_.Show("{0} Reset Modem - Drop DTR");
+    controller_.Show("{0} Reset Modem - Raise DTR");
+    line_->EndCall();
+  }
+}
+
+// A call that failed before its terminal spoke: the end of a call with nothing in it.
+void LineRunner::FailedCall(std::string_view clock_name) {
+  controller_.BeginCall();
+  controller_.Event("End of call", clock_name);
+  intake_.Finish(false);
+  if (settings_.Modem() && line_->IsOpen()) {
+    controller_.Show("{0} Reset Modem - Drop DTR");
+    controller_.Show("{0} Reset Modem - Raise DTR");
+    line_->EndCall();
+  }
+  ++failed_calls_;
+  controller_.FinishCall(false, 0, {});
+}
+
+// ---------------------------------------------------------------------------------------------
+// Host mode
+
+bool LineRunner::Host(bool once) {
+  controller_.EndCommLoop().Reset();
+  controller_.CallEnded().Reset();
+  if (!OpenLine()) return false;
+  if (!settings_.Modem()) controller_.Status("Waiting for next event, press End to Quit.");
+  const int calls_before = good_calls_ + failed_calls_;
+  while (!controller_.EndCommLoop().Requested()) {
+    bool call_ended = false;
+    try {
+      HostPass(call_ended);
+    } catch (const comm::ConnectionClosedError& e) {
+      // The far end of the port went away; the loop would wait on a line that can never answer.
+      controller_.Show("{0} Port closed by the other end");
+      controller_.Event("Error", e.what());
+      break;
+    } catch (const core::Error& e) {
+      controller_.Event("Error", std::string("CommLoop: ") + e.what());
+    }
+    if (once && good_calls_ + failed_calls_ > calls_before) break;
+  }
+  End();
+  if (controller_.RunFailed()) return false;
+  return !once || (good_calls_ + failed_calls_ > calls_before && driver_->LastCallSucceeded());
+}
+
+// One pass: a scheduled poll that has come due, or the next thing the line delivers.
+void LineRunner::HostPass(bool& call_ended) {
+  auto deadline = comm::kNoDeadline;
+  if (services_.schedule != nullptr) {
+    services_.schedule->Load();  // the poll list may have changed since the last pass
+    if (auto due = services_.schedule->TakeDue()) {
+      Poll(*due);
+      return;
+    }
+    // Wake for the next call time, and at least once a minute to see a changed poll list.
+    int64_t seconds = kScheduleRecheck.count();
+    if (auto next = services_.schedule->NextDue()) {
+      seconds = std::min(seconds, core::SecondsBetween(controller_.Clock().Now(), *next));
+    }
+    deadline = controller_.Clock().Steady() + std::chrono::seconds(std::max<int64_t>(0, seconds));
+  }
+  const comm::LineEvent event =
+      line_->WaitForCall(deadline, comm::WakeSet{&controller_.EndCommLoop()});
+  const int calls_before = driver_->Calls();
+  switch (event.kind) {
+    case comm::LineEvent::Kind::kNothing:
+      return;
+    case comm::LineEvent::Kind::kInput:
+      driver_->Host(terminal::CallStart::kInput, event.data);
+      break;
+    case comm::LineEvent::Kind::kRing:
+      controller_.Show("{0} Ring Detected");
+      controller_.Status("Terminal is ready to send batch.");
+      return;
+    case comm::LineEvent::Kind::kConnected:
+      controller_.Show("{0} CONNECT {0}");
+      controller_.Status("Terminal is Connected at " + event.speed);
+      driver_->Host(terminal::CallStart::kConnected, event.data);
+      if (driver_->Calls() == calls_before) {  // the driver refused the call
+        FailedCall("");
+        call_ended = true;
+        return;
+      }
+      break;
+    case comm::LineEvent::Kind::kFailed:
+      controller_.Show("{0} Incoming Call Failed: {1}", {event.text});
+      controller_.Show("{0} Resetting modem. Pleas wait");
+      controller_.Status("<*> Not Connected <*>");
+      controller_.Event("Inbound Call Failed", event.text);
+      FailedCall("");
+      controller_.Show("{0} Mode reset completed");
+      call_ended = true;
+      return;
+  }
+  call_ended = driver_->Calls() > calls_before;
+  AfterCall(calls_before);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Outbound mode
+
+bool LineRunner::PollLocations(const std::vector<PollRow>& locations) {
+  controller_.EndCommLoop().Reset();
+  if (!line_->IsOpen() && !OpenLine()) return false;
+  bool all_good = true;
+  for (const PollRow& location : locations) {
+    if (controller_.EndCommLoop().Requested()) break;
+    all_good = PollWithRetries(location) && all_good;
+  }
+  End();
+  return all_good && !controller_.RunFailed();
+}
+
+void LineRunner::Poll(const ClockEntry& entry) {
+  PollRow row;
+  row.location_id = entry.LocationId();
+  row.location_name = entry.Name();
+  row.location_phone = entry.Address();
+  row.terminal_id = entry.TerminalId();
+  if (!line_->IsOpen() && !OpenLine()) return;
+  PollWithRetries(row);
+}
+
+// Through a modem a location is tried until three attempts have failed, with the second pause
+// between attempts; a direct line once.
+bool LineRunner::PollWithRetries(const PollRow& location) {
+  const int attempts = settings_.Modem() ? kModemAttempts : 1;
+  for (int attempt = 1; attempt <= attempts; ++attempt) {
+    if (controller_.EndCommLoop().Requested()) return false;
+    if (attempt > 1 && controller_.EndCommLoop().WaitFor(settings_.second_pause)) return false;
+    if (PollLocation(location, attempt)) return true;
+  }
+  if (settings_.Modem() && !controller_.EndCommLoop().Requested()) {
+    controller_.Show("{0} Failed to complete transfer with {0}");
+    controller_.Event("Failed to complete transfer", "Location: " + location.location_name);
+  }
+  return false;
+}
+
+// One attempt at one location: reach it (a modem dials), then the driver's poll.
+bool LineRunner::PollLocation(const PollRow& location, int attempt) {
+  controller_.Status(attempt > 1 ? "Attempt #" + std::to_string(attempt) : "");
+  std::string data;
+  if (settings_.Modem()) {
+    controller_.Status("Dialing next entry...");
+    controller_.Show("{0} Dialing {1} {2}", {location.location_name, location.location_phone});
+    const comm::LineEvent reached =
+        line_->Reach(location.location_phone, comm::WakeSet{&controller_.EndCommLoop()});
+    if (reached.kind != comm::LineEvent::Kind::kConnected) {
+      controller_.Show("{0} Call failed: {1}", {reached.text.empty() ? "no answer" : reached.text});
+      controller_.Show("{0} Resetting modem. Please wait");
+      controller_.Status("<*> Not Connected <*>");
+      controller_.Event("Outbound Call Failed", location.location_name + ": " + reached.text);
+      FailedCall("");
+      controller_.Show("{0} Modem reset completed");
+      return false;
+    }
+    controller_.Show("{0} CONNECT {1}", {reached.speed});
+    controller_.Status("Terminal is Connected at " + reached.speed);
+    data = reached.data;
+  } else {
+    controller_.Status("Polling next entry...");
+    controller_.Show("{0} Polling {1} {2}", {location.location_name, location.location_phone});
+  }
+  const int calls_before = driver_->Calls();
+  const bool ok =
+      driver_->Poll({location.location_name, location.location_phone, location.terminal_id}, data);
+  AfterCall(calls_before);
+  return ok;
+}
+
+}  // namespace clockcomm::shell

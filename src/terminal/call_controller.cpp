@@ -1,0 +1,62 @@
+#include "terminal/call_controller.h"
+
+#include <fmt/format.h>
+
+#include "core/screen_message.h"
+
+namespace clockcomm::terminal {
+
+InputCounters& InputCounters::operator+=(const InputCounters& other) {
+  bad_block_check += other.bad_block_check;
+  bad_length += other.bad_length;
+  timeouts += other.timeouts;
+  unknown_packets += other.unknown_packets;
+  return *this;
+}
+
+std::string InputCounters::ToString() const {
+  return fmt::format("bad block check {}, bad length {}, time-out {}, unknown packet {}",
+                     bad_block_check, bad_length, timeouts, unknown_packets);
+}
+
+void CallController::BeginCall() {
+  call_ended_.Reset();
+  std::lock_guard lock(snapshot_mutex_);
+  snapshot_.in_call = true;
+  snapshot_.clock_name.clear();
+  snapshot_.record_count = 0;
+}
+
+void CallController::SetInCall(std::string_view clock_name, int record_count) {
+  std::lock_guard lock(snapshot_mutex_);
+  snapshot_.clock_name = std::string(clock_name);
+  snapshot_.record_count = record_count;
+}
+
+void CallController::FinishCall(bool succeeded, int punches, const InputCounters& bad_input) {
+  std::lock_guard lock(snapshot_mutex_);
+  snapshot_.in_call = false;
+  ++snapshot_.calls;
+  snapshot_.bad_input += bad_input;
+  if (succeeded) {
+    ++snapshot_.good_calls;
+    snapshot_.punches += punches;
+  }
+}
+
+CallSnapshot CallController::Snapshot() const {
+  std::lock_guard lock(snapshot_mutex_);
+  return snapshot_;
+}
+
+void CallController::Show(std::string_view format,
+                          std::initializer_list<std::string_view> details) {
+  Screen(core::ScreenMessage(format, clock_.Now(), details));
+}
+
+void CallController::Screen(std::string_view line) {
+  screen_.Line(line);
+  log_.Screen(line);
+}
+
+}  // namespace clockcomm::terminal
