@@ -24,7 +24,7 @@ enum class TerminalType : int {
 
 // The names shown on the setup screen, indexed by number - 1.
 inline constexpr std::array<std::string_view, 11> kTerminalTypeNames = {
-    "ZON / Tranz", "Fingerprint",     "Proximity",   "Mobility",    "HandPunch",  "D-Series",
+    "ZON / Tranz",  "Fingerprint",     "Proximity",   "Mobility",    "HandPunch",  "D-Series",
     "ATS E-Series", "ATS CyberSeries", "ATS Prodigy", "ATS Maximus", "ATS Optimus"};
 
 inline constexpr std::string_view TerminalTypeName(TerminalType type) {
@@ -34,6 +34,11 @@ inline constexpr std::string_view TerminalTypeName(TerminalType type) {
 inline constexpr std::optional<TerminalType> TerminalTypeFromNumber(int number) {
   if (number < 1 || number > static_cast<int>(kTerminalTypeNames.size())) return std::nullopt;
   return static_cast<TerminalType>(number);
+}
+
+// Whether a loop serves the type today: only the Zon/Tranz call loop exists so far.
+inline constexpr bool TerminalTypeServed(TerminalType type) {
+  return type == TerminalType::kZonTranz;
 }
 
 }  // namespace clockcomm::terminal

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "core/durable_file.h"
+#include "shell/served_lines.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::shell {
@@ -165,6 +166,45 @@ TEST(CommSettingsTest, MalformedFileIsReportedWithFileAndField) {
     } catch (const core::FormatException& e) {
       EXPECT_NE(std::string(e.what()).find("clockcomm.dta"), std::string::npos) << e.what();
       EXPECT_NE(std::string(e.what()).find(c.expected), std::string::npos) << e.what();
+    }
+  }
+}
+
+// A stored terminal type number is that type, whichever build wrote the file (files of the
+// builds that numbered by list position read 4 as Mobility and 5 as HandPunch too), and only
+// Zon/Tranz terminals on a serial line or a modem have a loop.
+TEST(CommSettingsTest, StoredTerminalTypeIsItsNumberAndOnlyZonTranzIsServed) {
+  struct Case {
+    const char* type_field;
+    comm::ConnectionType connection;
+    const char* refusal;  // part of the reason; "" when served
+  };
+  const Case cases[] = {
+      {"1", comm::ConnectionType::kSerial, ""},
+      {"1", comm::ConnectionType::kModem, ""},
+      {"1", comm::ConnectionType::kLan, "Connection type 3 (LAN) is not served"},
+      {"2", comm::ConnectionType::kSerial, "Terminal type 2 (Fingerprint) is not served yet"},
+      {"4", comm::ConnectionType::kSerial, "Terminal type 4 (Mobility) is not served yet"},
+      {"5", comm::ConnectionType::kModem, "Terminal type 5 (HandPunch) is not served yet"},
+      {"11", comm::ConnectionType::kSerial, "Terminal type 11 (ATS Optimus) is not served yet"},
+      // The terminal type is named first: changing the connection alone would not help.
+      {"7", comm::ConnectionType::kLan, "Terminal type 7 (ATS E-Series) is not served yet"},
+  };
+  for (const Case& c : cases) {
+    const std::string line = "1," + std::to_string(static_cast<int>(c.connection)) +
+                             ",1,\"NONE\",\"NONE\",\"\",\"NONE\",3,1,\"/srv/\",1," + c.type_field +
+                             ",0,#FALSE#\r\n";
+    const CommSettings s = ParseCommSettings(line, "clockcomm.dta");
+    EXPECT_EQ(static_cast<int>(s.terminal_type), std::stoi(c.type_field));
+    EXPECT_EQ(SettingText(s, "terminal_type"), c.type_field);
+    const auto reason = UnservedLine(s);
+    if (*c.refusal == '\0') {
+      EXPECT_FALSE(reason) << *reason;
+      EXPECT_NO_THROW(RequireServedLine(s));
+    } else {
+      ASSERT_TRUE(reason) << c.type_field;
+      EXPECT_EQ(reason->rfind(c.refusal, 0), 0u) << *reason;
+      EXPECT_THROW(RequireServedLine(s), core::InvalidOperationException);
     }
   }
 }
