@@ -12,20 +12,22 @@
 #include "core/date_time.h"
 #include "core/durable_file.h"
 #include "core/errors.h"
+#include "core/log_sink.h"
 #include "core/text.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "shell/comm_settings.h"
 #include "shell/event_log.h"
 #include "shell/event_log_report.h"
 #include "shell/install_information.h"
 #include "shell/my_static.h"
+#include "shell/port_map.h"
 #include "shell/program_folder.h"
+#include "shell/served_lines.h"
 
 namespace clockcomm::app {
 namespace fs = std::filesystem;
 namespace {
-
 
 // ---- init ----
 
@@ -45,10 +47,28 @@ void RunInit(const GlobalOptions& options, bool force) {
 
 // ---- settings ----
 
+// What `settings show` says after a setting's value, or nothing.
+std::string SettingNote(const shell::CommSettings& settings, std::string_view key) {
+  if (key == "export_format" || key == "auto_shutdown") {
+    return "kept for the time-card application only";
+  }
+  if (key == "terminal_type") {
+    const std::string name(terminal::TerminalTypeName(settings.terminal_type));
+    return terminal::TerminalTypeServed(settings.terminal_type) ? name : name + ", not served yet";
+  }
+  return {};
+}
+
 void RunSettingsShow(const GlobalOptions& options) {
   const auto config = shell::MyStatic::Load(shell::ResolveProgramFolder(options.home));
+  // Only shown here: looking at the settings is not an event worth a row of the event log.
+  core::NullLogSink no_log;
+  shell::ReportConfigurationWarnings(config->Warnings(), no_log, std::cerr);
+
   for (const char* key : shell::kSettingKeys) {
-    std::cout << key << "=" << shell::SettingText(config->Comm(), key) << "\n";
+    std::cout << key << "=" << shell::SettingText(config->Comm(), key);
+    const std::string note = SettingNote(config->Comm(), key);
+    std::cout << (note.empty() ? "" : "  # " + note) << "\n";
   }
   const shell::InstallInformation& install = config->InstallInformation();
   const shell::MyPaths paths = config->Paths();
@@ -57,6 +77,18 @@ void RunSettingsShow(const GlobalOptions& options) {
             << "DataDir=" << paths.DataDirectory().string() << "\n"
             << "\n"
             << shell::DescribeCommSettings(config->Comm()) << "\n";
+
+  std::cout << "\n[Ports]\n";
+  for (const shell::PortMapping& port : shell::PortMappings(install, config->Comm().comm_port)) {
+    std::cout << "COM" << port.com_port << "=" << port.device;
+    if (!port.mapped) std::cout << "  # default";
+    std::cout << "\n";
+  }
+  std::cout << "\n[" << paths.SettingsOverrideFile().string() << "]\n";
+  for (const records::OverrideSetting& setting : config->Overrides().Effective()) {
+    std::cout << setting.key << "=" << setting.value << (setting.is_default ? "  # default" : "")
+              << "\n";
+  }
 }
 
 void RunSettingsSet(const GlobalOptions& options, const std::vector<std::string>& assignments) {
@@ -78,6 +110,9 @@ void RunSettingsSet(const GlobalOptions& options, const std::vector<std::string>
     Fail(e.what());
   }
   std::cout << shell::DescribeCommSettings(settings) << "\n";
+  // Saved all the same: the setup may come before the line's loop does.
+  if (auto reason = shell::UnservedLine(settings))
+    std::cerr << "clockcomm: warning: " << *reason << "\n";
 }
 
 // ---- log ----
