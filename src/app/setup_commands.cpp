@@ -33,10 +33,16 @@ namespace {
 
 void RunInit(const GlobalOptions& options, bool force) {
   const fs::path home = shell::ResolveProgramFolder(options.home);
+  // A forced init rewrites registry.ini from what it could read: say which lines that leaves out.
+  shell::InstallInformation before(home);
+  if (force) before.Load();
   try {
     shell::InitializeProgramFolder(home, force);
   } catch (const core::InvalidOperationException& e) {
     Fail(std::string("clockcomm init: ") + e.what());
+  }
+  for (const std::string& warning : before.Warnings()) {
+    std::cerr << "clockcomm: warning: " << warning << "; init --force did not keep it\n";
   }
   const shell::MyPaths paths = shell::MyStatic::Load(home)->Paths();
   std::cout << "Initialised program folder " << home.string() << "\n"

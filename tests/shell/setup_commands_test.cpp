@@ -35,7 +35,13 @@ TEST(SetupCommandsTest, InitThenShowThenSetWithValidation) {
   r = RunClockcomm(tmp, "init");
   EXPECT_NE(r.exit_code, 0);
   EXPECT_NE(r.err.find("--force"), std::string::npos) << r.err;
-  EXPECT_EQ(RunClockcomm(tmp, "init --force").exit_code, 0);
+  { std::ofstream(home / "registry.ini", std::ios::app) << "[Ports]\nCOM1 /dev/ttyUSB0\n"; }
+  r = RunClockcomm(tmp, "init --force");
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_NE(r.err.find("\"COM1 /dev/ttyUSB0\" is neither [section] nor name=value; the line is "
+                       "ignored; init --force did not keep it\n"),
+            std::string::npos)
+      << r.err;
 
   r = RunClockcomm(tmp, "settings show");
   ASSERT_EQ(r.exit_code, 0) << r.err;
