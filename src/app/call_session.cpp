@@ -3,7 +3,7 @@
 #include "app/families.h"
 #include "core/errors.h"
 #include "db/schema.h"
-#include "shell/port_names.h"
+#include "shell/port_map.h"
 
 namespace clockcomm::app {
 
@@ -24,8 +24,7 @@ CallSession::CallSession(const std::filesystem::path& home, std::ostream& out, c
       screen_(out),
       controller_(clock, logs_, screen_),
       companies_(logs_, config_->Paths().DataDirectory()),
-      services_{config_->Paths(), records::ParameterOverride(config_->Paths().ProgramDirectory()),
-                &companies_, nullptr} {
+      services_{config_->Paths(), config_->Overrides(), &companies_, nullptr} {
   companies_.Initialize(Paths().CompanyRegistryDatabase());
 }
 
@@ -46,10 +45,11 @@ shell::LineSettings CallSession::LoopSettings(const std::string& port_option) co
 }
 
 std::unique_ptr<shell::LineRunner> CallSession::MakeRunner(shell::LineSettings settings) {
-  const auto* family = terminal::FindFamily(Families(), settings.terminal_type);
-  if (family == nullptr) {
-    throw core::InvalidOperationException(terminal::UnservedTypeMessage(settings.terminal_type));
+  if (auto reason = UnservedLine(settings.terminal_type, settings.connection_type)) {
+    throw core::InvalidOperationException(*reason);
   }
+  shell::ReportConfigurationWarnings(config_->Warnings(), logs_, std::cerr);
+  const auto* family = terminal::FindFamily(Families(), settings.terminal_type);
   return std::make_unique<shell::LineRunner>(std::move(settings), *family, controller_, services_);
 }
 

@@ -11,4 +11,17 @@ std::span<const terminal::TerminalFamily> Families() {
   return kFamilies;
 }
 
+std::optional<std::string> UnservedLine(terminal::TerminalType terminal_type,
+                                        comm::ConnectionType connection_type) {
+  if (terminal::FindFamily(Families(), terminal_type) == nullptr) {
+    return terminal::UnservedTypeMessage(terminal_type);
+  }
+  if (connection_type == comm::ConnectionType::kLan) {
+    return std::string(
+        "Connection type 3 (LAN) is not served by this loop yet; set connection_type to 1 "
+        "(Modem) or 2 (Serial).");
+  }
+  return std::nullopt;
+}
+
 }  // namespace clockcomm::app

@@ -13,8 +13,8 @@
 #include "core/date_time.h"
 #include "core/errors.h"
 #include "core/text.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "records/clock_file_transfer.h"
 #include "records/company_factory.h"
 #include "records/company_registration.h"
@@ -25,7 +25,6 @@
 namespace clockcomm::app {
 namespace fs = std::filesystem;
 namespace {
-
 
 // The loaded configuration and the things every command here needs from it.
 struct Context {
@@ -138,7 +137,7 @@ struct EmployeeOptions {
 };
 
 std::unique_ptr<db::Database> OpenCompanyDatabase(const Context& ctx,
-                                                    const std::string& company_name) {
+                                                  const std::string& company_name) {
   core::NullLogSink quiet;
   records::CompanyFactory factory = LoadFactory(ctx.paths, quiet);
   const records::Company company = factory.GetCompany(company_name);
@@ -253,6 +252,8 @@ void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) 
   Context ctx(options);
   core::SystemClock clock;
   shell::Logs logs(ctx.paths, clock);
+  // The transfer applies SettingsOverride.txt: a refused line there can switch assignment off.
+  shell::ReportConfigurationWarnings(ctx.config->Warnings(), logs, std::cerr);
   records::CompanyFactory factory = LoadFactory(ctx.paths, logs);
   const auto company = factory.GetCompanyByClockName(o.clock);
   if (!company) {

@@ -9,32 +9,40 @@
 
 #include "app/command_support.h"
 #include "app/commands.h"
+#include "app/families.h"
 #include "core/date_time.h"
 #include "core/durable_file.h"
 #include "core/errors.h"
+#include "core/log_sink.h"
 #include "core/text.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "shell/comm_settings.h"
 #include "shell/event_log.h"
 #include "shell/event_log_report.h"
 #include "shell/install_information.h"
 #include "shell/my_static.h"
+#include "shell/port_map.h"
 #include "shell/program_folder.h"
 
 namespace clockcomm::app {
 namespace fs = std::filesystem;
 namespace {
 
-
 // ---- init ----
 
 void RunInit(const GlobalOptions& options, bool force) {
   const fs::path home = shell::ResolveProgramFolder(options.home);
+  // A forced init rewrites registry.ini from what it could read: say which lines that leaves out.
+  shell::InstallInformation before(home);
+  if (force) before.Load();
   try {
     shell::InitializeProgramFolder(home, force);
   } catch (const core::InvalidOperationException& e) {
     Fail(std::string("clockcomm init: ") + e.what());
+  }
+  for (const std::string& warning : before.Warnings()) {
+    std::cerr << "clockcomm: warning: " << warning << "; init --force did not keep it\n";
   }
   const shell::MyPaths paths = shell::MyStatic::Load(home)->Paths();
   std::cout << "Initialised program folder " << home.string() << "\n"
@@ -45,10 +53,29 @@ void RunInit(const GlobalOptions& options, bool force) {
 
 // ---- settings ----
 
+// What `settings show` says after a setting's value, or nothing.
+std::string SettingNote(const shell::CommSettings& settings, std::string_view key) {
+  if (key == "export_format" || key == "auto_shutdown") {
+    return "kept for the time-card application only";
+  }
+  if (key == "terminal_type") {
+    const std::string name(terminal::TerminalTypeName(settings.terminal_type));
+    const bool served = terminal::FindFamily(Families(), settings.terminal_type) != nullptr;
+    return served ? name : name + ", not served yet";
+  }
+  return {};
+}
+
 void RunSettingsShow(const GlobalOptions& options) {
   const auto config = shell::MyStatic::Load(shell::ResolveProgramFolder(options.home));
+  // Only shown here: looking at the settings is not an event worth a row of the event log.
+  core::NullLogSink no_log;
+  shell::ReportConfigurationWarnings(config->Warnings(), no_log, std::cerr);
+
   for (const char* key : shell::kSettingKeys) {
-    std::cout << key << "=" << shell::SettingText(config->Comm(), key) << "\n";
+    std::cout << key << "=" << shell::SettingText(config->Comm(), key);
+    const std::string note = SettingNote(config->Comm(), key);
+    std::cout << (note.empty() ? "" : "  # " + note) << "\n";
   }
   const shell::InstallInformation& install = config->InstallInformation();
   const shell::MyPaths paths = config->Paths();
@@ -57,6 +84,18 @@ void RunSettingsShow(const GlobalOptions& options) {
             << "DataDir=" << paths.DataDirectory().string() << "\n"
             << "\n"
             << shell::DescribeCommSettings(config->Comm()) << "\n";
+
+  std::cout << "\n[Ports]\n";
+  for (const shell::PortMapping& port : shell::PortMappings(install, config->Comm().comm_port)) {
+    std::cout << "COM" << port.com_port << "=" << port.device;
+    if (!port.mapped) std::cout << "  # default";
+    std::cout << "\n";
+  }
+  std::cout << "\n[" << paths.SettingsOverrideFile().string() << "]\n";
+  for (const records::OverrideSetting& setting : config->Overrides().Effective()) {
+    std::cout << setting.key << "=" << setting.value << (setting.is_default ? "  # default" : "")
+              << "\n";
+  }
 }
 
 void RunSettingsSet(const GlobalOptions& options, const std::vector<std::string>& assignments) {
@@ -78,6 +117,9 @@ void RunSettingsSet(const GlobalOptions& options, const std::vector<std::string>
     Fail(e.what());
   }
   std::cout << shell::DescribeCommSettings(settings) << "\n";
+  // Saved all the same: the setup may come before the line's loop does.
+  if (auto reason = UnservedLine(settings.terminal_type, settings.connection_type))
+    std::cerr << "clockcomm: warning: " << *reason << "\n";
 }
 
 // ---- log ----

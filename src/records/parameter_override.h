@@ -5,10 +5,22 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace clockcomm::records {
 
 inline constexpr const char* kSettingsOverrideFile = "SettingsOverride.txt";
+
+// One setting as it is in effect: the key as the file's readers know it, the value as text, and
+// whether that value is the default (the key is absent, or its value was refused).
+struct OverrideSetting {
+  std::string key;
+  std::string value;
+  bool is_default = true;
+
+  friend bool operator==(const OverrideSetting&, const OverrideSetting&) = default;
+};
 
 class ParameterOverride {
  public:
@@ -20,8 +32,8 @@ class ParameterOverride {
   // Reads the file now (replacing what was read before). Throws core::SystemError when the
   // file exists but cannot be read.
   void Load(const std::filesystem::path& file);
-  // Sets settings from text in the file's format.
-  void LoadText(std::string_view text);
+  // Sets settings from text in the file's format; source names the text in the warnings.
+  void LoadText(std::string_view text, std::string_view source = kSettingsOverrideFile);
 
   int SerialPortRate() const;
   int HostCycleInterval() const;  // milliseconds
@@ -37,9 +49,16 @@ class ParameterOverride {
   // The stored text for a key (any case), or the default.
   std::string GetValue(std::string_view key, std::string_view default_value) const;
 
+  // One text per line that was ignored, or whose value was refused or changed, as
+  // "<file> line <n>: <what>, <what is used instead>". The reading itself never fails on them:
+  // the setting keeps its default (or the nearest bound), as it always has.
+  const std::vector<std::string>& Warnings() const { return warnings_; }
+  // Every setting of the file, in the order of the properties above, with the value in effect.
+  std::vector<OverrideSetting> Effective() const;
+
  private:
-  bool GetBool(std::string_view key, bool default_value) const;
   std::map<std::string, std::string> values_;
+  std::vector<std::string> warnings_;
 };
 
 }  // namespace clockcomm::records

@@ -12,8 +12,6 @@ namespace clockcomm::shell {
 namespace fs = std::filesystem;
 namespace {
 
-constexpr int kMaxCommPort = 256;
-
 [[noreturn]] void Refuse(std::string_view key, std::string_view value, std::string_view expected) {
   throw core::ArgumentException(
       fmt::format("Invalid value \"{}\" for {}: expected {}", value, key, expected),

@@ -17,6 +17,7 @@ namespace clockcomm::shell {
 inline constexpr const char* kDefaultModemInit = "ATE1Q0V1X4S0=1";
 inline constexpr const char* kParameterFile = "clockcomm.dta";
 inline constexpr const char* kNoTime = "NONE";
+inline constexpr int kMaxCommPort = 256;
 inline constexpr const char* kTerminalCountMessage =
     "Please enter a value between 1 and 96 for Terminal Count";
 
@@ -26,7 +27,7 @@ inline constexpr std::array<const char*, 6> kExportFormats = {
     "Lorvanette 2000", "ASCII BR/PD Format", "NONE"};
 
 struct CommSettings {
-  int comm_port = 1;                 // 1-based
+  int comm_port = 1;  // 1-based
   comm::ConnectionType connection_type = comm::ConnectionType::kSerial;
   int auto_start_mode = 1;           // 1 none
   std::string begin_time = kNoTime;  // "HH:nn", or "NONE"
@@ -49,7 +50,6 @@ inline constexpr std::array<const char*, 14> kSettingKeys = {
     "comm_port",      "connection_type", "auto_start_mode", "begin_time",   "end_time",
     "modem_init",     "export_format",   "response_wait",   "second_pause", "program_folder",
     "terminal_count", "terminal_type",   "lan_delay_ms",    "auto_shutdown"};
-
 
 // Sets one setting from text. Throws ArgumentException naming the key for an unknown key or a
 // value that is not acceptable ("Please enter a value between 1 and 96 for Terminal Count" for

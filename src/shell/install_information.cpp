@@ -1,5 +1,7 @@
 #include "shell/install_information.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <fstream>
@@ -52,27 +54,61 @@ std::string InstallInformation::Value(const std::string& section, const std::str
   auto s = sections_.find(section);
   if (s == sections_.end()) return {};
   auto v = s->second.find(name);
-  return v == s->second.end() ? std::string() : v->second;
+  return v == s->second.end() ? std::string() : v->second.value;
+}
+
+std::vector<InstallInformation::Entry> InstallInformation::Values(
+    const std::string& section) const {
+  std::vector<Entry> entries;
+  auto s = sections_.find(section);
+  if (s == sections_.end()) return entries;
+  for (const auto& [name, stored] : s->second) entries.push_back({name, stored.value, stored.line});
+  return entries;
 }
 
 void InstallInformation::Load() {
   sections_.clear();
+  warnings_.clear();
   const fs::path file = RegistryFile();
   std::error_code ec;
   if (fs::exists(file, ec)) {
     std::istringstream in(core::ReadWholeFile(file));
     std::string line;
+    std::string section_name;
     Section* current = nullptr;
+    int number = 0;
+    auto warn = [&](const std::string& what) {
+      warnings_.push_back(fmt::format("{} line {}: {}", file.string(), number, what));
+    };
     while (std::getline(in, line)) {
+      ++number;
+      if (!line.empty() && line.back() == '\r') line.pop_back();  // written on Windows
       std::string_view text = core::TrimView(line);
       if (text.empty() || text.front() == ';' || text.front() == '#') continue;
       if (text.front() == '[' && text.back() == ']') {
-        current = &sections_[std::string(core::TrimView(text.substr(1, text.size() - 2)))];
+        section_name = core::Trim(text.substr(1, text.size() - 2));
+        current = &sections_[section_name];
         continue;
       }
-      size_t eq = text.find('=');
-      if (current == nullptr || eq == std::string_view::npos) continue;  // not a value line
-      (*current)[core::Trim(text.substr(0, eq))] = core::Trim(text.substr(eq + 1));
+      const size_t eq = text.find('=');
+      if (eq == std::string_view::npos) {
+        warn(fmt::format("\"{}\" is neither [section] nor name=value; the line is ignored", text));
+        continue;
+      }
+      if (current == nullptr) {
+        warn(fmt::format("\"{}\" comes before any [section]; the line is ignored", text));
+        continue;
+      }
+      std::string name = core::Trim(text.substr(0, eq));
+      if (name.empty()) {
+        warn(fmt::format("\"{}\" has no value name; the line is ignored", text));
+        continue;
+      }
+      if (auto earlier = current->find(name); earlier != current->end()) {
+        warn(fmt::format("{} is set again in [{}]; line {} no longer counts", name, section_name,
+                         earlier->second.line));
+      }
+      (*current)[name] = Stored{core::Trim(text.substr(eq + 1)), number};
     }
   }
   current_version_ = Value(kProductKey, "CurrentVersion");
@@ -84,15 +120,15 @@ void InstallInformation::Load() {
 
 void InstallInformation::Save() const {
   auto sections = sections_;
-  sections[kProductKey]["CurrentVersion"] = current_version_;
+  sections[kProductKey]["CurrentVersion"].value = current_version_;
   Section& install = sections[InstallDataKey(current_version_)];
-  install["ProgramDir"] = program_directory_;
-  install["DataDir"] = data_directory_;
+  install["ProgramDir"].value = program_directory_;
+  install["DataDir"].value = data_directory_;
   std::string out;
   for (const auto& [name, values] : sections) {
     if (!out.empty()) out += "\n";
     out += "[" + name + "]\n";
-    for (const auto& [key, value] : values) out += key + "=" + value + "\n";
+    for (const auto& [key, stored] : values) out += key + "=" + stored.value + "\n";
   }
   core::WriteFileAtomically(RegistryFile(), out);
 }

@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace clockcomm::shell {
 
@@ -21,7 +22,8 @@ class InstallInformation {
 
   // Reads CurrentVersion, then ProgramDir and DataDir from that version's "Install Data" key.
   // A missing file or value gives version "3.0" and empty directories. Throws SystemError when
-  // the file exists but cannot be read.
+  // the file exists but cannot be read. A line that is not a comment, [section] or name=value
+  // inside a section is left out, with a warning.
   void Load();
   // Writes them back (creating registry.ini when needed), keeping every other section and value.
   void Save() const;
@@ -38,6 +40,16 @@ class InstallInformation {
   // Any value of registry.ini, e.g. ("Ports", "COM3") for a port's device path; empty when
   // absent. Section and value names match without regard to case, as registry names do.
   std::string Value(const std::string& section, const std::string& name) const;
+  // One value of a section as Load found it; line is 0 for a value set since.
+  struct Entry {
+    std::string name;
+    std::string value;
+    int line = 0;
+  };
+  // The values of a section in name order (empty when there is no such section).
+  std::vector<Entry> Values(const std::string& section) const;
+  // One text per line Load left out or overrode, as "<file> line <n>: <what>".
+  const std::vector<std::string>& Warnings() const { return warnings_; }
   // "SOFTWARE\Brenmor Time Systems\Clockwyn\<version>\Install Data"
   static std::string InstallDataKey(std::string_view version);
 
@@ -45,13 +57,18 @@ class InstallInformation {
   struct LessIgnoreCase {
     bool operator()(const std::string& a, const std::string& b) const;
   };
-  using Section = std::map<std::string, std::string, LessIgnoreCase>;
+  struct Stored {
+    std::string value;
+    int line = 0;
+  };
+  using Section = std::map<std::string, Stored, LessIgnoreCase>;
 
   std::string working_directory_;
   std::string program_directory_;
   std::string data_directory_;
   std::string current_version_ = kDefaultVersion;
   std::map<std::string, Section, LessIgnoreCase> sections_;
+  std::vector<std::string> warnings_;
 };
 
 // Appends the separator when the text does not already end with one (and is not empty).

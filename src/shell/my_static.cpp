@@ -2,8 +2,10 @@
 
 #include <cstdlib>
 
+#include "core/errors.h"
 #include "db/schema.h"
 #include "records/parameter_override.h"
+#include "shell/port_map.h"
 
 namespace clockcomm::shell {
 namespace fs = std::filesystem;
@@ -56,11 +58,34 @@ std::unique_ptr<MyStatic> MyStatic::Load(const fs::path& program_folder) {
   shell::InstallInformation install(program_folder);
   install.Load();
   CommSettings settings = ReadCommSettings(install.WorkingDirectory());
-  return std::make_unique<MyStatic>(std::move(install), std::move(settings));
+  auto config = std::make_unique<MyStatic>(std::move(install), std::move(settings));
+  const fs::path override_file = config->Paths().SettingsOverrideFile();
+  try {
+    config->overrides_.Load(override_file);
+  } catch (const core::SystemError& e) {
+    // The loops read the file again and fail there; here it is reported and the defaults shown.
+    config->warnings_.push_back(override_file.string() + " cannot be read (" + e.what() +
+                                "); every override is shown at its default");
+  }
+  const auto& more = config->overrides_.Warnings();
+  config->warnings_.insert(config->warnings_.end(), more.begin(), more.end());
+  return config;
 }
 
 MyStatic::MyStatic(shell::InstallInformation install, CommSettings settings)
-    : install_(std::move(install)), settings_(std::move(settings)) {}
+    : install_(std::move(install)), settings_(std::move(settings)) {
+  warnings_ = install_.Warnings();
+  for (std::string& warning : PortWarnings(install_)) warnings_.push_back(std::move(warning));
+}
+
+void ReportConfigurationWarnings(const std::vector<std::string>& warnings, core::LogSink& log,
+                                 std::ostream& err) {
+  for (const std::string& warning : warnings) {
+    log.Event(kConfigurationWarningEvent, warning);
+    log.Debug("", warning);
+    err << "clockcomm: warning: " << warning << "\n";
+  }
+}
 
 MyPaths MyStatic::Paths() const {
   // Missing registry values fall back to the folder we were started in and its "data/".

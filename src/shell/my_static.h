@@ -5,8 +5,12 @@
 
 #include <filesystem>
 #include <memory>
+#include <ostream>
 #include <string>
+#include <vector>
 
+#include "core/log_sink.h"
+#include "records/parameter_override.h"
 #include "shell/comm_settings.h"
 #include "shell/install_information.h"
 
@@ -53,21 +57,39 @@ class MySettings {
   const CommSettings& settings_;
 };
 
-// The one loaded configuration: installation information, communications settings and paths.
+// The one loaded configuration: installation information, communications settings, the site's
+// overrides and paths.
 class MyStatic {
  public:
-  // Reads registry.ini and clockcomm.dta of the program folder (defaults where missing).
+  // Reads registry.ini, clockcomm.dta and SettingsOverride.txt of the program folder (defaults
+  // where missing). Lines of registry.ini and SettingsOverride.txt that cannot be used become
+  // warnings, as does an override file that cannot be read; clockcomm.dta must be whole.
   static std::unique_ptr<MyStatic> Load(const std::filesystem::path& program_folder);
+  // The overrides stay at their defaults.
   MyStatic(shell::InstallInformation install, CommSettings settings);
 
   const shell::InstallInformation& InstallInformation() const { return install_; }
   const CommSettings& Comm() const { return settings_; }
   MySettings Settings() const { return MySettings(settings_); }
   MyPaths Paths() const;
+  // SettingsOverride.txt as it was when the configuration was loaded.
+  const records::ParameterOverride& Overrides() const { return overrides_; }
+  // Every line of the configuration files that was left out or whose value was refused, each
+  // naming its file and line: registry.ini, its [Ports], then SettingsOverride.txt.
+  const std::vector<std::string>& Warnings() const { return warnings_; }
 
  private:
   shell::InstallInformation install_;
   CommSettings settings_;
+  records::ParameterOverride overrides_;
+  std::vector<std::string> warnings_;
 };
+
+inline constexpr const char* kConfigurationWarningEvent = "Configuration warning";
+
+// Writes each warning to the event log (as a "Configuration warning" event), to the general debug
+// log, and to err as "clockcomm: warning: <text>".
+void ReportConfigurationWarnings(const std::vector<std::string>& warnings, core::LogSink& log,
+                                 std::ostream& err);
 
 }  // namespace clockcomm::shell

@@ -24,7 +24,7 @@ enum class TerminalType : int {
 
 // The names shown on the setup screen, indexed by number - 1.
 inline constexpr std::array<std::string_view, 11> kTerminalTypeNames = {
-    "ZON / Tranz", "Fingerprint",     "Proximity",   "Mobility",    "HandPunch",  "D-Series",
+    "ZON / Tranz",  "Fingerprint",     "Proximity",   "Mobility",    "HandPunch",  "D-Series",
     "ATS E-Series", "ATS CyberSeries", "ATS Prodigy", "ATS Maximus", "ATS Optimus"};
 
 inline constexpr std::string_view TerminalTypeName(TerminalType type) {

@@ -66,7 +66,20 @@ TEST_F(CallCommandsTest, RefusalsNameWhatIsMissing) {
   EXPECT_NE(r.exit_code, 0);
   EXPECT_NE(r.err.find("auto_start_mode is 1"), std::string::npos) << r.err;
 
-  ASSERT_EQ(Run("settings set connection_type=LAN").exit_code, 0);
+  // A terminal type without a loop of its own would keep its punches and send them again on
+  // every call: host, poll and auto refuse it, and settings set warns.
+  for (const char* type : {"2", "5", "7", "11"}) {
+    r = Run(std::string("settings set terminal_type=") + type);
+    ASSERT_EQ(r.exit_code, 0);
+    EXPECT_NE(r.err.find("is not served yet"), std::string::npos) << r.err;
+    for (const char* command : {"host --once", "poll", "auto"}) {
+      r = Run(command);
+      EXPECT_NE(r.exit_code, 0) << command;
+      EXPECT_NE(r.err.find(std::string("Terminal type ") + type), std::string::npos)
+          << command << ": " << r.err;
+    }
+  }
+  ASSERT_EQ(Run("settings set terminal_type=1 connection_type=LAN").exit_code, 0);
   r = Run("host --once");
   EXPECT_NE(r.exit_code, 0);
   EXPECT_NE(r.err.find("LAN"), std::string::npos) << r.err;

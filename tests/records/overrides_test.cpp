@@ -3,6 +3,7 @@
 #include "core/durable_file.h"
 #include "core/errors.h"
 #include "core/log_sink.h"
+#include "core/text.h"
 #include "db/open.h"
 #include "db/schema.h"
 #include "records/department_job_assigner.h"
@@ -79,8 +80,103 @@ TEST(ParameterOverrideTest, BooleansAndFileSyntax) {
 TEST(ParameterOverrideTest, ReadsTheProgramFolderFile) {
   test::TempDir dir;
   EXPECT_FALSE(ParameterOverride(dir.path()).AssignHomeDept()) << "no file: defaults";
-  core::WriteFileAtomically(dir.path() / "SettingsOverride.txt", "assignhomedept = yes\n");
-  EXPECT_TRUE(ParameterOverride(dir.path()).AssignHomeDept());
+  const auto file = dir.path() / "SettingsOverride.txt";
+  core::WriteFileAtomically(file, "assignhomedept = yes\neotquantity = many\n");
+  ParameterOverride p(dir.path());
+  EXPECT_TRUE(p.AssignHomeDept());
+  ASSERT_EQ(p.Warnings().size(), 1u);
+  EXPECT_EQ(p.Warnings()[0].rfind(file.string() + " line 2: eotquantity = \"many\"", 0), 0u)
+      << p.Warnings()[0];
+  core::WriteFileAtomically(file, "assignhomedept = yes\n");
+  p.Load(file);
+  EXPECT_TRUE(p.Warnings().empty()) << "a new reading forgets the old warnings";
+}
+
+// The value each property answers, as Effective() writes it.
+std::string PropertyText(const ParameterOverride& p, const std::string& key) {
+  auto yes_no = [](bool b) { return std::string(b ? "yes" : "no"); };
+  if (key == "serialportrate") return std::to_string(p.SerialPortRate());
+  if (key == "HostCycleInterval") return std::to_string(p.HostCycleInterval());
+  if (key == "eotquantity") return std::to_string(p.EOTQuantity());
+  if (key == "eotinterval") return core::NumberText(p.EOTInterval());
+  if (key == "assignhomedept") return yes_no(p.AssignHomeDept());
+  if (key == "assigndefaultjob") return yes_no(p.AssignDefaultJob());
+  if (key == "duplicatetcdfile") return p.DuplicateTCD();
+  if (key == "atsupdate") return yes_no(p.ATSUpdate());
+  return "unknown key " + key;
+}
+
+TEST(ParameterOverrideTest, EachLineItCannotUseIsWarnedWithItsLineAndTheDefaultsStay) {
+  struct Case {
+    const char* line;
+    const char* warning;  // what the one warning says after "site.txt line 2: "; "" for none
+    const char* key;      // the setting then in effect
+    const char* value;
+    bool is_default;
+  };
+  const Case cases[] = {
+      {"AssignHomeDept = Yes", "", "assignhomedept", "yes", false},
+      {"assignhomedept = yse", "assignhomedept = \"yse\" is not yes/no, on/off, true/false or 1/0",
+       "assignhomedept", "no", true},
+      {"assignhomedept =", "assignhomedept = \"\" is not yes/no", "assignhomedept", "no", true},
+      {"assignhomedpt = yes", "unknown key \"assignhomedpt\"; no setting reads it",
+       "assignhomedept", "no", true},
+      {"assignhomedept yes", "\"assignhomedept yes\" is not key = value; the line is ignored",
+       "assignhomedept", "no", true},
+      {"assignhomedept = yes = no", "\"assignhomedept = yes = no\" has more than one \"=\"",
+       "assignhomedept", "no", true},
+      {" = yes", "\"= yes\" has no key; the line is ignored", "assignhomedept", "no", true},
+      {"serialportrate = 19201",
+       "serialportrate = \"19201\" is not from 300 to 19200; the default 9600 is used",
+       "serialportrate", "9600", true},
+      {"serialportrate = fast", "serialportrate = \"fast\" is not a number", "serialportrate",
+       "9600", true},
+      // Inside the range but no line runs at it: taken as written, and the site is told.
+      {"serialportrate = 1234", "the line will not open at 1234", "serialportrate", "1234", false},
+      {"serialportrate = 2400 baud", "", "serialportrate", "2400", false},
+      {"HostCycleInterval = 1000", "HostCycleInterval = \"1000\" is below 30000 ms; 30000 is used",
+       "HostCycleInterval", "30000", false},
+      {"hostcycleinterval = 0:01:30", "", "HostCycleInterval", "90000", false},
+      {"hostcycleinterval = soon", "neither milliseconds nor a time", "HostCycleInterval", "30000",
+       true},
+      {"eotquantity = 0", "eotquantity = \"0\" is not from 1 to 100; the default 1 is used",
+       "eotquantity", "1", true},
+      {"eotinterval = 31", "above 30 seconds; the default 0.1 is used", "eotinterval", "0.1", true},
+      {"eotinterval = x", "eotinterval = \"x\" is not a number; 0 is used", "eotinterval", "0",
+       false},
+      {"duplicatetcdfile = /dup/[FileName]", "", "duplicatetcdfile", "/dup/[FileName]", false},
+  };
+  for (const Case& c : cases) {
+    ParameterOverride p;
+    p.LoadText(std::string("; site overrides\r\n") + c.line + "\r\n", "site.txt");
+    if (*c.warning == '\0') {
+      EXPECT_TRUE(p.Warnings().empty()) << c.line << ": " << ::testing::PrintToString(p.Warnings());
+    } else {
+      ASSERT_EQ(p.Warnings().size(), 1u) << c.line;
+      EXPECT_EQ(p.Warnings()[0].rfind("site.txt line 2: ", 0), 0u) << p.Warnings()[0];
+      EXPECT_NE(p.Warnings()[0].find(c.warning), std::string::npos) << p.Warnings()[0];
+    }
+    bool found = false;
+    for (const OverrideSetting& s : p.Effective()) {
+      // What Effective() says must be what the loops read.
+      EXPECT_EQ(s.value, PropertyText(p, s.key)) << c.line;
+      if (s.key != c.key) continue;
+      found = true;
+      EXPECT_EQ(s.value, c.value) << c.line;
+      EXPECT_EQ(s.is_default, c.is_default) << c.line;
+    }
+    EXPECT_TRUE(found) << c.key;
+  }
+}
+
+TEST(ParameterOverrideTest, ASecondLineForAKeyIsWarnedAndWins) {
+  ParameterOverride p;
+  p.LoadText("serialportrate = 1200\n\n; comment\nSERIALPORTRATE = 4800\n");
+  EXPECT_EQ(p.SerialPortRate(), 4800);
+  ASSERT_EQ(p.Warnings().size(), 1u);
+  EXPECT_EQ(p.Warnings()[0],
+            "SettingsOverride.txt line 4: serialportrate is set again; line 1 no longer counts");
+  EXPECT_EQ(p.Effective().size(), 8u) << "every setting is listed";
 }
 
 TcdRecord Rec(const char* type, std::optional<int64_t> dept, const char* job, int badge = 77) {

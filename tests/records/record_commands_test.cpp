@@ -67,8 +67,9 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   EXPECT_NE(r.out.find("line 4"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("Imported 2 employee(s)"), std::string::npos) << r.out;
 
+  // The unusable line is reported to stderr, the event log and the debug log, and changes no row.
   core::WriteFileAtomically(Path("SettingsOverride.txt"),
-                            "assignhomedept = yes\nassigndefaultjob = yes\n");
+                            "assignhomedept = yes\nassigndefaultjob = yes\neotquantity = 0\n");
   core::WriteFileAtomically(
       Path("data/10210001.TCD"),
       "\"999\",\"1\",\"1234\",\"\",\"\",\"\",\"\",\"I\",\"2009/10/21\",\"08:00\",\"\",\"\","
@@ -78,6 +79,23 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   r = Clockcomm("transfer --clock FRONT '" + Path("data/10210001.TCD").string() + "'");
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_NE(r.out.find("3 row(s) went into Acme"), std::string::npos) << r.out;
+  const std::string warning = Path("SettingsOverride.txt").string() +
+                              " line 3: eotquantity = \"0\" is not from 1 to 100; the default 1 "
+                              "is used";
+  EXPECT_NE(r.out.find("clockcomm: warning: " + warning + "\n"), std::string::npos) << r.out;
+  EXPECT_EQ(db::Open(Path("data/TCLOG.db"))
+                ->Query("SELECT COUNT(*) FROM LogTable WHERE EventType = ? AND EventDes = ?",
+                        {"Configuration warning", warning})
+                .Field(0)
+                .AsInt(),
+            1);
+  std::string debug_logs;
+  for (const auto& f : std::filesystem::directory_iterator(Path("data/Debug Logs"))) {
+    if (f.path().filename().string().rfind("Debug Log - ", 0) == 0) {
+      debug_logs += core::ReadWholeFile(f.path());
+    }
+  }
+  EXPECT_NE(debug_logs.find(warning), std::string::npos) << debug_logs;
   r = Clockcomm("transfer --clock front '" + Path("data/10210001.TCD").string() + "'");
   EXPECT_NE(r.out.find("0 row(s) went into Acme"), std::string::npos) << r.out;
   EXPECT_TRUE(std::filesystem::exists(Path("data/10210001.ARC")));

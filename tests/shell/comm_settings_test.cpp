@@ -169,5 +169,17 @@ TEST(CommSettingsTest, MalformedFileIsReportedWithFileAndField) {
   }
 }
 
+// A stored terminal type number is that type, whichever build wrote the file (files of the
+// builds that numbered by list position read 4 as Mobility and 5 as HandPunch too).
+TEST(CommSettingsTest, StoredTerminalTypeIsItsNumber) {
+  for (const char* type_field : {"1", "2", "4", "5", "11"}) {
+    const std::string line = std::string("1,2,1,\"NONE\",\"NONE\",\"\",\"NONE\",3,1,\"/srv/\",1,") +
+                             type_field + ",0,#FALSE#\r\n";
+    const CommSettings s = ParseCommSettings(line, "clockcomm.dta");
+    EXPECT_EQ(static_cast<int>(s.terminal_type), std::stoi(type_field));
+    EXPECT_EQ(SettingText(s, "terminal_type"), type_field);
+  }
+}
+
 }  // namespace
 }  // namespace clockcomm::shell

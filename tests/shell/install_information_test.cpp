@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <sstream>
 
 #include "core/durable_file.h"
 #include "shell/my_static.h"
-#include "shell/port_names.h"
+#include "shell/port_map.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::shell {
@@ -75,6 +76,95 @@ TEST(InstallInformationTest, SaveKeepsSectionsItDoesNotOwn) {
   EXPECT_EQ(again.CurrentVersion(), "3.0");
   EXPECT_EQ(again.Value("Ports", "COM3"), "/dev/ttyUSB0");
   EXPECT_EQ(again.Value("SOFTWARE\\Brenmor Time Systems\\Clockwyn", "CurrentVersion"), "3.0");
+}
+
+TEST(InstallInformationTest, LinesItCannotUseAreWarnedWithTheirLineNumbers) {
+  test::TempDir home;
+  WriteText(home.path() / "registry.ini",
+            "stray=1\n"    // 1: before any section
+            "; comment\n"  // 2
+            "[SOFTWARE\\Brenmor Time Systems\\Clockwyn\\3.0\\Install Data]\n"
+            "DataDir=/srv/data\n"  // 4
+            "\n"
+            "[Ports]\n"                // 6
+            "COM1 /dev/ttyUSB0\n"      // 7: no "="
+            "COM3=/dev/ttyS9\n"        // 8
+            "=/dev/ttyS4\n"            // 9: no name
+            "[Ports\n"                 // 10: not a section
+            "com3=/dev/ttyUSB1\r\n");  // 11: the port again
+  InstallInformation info(home.path());
+  info.Load();
+  const std::string file = info.RegistryFile().string();
+  EXPECT_EQ(info.Warnings(),
+            (std::vector<std::string>{
+                file + " line 1: \"stray=1\" comes before any [section]; the line is ignored",
+                file + " line 7: \"COM1 /dev/ttyUSB0\" is neither [section] nor name=value; the "
+                       "line is ignored",
+                file + " line 9: \"=/dev/ttyS4\" has no value name; the line is ignored",
+                file + " line 10: \"[Ports\" is neither [section] nor name=value; the line is "
+                       "ignored",
+                file + " line 11: com3 is set again in [Ports]; line 8 no longer counts"}));
+  // What can be read still is.
+  EXPECT_EQ(info.DataDirectory(), "/srv/data/");
+  EXPECT_EQ(info.Value("Ports", "COM3"), "/dev/ttyUSB1");
+  EXPECT_EQ(info.Value("Ports", "COM1"), "");
+}
+
+TEST(PortMapTest, EachPortResolvesAndNamesThatMapNothingAreWarned) {
+  test::TempDir home;
+  WriteText(home.path() / "registry.ini",
+            "[Ports]\n"
+            "COM3=/dev/ttyUSB0\n"
+            "com7 = /dev/ttyACM0\n"  // any case, as the lookup
+            "COM03=/dev/ttyUSB1\n"   // 4: never looked up as COM3
+            "COM257=/dev/ttyS256\n"  // 5: beyond the last port
+            "Printer=/dev/lp0\n"     // 6
+            "COM2=\n");              // 7: no device
+  InstallInformation info(home.path());
+  info.Load();
+  EXPECT_EQ(PortMappings(info, 1), (std::vector<PortMapping>{{1, "/dev/ttyS0", false},
+                                                             {2, "/dev/ttyS1", false},
+                                                             {3, "/dev/ttyUSB0", true},
+                                                             {7, "/dev/ttyACM0", true}}));
+  EXPECT_EQ(PortMappings(info, 3).size(), 3u) << "the settings' port is listed once";
+  const std::string file = info.RegistryFile().string();
+  const std::string nothing = " is not a port name COM1 to COM256; the line maps nothing";
+  EXPECT_EQ(
+      PortWarnings(info),
+      (std::vector<std::string>{file + " line 4: [Ports] \"COM03\"" + nothing,
+                                file + " line 5: [Ports] \"COM257\"" + nothing,
+                                file + " line 6: [Ports] \"Printer\"" + nothing,
+                                file + " line 7: [Ports] COM2 has no device; /dev/ttyS1 is used"}));
+}
+
+TEST(MyStaticTest, WarningsOfEveryFileAreGatheredAndReported) {
+  test::TempDir home;
+  WriteText(home.path() / "registry.ini", "[Ports]\nCOM1 /dev/ttyUSB0\nCOM0=/dev/x\n");
+  WriteText(home.path() / "SettingsOverride.txt", "assignhomedept = yse\n");
+  const auto config = MyStatic::Load(home.path());
+  ASSERT_EQ(config->Warnings().size(), 3u);
+  EXPECT_NE(config->Warnings()[0].find("registry.ini line 2: \"COM1 /dev/ttyUSB0\""),
+            std::string::npos);
+  EXPECT_NE(config->Warnings()[1].find("registry.ini line 3: [Ports] \"COM0\""), std::string::npos);
+  EXPECT_NE(config->Warnings()[2].find("SettingsOverride.txt line 1: assignhomedept"),
+            std::string::npos);
+  EXPECT_FALSE(config->Overrides().AssignHomeDept());
+
+  struct Recorder : core::LogSink {
+    std::vector<std::string> lines;
+    void Event(std::string_view type, std::string_view text) override {
+      lines.push_back("event " + std::string(type) + ": " + std::string(text));
+    }
+    void Debug(std::string_view name, std::string_view text) override {
+      lines.push_back("debug " + std::string(name) + ": " + std::string(text));
+    }
+    void Screen(std::string_view text) override { lines.push_back("screen " + std::string(text)); }
+  } log;
+  std::ostringstream err;
+  ReportConfigurationWarnings({"a.ini line 2: x"}, log, err);
+  EXPECT_EQ(log.lines, (std::vector<std::string>{"event Configuration warning: a.ini line 2: x",
+                                                 "debug : a.ini line 2: x"}));
+  EXPECT_EQ(err.str(), "clockcomm: warning: a.ini line 2: x\n");
 }
 
 TEST(MyStaticTest, DataDirectoryDefaultsUnderTheProgramFolderAndPathsFollowIt) {

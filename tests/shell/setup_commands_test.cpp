@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <fstream>
 #include <string>
 
 #include "core/durable_file.h"
@@ -33,7 +35,13 @@ TEST(SetupCommandsTest, InitThenShowThenSetWithValidation) {
   r = RunClockcomm(tmp, "init");
   EXPECT_NE(r.exit_code, 0);
   EXPECT_NE(r.err.find("--force"), std::string::npos) << r.err;
-  EXPECT_EQ(RunClockcomm(tmp, "init --force").exit_code, 0);
+  { std::ofstream(home / "registry.ini", std::ios::app) << "[Ports]\nCOM1 /dev/ttyUSB0\n"; }
+  r = RunClockcomm(tmp, "init --force");
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_NE(r.err.find("\"COM1 /dev/ttyUSB0\" is neither [section] nor name=value; the line is "
+                       "ignored; init --force did not keep it\n"),
+            std::string::npos)
+      << r.err;
 
   r = RunClockcomm(tmp, "settings show");
   ASSERT_EQ(r.exit_code, 0) << r.err;
@@ -54,6 +62,50 @@ TEST(SetupCommandsTest, InitThenShowThenSetWithValidation) {
   r = RunClockcomm(tmp, "settings set bogus");
   EXPECT_NE(r.exit_code, 0);
   EXPECT_NE(r.err.find("bogus"), std::string::npos);
+}
+
+TEST(SetupCommandsTest, SettingsShowWarnsAndShowsWhatIsInEffect) {
+  test::TempDir tmp;
+  const auto home = tmp.path() / "home";
+  ASSERT_EQ(RunClockcomm(tmp, "init").exit_code, 0);
+  Result set = RunClockcomm(tmp, "settings set comm_port=2 terminal_type=HandPunch");
+  ASSERT_EQ(set.exit_code, 0) << set.err;
+  EXPECT_EQ(set.err.rfind("clockcomm: warning: Terminal type 5 (HandPunch) is not served yet", 0),
+            0u)
+      << set.err;
+  {
+    std::ofstream(home / "registry.ini", std::ios::app) << "\n[Ports]\nCOM1 /dev/ttyUSB0\n"
+                                                        << "COM3=/dev/ttyUSB1\n";
+  }
+  const int bad_port_line = [&] {
+    const std::string text = core::ReadWholeFile(home / "registry.ini");
+    return static_cast<int>(std::count(text.begin(), text.end(), '\n')) - 1;
+  }();
+  core::WriteFileAtomically(home / "SettingsOverride.txt",
+                            "eotquantity = 5\r\nassignhomedept = yse\r\n");
+
+  Result r = RunClockcomm(tmp, "settings show");
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const std::string registry = (home / "registry.ini").string();
+  const std::string overrides = (home / "SettingsOverride.txt").string();
+  EXPECT_EQ(r.err, "clockcomm: warning: " + registry + " line " + std::to_string(bad_port_line) +
+                       ": \"COM1 /dev/ttyUSB0\" is neither [section] nor name=value; the line is "
+                       "ignored\n"
+                       "clockcomm: warning: " +
+                       overrides +
+                       " line 2: assignhomedept = \"yse\" is not yes/no, on/off, true/false or "
+                       "1/0; the default no is used\n");
+  for (const std::string& shown : std::vector<std::string>{
+           "export_format=Clockwyn 3.0  # kept for the time-card application only\n",
+           "auto_shutdown=false  # kept for the time-card application only\n",
+           "terminal_type=5  # HandPunch, not served yet\n",
+           // the broken COM1 line maps nothing; COM2 is the settings' port
+           "\n[Ports]\nCOM2=/dev/ttyS1  # default\n"
+           "COM3=/dev/ttyUSB1\n",
+           "\n[" + overrides + "]\nserialportrate=9600  # default\n",
+           "\neotquantity=5\neotinterval=0.1  # default\nassignhomedept=no  # default\n"}) {
+    EXPECT_NE(r.out.find(shown), std::string::npos) << shown << "\nin:\n" << r.out;
+  }
 }
 
 TEST(SetupCommandsTest, LogPurgeAsksUnlessYesAndPrintPaginates) {
