@@ -1,6 +1,7 @@
 #include "comm/modem_line.h"
 
 #include "comm/direct_line.h"
+#include "comm/modem_strings.h"
 #include "core/errors.h"
 #include "core/text.h"
 
@@ -68,7 +69,7 @@ void ModemLine::Close() {
   try {
     if (online_) closing.Escape();
     closing.Command("ATH");
-    closing.Command(core::ReplaceAll(options_.modem_init, "S0=1", "S0=0"));
+    closing.Command(AutoAnswerOffInit(options_.modem_init));
   } catch (const core::Error&) {
     // The port is closed below whatever the modem answered.
   }

@@ -4,10 +4,12 @@
 
 namespace clockcomm::db {
 
-std::unique_ptr<Database> Open(const std::filesystem::path& location, OpenMode mode) {
-  return SqliteDatabase::Open(location, mode == OpenMode::kCreate
-                                            ? SqliteDatabase::Mode::kCreate
-                                            : SqliteDatabase::Mode::kExisting);
+std::unique_ptr<Database> Open(const std::filesystem::path& location, OpenMode mode,
+                               std::chrono::milliseconds busy_wait) {
+  return SqliteDatabase::Open(
+      location,
+      mode == OpenMode::kCreate ? SqliteDatabase::Mode::kCreate : SqliteDatabase::Mode::kExisting,
+      busy_wait);
 }
 
 }  // namespace clockcomm::db

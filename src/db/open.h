@@ -2,6 +2,7 @@
 // backend can join without touching them.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -15,8 +16,12 @@ enum class OpenMode {
   kCreate,    // make it when it is missing
 };
 
+// How long a statement waits for another connection's lock before it reports the database busy.
+inline constexpr std::chrono::milliseconds kDefaultBusyWait{5000};
+
 // Opens the database at location: today a SQLite file path. Throws DatabaseError naming it.
 std::unique_ptr<Database> Open(const std::filesystem::path& location,
-                               OpenMode mode = OpenMode::kExisting);
+                               OpenMode mode = OpenMode::kExisting,
+                               std::chrono::milliseconds busy_wait = kDefaultBusyWait);
 
 }  // namespace clockcomm::db

@@ -1,9 +1,10 @@
 #include "records/company_registration.h"
 
 #include "core/errors.h"
+#include "core/safe_path.h"
 #include "core/text.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "records/company.h"
 
 namespace clockcomm::records {
@@ -19,6 +20,16 @@ void RegisterCompany(const std::filesystem::path& registry_database,
     throw core::ArgumentException("The clock name is empty.", "clock");
   if (core::Trim(company.directory).empty()) {
     throw core::ArgumentException("The company directory is empty.", "dir");
+  }
+  // The registry lives in the data folder; a company gets a folder of its own below it, never
+  // one that "..", an absolute path or a link takes elsewhere.
+  const std::filesystem::path data_folder = registry_database.parent_path();
+  if (!core::IsInside(data_folder, company_directory) ||
+      core::IsInside(company_directory, data_folder)) {
+    throw core::ArgumentException("The company directory \"" + company.directory +
+                                      "\" is not a folder below the data folder " +
+                                      data_folder.string() + ".",
+                                  "dir");
   }
   if (!Company::IsKnownPayPeriodType(company.pay_period_type)) {
     throw core::ArgumentException(
@@ -48,8 +59,7 @@ void RegisterCompany(const std::filesystem::path& registry_database,
                                   "clock");
   }
   std::filesystem::create_directories(company_directory);
-  db::CreateCompanySchema(
-      *db::Open(company_database, db::OpenMode::kCreate));
+  db::CreateCompanySchema(*db::Open(company_database, db::OpenMode::kCreate));
   registry->Execute(
       "INSERT INTO Company ([Company], [Clock Name], [Clock Table Updated], [Directory], "
       "[Current Start Date], [Pay Period Type], [Current Start Time], CustomDays) "

@@ -20,8 +20,9 @@ struct NewCompany {
 };
 
 // Validates the company (names, pay period type and its custom days, a name or clock already in
-// the registry), creates company_directory and the company's database with its tables, and adds
-// the row to the registry database. Throws core::ArgumentException naming what is wrong.
+// the registry, a company_directory that is not below the data folder, which is the folder of
+// registry_database), creates company_directory and the company's database with its tables, and
+// adds the row to the registry database. Throws core::ArgumentException naming what is wrong.
 void RegisterCompany(const std::filesystem::path& registry_database,
                      const std::filesystem::path& company_directory,
                      const std::filesystem::path& company_database, NewCompany company);

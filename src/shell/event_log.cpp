@@ -1,7 +1,7 @@
 #include "shell/event_log.h"
 
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 
 namespace clockcomm::shell {
 namespace {
@@ -20,9 +20,9 @@ EventLog::EventLog(std::unique_ptr<db::Database> db) : db_(std::move(db)) {
   db::CreateEventLogSchema(*db_);
 }
 
-std::unique_ptr<EventLog> EventLog::Open(const std::filesystem::path& file) {
-  return std::make_unique<EventLog>(
-      db::Open(file, db::OpenMode::kCreate));
+std::unique_ptr<EventLog> EventLog::Open(const std::filesystem::path& file,
+                                         std::chrono::milliseconds busy_wait) {
+  return std::make_unique<EventLog>(db::Open(file, db::OpenMode::kCreate, busy_wait));
 }
 
 void EventLog::Write(const core::DateTime& when, std::string_view clock_name, int clock_number,

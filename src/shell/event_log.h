@@ -1,6 +1,7 @@
 // The event log: table LogTable of TCLOG.db, one row per event, listed, printed and purged by date.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -11,6 +12,7 @@
 
 #include "core/date_time.h"
 #include "db/database.h"
+#include "db/open.h"
 
 namespace clockcomm::shell {
 
@@ -30,8 +32,10 @@ class EventLog {
  public:
   // Takes an open database and creates LogTable when it is missing.
   explicit EventLog(std::unique_ptr<db::Database> db);
-  // Opens (or creates) the SQLite file. Throws db::DatabaseError naming the file.
-  static std::unique_ptr<EventLog> Open(const std::filesystem::path& file);
+  // Opens (or creates) the database file; a write waits up to busy_wait for another connection's
+  // lock. Throws db::DatabaseError naming the file.
+  static std::unique_ptr<EventLog> Open(const std::filesystem::path& file,
+                                        std::chrono::milliseconds busy_wait = db::kDefaultBusyWait);
 
   // Appends one row. Safe to call from several threads.
   void Write(const core::DateTime& when, std::string_view clock_name, int clock_number,

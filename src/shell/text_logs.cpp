@@ -11,9 +11,14 @@
 namespace clockcomm::shell {
 namespace fs = std::filesystem;
 
-std::string SafeFileName(std::string_view name) {
+std::string SafeLogName(std::string_view name) {
   std::string safe(name);
   for (char& c : safe) {
+    // A name comes from a terminal's header; a NUL would cut the file name short.
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
+      c = '_';
+      continue;
+    }
     switch (c) {
       case '\\':
       case '/':
@@ -41,7 +46,7 @@ std::string TextLogs::DebugLogName(const core::Date& day) {
 }
 
 std::string TextLogs::NamedDebugLogName(std::string_view name, const core::Date& day) {
-  return SafeFileName(name) + kNamedDebugInfix + day.Format(core::kFormatIsoDate) + ".log";
+  return SafeLogName(name) + kNamedDebugInfix + day.Format(core::kFormatIsoDate) + ".log";
 }
 
 std::string TextLogs::ScreenLogName(const core::Date& day) {
@@ -54,7 +59,7 @@ void TextLogs::WriteDebug(std::initializer_list<std::string_view> parts) {
 
 void TextLogs::WriteNamedDebug(std::string_view name,
                                std::initializer_list<std::string_view> parts) {
-  Append(SafeFileName(name) + kNamedDebugInfix, parts);
+  Append(SafeLogName(name) + kNamedDebugInfix, parts);
 }
 
 void TextLogs::WriteScreen(std::initializer_list<std::string_view> parts) {

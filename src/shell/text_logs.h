@@ -12,8 +12,10 @@
 
 namespace clockcomm::shell {
 
-// Replaces each of \ / : * ? " < > | by "_" so that the name can be part of a file name.
-std::string SafeFileName(std::string_view name);
+// The name of a per-name debug log as part of its file name: each of \ / : * ? " < > | and each
+// control character becomes "_". Looser than core::SafeFileName, so that the log names operators
+// know (a clock called "Plant #2") stay as they were.
+std::string SafeLogName(std::string_view name);
 
 class TextLogs {
  public:

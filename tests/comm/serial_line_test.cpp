@@ -1,14 +1,22 @@
 #include "comm/serial_line.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstring>
+#include <fstream>
 #include <thread>
 
 #include "comm/line_settings.h"
 #include "comm/pty_pair.h"
 #include "comm/serial_connection.h"
+#include "core/durable_file.h"
 #include "core/errors.h"
+#include "test_support/temp_dir.h"
 
 namespace clockcomm::comm {
 namespace {
@@ -169,6 +177,129 @@ TEST(SerialLine, OpeningAMissingDeviceNamesIt) {
     EXPECT_NE(std::string(e.what()).find("/dev/clockcomm-no-such-port"), std::string::npos);
   }
   EXPECT_FALSE(line.IsOpen());
+}
+
+std::string PidText(pid_t pid) {
+  std::string digits = std::to_string(pid);
+  return std::string(10 - digits.size(), ' ') + digits + "\n";
+}
+
+bool Exclusive(int fd) {
+  int flag = 0;
+  return ::ioctl(fd, TIOCGEXCL, &flag) == 0 && flag != 0;
+}
+
+TEST(SerialLineLocking, ASecondOpenOfThePortIsRefusedUntilTheFirstCloses) {
+  test::TempDir dir;
+  // With a lock folder the refusal names this process from the lock file; without one only the
+  // descriptor lock is there and the holder is unknown.
+  for (bool with_lock_files : {true, false}) {
+    SCOPED_TRACE(with_lock_files ? "lock files" : "no lock folder");
+    const std::filesystem::path lock_dir = with_lock_files ? dir.path() : dir.path() / "none";
+    PtyPair pty = PtyPair::Open();
+    const std::filesystem::path lock_file =
+        lock_dir / ("LCK.." + std::filesystem::path(pty.SlavePath()).filename().string());
+    SerialLine first(lock_dir);
+    SerialLine second(lock_dir);
+    first.Open(pty.SlavePath());
+    EXPECT_TRUE(Exclusive(first.Fd()));
+    if (with_lock_files) {
+      EXPECT_EQ(first.LockFile(), lock_file);
+      EXPECT_EQ(core::ReadWholeFile(lock_file), PidText(::getpid()));
+    } else {
+      EXPECT_TRUE(first.LockFile().empty());
+    }
+    try {
+      second.Open(pty.SlavePath());
+      ADD_FAILURE() << "opened twice";
+    } catch (const PortBusyError& e) {
+      const std::string message = e.what();
+      EXPECT_NE(message.find("The port " + pty.SlavePath() + " is in use by "), std::string::npos)
+          << message;
+      if (with_lock_files) {
+        EXPECT_EQ(e.Holder(), ::getpid());
+        EXPECT_NE(message.find("this process (" + std::to_string(::getpid()) + ") (lock file " +
+                               lock_file.string() + ")"),
+                  std::string::npos)
+            << message;
+      } else {
+        EXPECT_EQ(e.Holder(), std::nullopt);
+      }
+    }
+    EXPECT_FALSE(second.IsOpen());
+    EXPECT_TRUE(first.IsOpen());
+    // The refused line must not have taken the first line's lock file with it.
+    EXPECT_EQ(std::filesystem::exists(lock_file), with_lock_files);
+
+    first.Close();
+    EXPECT_FALSE(std::filesystem::exists(lock_file));
+    {  // the tty stays open through the pair; the exclusive flag must not outlive the line
+      int probe = ::open(pty.SlavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+      ASSERT_GE(probe, 0);
+      EXPECT_FALSE(Exclusive(probe));
+      ::close(probe);
+    }
+    second.Open(pty.SlavePath());
+    EXPECT_TRUE(second.IsOpen());
+  }
+}
+
+pid_t DeadPid() {
+  pid_t child = ::fork();
+  if (child == 0) ::_exit(0);
+  ::waitpid(child, nullptr, 0);
+  return child;
+}
+
+TEST(SerialLineLocking, LockFilesOfDeadProcessesAreTakenOverOthersRefuse) {
+  struct Row {
+    const char* legend;
+    std::string content;
+    bool opens;
+    std::optional<pid_t> holder;
+  };
+  const Row rows[] = {
+      {"dead process", PidText(DeadPid()), true, std::nullopt},
+      {"left by an earlier run under this PID", PidText(::getpid()), true, std::nullopt},
+      {"live process (init)", PidText(1), false, 1},
+      {"unpadded live PID", "1\n", false, 1},
+      {"no PID in it", "garbage\n", false, std::nullopt},
+      {"empty", "", false, std::nullopt},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.legend);
+    test::TempDir dir;
+    PtyPair pty = PtyPair::Open();
+    const std::filesystem::path lock_file =
+        dir.path() / ("LCK.." + std::filesystem::path(pty.SlavePath()).filename().string());
+    std::ofstream(lock_file) << row.content;
+    SerialLine line(dir.path());
+    if (row.opens) {
+      line.Open(pty.SlavePath());
+      EXPECT_EQ(core::ReadWholeFile(lock_file), PidText(::getpid()));
+      line.Close();
+      EXPECT_FALSE(std::filesystem::exists(lock_file));
+      continue;
+    }
+    try {
+      line.Open(pty.SlavePath());
+      ADD_FAILURE() << "opened a port whose lock file is held";
+    } catch (const PortBusyError& e) {
+      const std::string message = e.what();
+      EXPECT_EQ(e.Holder(), row.holder);
+      EXPECT_NE(message.find(pty.SlavePath()), std::string::npos) << message;
+      EXPECT_NE(message.find(lock_file.string()), std::string::npos) << message;
+      EXPECT_NE(message.find(std::strerror(EBUSY)), std::string::npos) << message;
+      if (row.holder) {
+        EXPECT_NE(message.find("process " + std::to_string(*row.holder)), std::string::npos);
+      }
+    }
+    EXPECT_FALSE(line.IsOpen());
+    EXPECT_EQ(core::ReadWholeFile(lock_file), row.content);  // someone else's file is left alone
+    // The port itself was released: a line without lock files opens it.
+    SerialLine unlocked(dir.path() / "none");
+    EXPECT_NO_THROW(unlocked.Open(pty.SlavePath()));
+  }
 }
 
 TEST_F(SerialLineOverPty, WaitWakesOnStopSignalAtOnce) {

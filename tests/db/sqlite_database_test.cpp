@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -87,14 +88,19 @@ TEST(SqliteDatabase, ALockedDatabaseIsReportedAsBusy) {
   CreateEventLogSchema(*first);
   first->BeginTransaction();
   first->Execute("INSERT INTO LogTable ([DateTime]) VALUES ('x')");
-  auto second = SqliteDatabase::Open(path);
-  second->Execute("PRAGMA busy_timeout=50");
+  // The busy wait given at open is how long the second connection waits for the lock.
+  auto second =
+      SqliteDatabase::Open(path, SqliteDatabase::Mode::kExisting, std::chrono::milliseconds(50));
+  const auto start = std::chrono::steady_clock::now();
   try {
     second->BeginTransaction();
     FAIL() << "took a lock that another connection holds";
   } catch (const DatabaseError& e) {
     EXPECT_TRUE(e.Busy()) << e.what();
   }
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, std::chrono::milliseconds(50));
+  EXPECT_LT(waited, kDefaultBusyWait);
   first->Commit();
 }
 

@@ -2,13 +2,60 @@
 
 #include "core/errors.h"
 #include "core/log_sink.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "records/company_factory.h"
+#include "records/company_registration.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::records {
 namespace {
+
+TEST(RegisterCompanyTest, TheCompanyFolderMustLieBelowTheDataFolder) {
+  namespace fs = std::filesystem;
+  test::TempDir dir;
+  const fs::path data = dir.path() / "data";
+  fs::create_directories(data);
+  const fs::path registry = data / db::kCompanyRegistryFile;
+  db::CreateCompanyRegistrySchema(*db::Open(registry, db::OpenMode::kCreate));
+  fs::create_symlink(dir.path(), data / "up");
+  struct Row {
+    std::string dir;  // as the operator gives it; relative ones lie under the data folder
+    bool accepted;
+  };
+  const Row rows[] = {
+      {"../x", false},
+      {"acme/../../x", false},
+      {(dir.path() / "x").string(), false},  // absolute, outside
+      {"up/x", false},                       // a link that leads out
+      {".", false},                          // the data folder itself
+      {"acme/..", false},
+      {"acme", true},
+      {(data / "deep" / "er").string(), true},  // absolute, inside
+  };
+  int n = 0;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.dir);
+    NewCompany company;
+    company.name = "Company " + std::to_string(++n);
+    company.clock_name = "CLOCK" + std::to_string(n);
+    company.directory = row.dir;
+    const fs::path folder = fs::path(row.dir).is_absolute() ? fs::path(row.dir) : data / row.dir;
+    try {
+      RegisterCompany(registry, folder, folder / db::kCompanyDatabaseFile, company);
+      EXPECT_TRUE(row.accepted);
+      EXPECT_TRUE(fs::exists(folder / db::kCompanyDatabaseFile));
+    } catch (const core::ArgumentException& e) {
+      EXPECT_FALSE(row.accepted) << e.what();
+      EXPECT_EQ(e.ParamName(), "dir");
+      EXPECT_EQ(std::string(e.what()), "The company directory \"" + row.dir +
+                                           "\" is not a folder below the data folder " +
+                                           data.string() + ".");
+    }
+  }
+  EXPECT_FALSE(fs::exists(dir.path() / "x"));
+  EXPECT_FALSE(fs::exists(data / db::kCompanyDatabaseFile));
+}
 
 core::Date D(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
 core::DateTime DT(int y, int m, int d, int h = 0, int n = 0) {

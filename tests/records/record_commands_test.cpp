@@ -41,9 +41,9 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
             std::string::npos)
       << r.out;
 
-  for (const char* refused :
-       {"--clock front --dir other", "--clock C2 --dir o --pay-period yearly",
-        "--clock C2 --dir o --pay-period custom", "--clock C2 --dir o --start 2009-02-30"}) {
+  for (const char* refused : {"--clock front --dir other", "--clock C2 --dir o --pay-period yearly",
+                              "--clock C2 --dir o --pay-period custom",
+                              "--clock C2 --dir o --start 2009-02-30", "--clock C2 --dir ../x"}) {
     EXPECT_EQ(Clockcomm(std::string("company add Other ") + refused).status, 1) << refused;
   }
 

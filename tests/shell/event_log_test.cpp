@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "core/durable_file.h"
+#include "db/open.h"
 #include "shell/event_log_report.h"
 #include "shell/logs.h"
 #include "test_support/temp_dir.h"
@@ -16,6 +18,7 @@
 namespace clockcomm::shell {
 namespace {
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 
 core::DateTime At(int y, int m, int d, int hh = 0, int nn = 0, int ss = 0) {
   return *core::DateTime::FromParts(y, m, d, hh, nn, ss);
@@ -104,23 +107,162 @@ TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
   EXPECT_EQ(line0.size(), kEach * std::string("08:00:00 - tick\r\n").size());
 }
 
-TEST(LogsTest, UnreadableEventLogIsReportedAndTheOtherLogsGoOn) {
+size_t Count(const std::string& text, const std::string& what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+
+// Short waits so that the tests of a failing event log take milliseconds.
+EventLogRetry QuickRetry() {
+  EventLogRetry retry;
+  retry.tries = 3;
+  retry.busy_wait = 20ms;
+  retry.backoff = 10ms;
+  retry.reopen_interval = 60s;
+  return retry;
+}
+
+TEST(LogsTest, ALockedEventLogNeverHoldsUpTheCallLongAndTakesEventsOnceFree) {
   test::TempDir dir;
   const MyPaths paths(dir.path(), dir.path() / "data");
   fs::create_directories(paths.DataDirectory());
-  std::ofstream(paths.EventLogDatabase()) << "this is not a database, it is a text file";
   core::ManualClock clock(At(2009, 10, 20, 8));
-  std::ostringstream screen;
+  Logs logs(paths, clock, nullptr, QuickRetry());
+  ASSERT_NE(logs.GetEventLog(), nullptr);
+  logs.SetCurrentClock("Dock", 7);
+
+  // Another program holds the write lock, as a stuck viewer or a copy tool would.
+  auto other = db::Open(paths.EventLogDatabase());
+  other->Execute("BEGIN EXCLUSIVE");
   testing::internal::CaptureStderr();
-  Logs logs(paths, clock, &screen);
-  const std::string err = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(err, " Could Not Access TCLOG.MDB Log File.\n");
-  EXPECT_EQ(logs.GetEventLog(), nullptr);
-  logs.Event("Open Comm", "ignored, no event log");  // must not throw
-  logs.Screen("still here");
-  EXPECT_EQ(screen.str(), "still here\n");
-  EXPECT_EQ(core::ReadWholeFile(paths.DebugLogDirectory() / "Screen Log - 2009-10-20.log"),
-            "08:00:00 -  Could Not Access TCLOG.MDB Log File.\r\n08:00:00 - still here\r\n");
+  const auto start = std::chrono::steady_clock::now();
+  logs.Event("Start of call", "Terminal Upload Type = C");
+  const auto took = std::chrono::steady_clock::now() - start;
+  logs.Event("End of call", "");  // the same outage: one try, and stderr has it already
+  std::string err = testing::internal::GetCapturedStderr();
+
+  // Three tries of 20 ms, 10 ms and 20 ms apart: retried, and well within the budget.
+  EXPECT_GE(took, 3 * 20ms + 10ms + 20ms);
+  EXPECT_LT(took, 2s);
+  const std::string report = "Event log unavailable: " + paths.EventLogDatabase().string() + ": ";
+  EXPECT_EQ(Count(err, report), 1u) << err;
+  EXPECT_NE(err.find("database is locked"), std::string::npos) << err;
+  EXPECT_NE(err.find("Event not written: Start of call - Terminal Upload Type = C (clock Dock 7)"),
+            std::string::npos)
+      << err;
+  const std::string debug =
+      core::ReadWholeFile(paths.DebugLogDirectory() / "Debug Log - 2009-10-20.log");
+  EXPECT_EQ(Count(debug, report), 2u) << debug;
+  EXPECT_NE(debug.find("Event not written: Start of call - Terminal Upload Type = C"),
+            std::string::npos);
+  EXPECT_NE(debug.find("Event not written: End of call - "), std::string::npos);
+
+  other->Execute("ROLLBACK");
+  testing::internal::CaptureStderr();
+  logs.Event("Open Comm", "Port = 1");
+  err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(err, "Event log available again: " + paths.EventLogDatabase().string() + "\n");
+  const auto rows = logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].event_type, "Open Comm");
+  EXPECT_EQ(rows[0].clock_name, "Dock");
+}
+
+TEST(LogsTest, AnEventLogThatCannotBeOpenedIsReportedAndOpenedLaterWhenMended) {
+  struct Row {
+    const char* legend;
+    void (*spoil)(const fs::path& file);
+  };
+  const Row rows[] = {
+      {"not a database",
+       [](const fs::path& file) {
+         std::ofstream(file) << "this is not a database, it is a text file";
+       }},
+      {"a directory", [](const fs::path& file) { fs::create_directories(file / "x"); }},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.legend);
+    test::TempDir dir;
+    const MyPaths paths(dir.path(), dir.path() / "data");
+    fs::create_directories(paths.DataDirectory());
+    row.spoil(paths.EventLogDatabase());
+    core::ManualClock clock(At(2009, 10, 20, 8));
+    std::ostringstream screen;
+    testing::internal::CaptureStderr();
+    Logs logs(paths, clock, &screen, QuickRetry());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), " Could Not Access TCLOG.MDB Log File.\n");
+    EXPECT_EQ(logs.GetEventLog(), nullptr);
+
+    testing::internal::CaptureStderr();
+    logs.Event("Open Comm", "Port = 1");  // reported once at the start; the event goes on below
+    logs.Screen("still here");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(screen.str(), "still here\n");
+    EXPECT_EQ(core::ReadWholeFile(paths.DebugLogDirectory() / "Screen Log - 2009-10-20.log"),
+              "08:00:00 -  Could Not Access TCLOG.MDB Log File.\r\n08:00:00 - still here\r\n");
+    const std::string debug =
+        core::ReadWholeFile(paths.DebugLogDirectory() / "Debug Log - 2009-10-20.log");
+    EXPECT_NE(debug.find("08:00:00 - Event log unavailable: " + paths.EventLogDatabase().string() +
+                         ": System error "),
+              std::string::npos)
+        << debug;
+    EXPECT_NE(debug.find("\r\nEvent not written: Open Comm - Port = 1\r\n"), std::string::npos);
+
+    // Mended: the event log is opened again once the reopen interval has passed, not before.
+    fs::remove_all(paths.EventLogDatabase());
+    clock.Advance(59s);
+    logs.Event("Too soon", "");
+    EXPECT_EQ(logs.GetEventLog(), nullptr);
+    clock.Advance(1s);
+    testing::internal::CaptureStderr();
+    logs.Event("Close Comm", "Port = 1");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Event log available again: " + paths.EventLogDatabase().string() + "\n");
+    ASSERT_NE(logs.GetEventLog(), nullptr);
+    const auto stored = logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
+    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(stored[0].event_type, "Close Comm");
+  }
+}
+
+TEST(LogsTest, ATextLogThatCannotBeWrittenIsReportedOncePerLogAndKindAndNothingThrows) {
+  test::TempDir dir;
+  const MyPaths paths(dir.path(), dir.path() / "data");
+  fs::create_directories(paths.DataDirectory());
+  const fs::path folder = paths.DebugLogDirectory();
+  std::ofstream(folder) << "a file where the folder should be";
+  core::ManualClock clock(At(2009, 10, 20, 8));
+  testing::internal::CaptureStderr();
+  Logs logs(paths, clock);
+  for (int i = 0; i < 3; ++i) {
+    logs.Debug("", "general");
+    logs.Debug("Dock", "named");
+    logs.Screen("screen");
+  }
+  logs.Event("Start of call", "the event log is fine");
+  std::string err = testing::internal::GetCapturedStderr();
+  // One report for each of the three logs, naming the folder and the error.
+  EXPECT_EQ(Count(err, "Text log unavailable: System error "), 3u) << err;
+  EXPECT_EQ(Count(err, folder.string()), 3u) << err;
+  EXPECT_EQ(logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20)).size(), 1u);
+
+  fs::remove(folder);
+  testing::internal::CaptureStderr();
+  logs.Debug("", "back");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(core::ReadWholeFile(folder / "Debug Log - 2009-10-20.log"), "08:00:00 - back\r\n");
+
+  // Failing again is news for the general debug log, which worked meanwhile, and not for the
+  // screen log, which never did.
+  fs::remove_all(folder);
+  std::ofstream(folder) << "in the way again";
+  testing::internal::CaptureStderr();
+  logs.Debug("", "lost");
+  logs.Debug("", "lost");
+  logs.Screen("lost");
+  err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(Count(err, "Text log unavailable: "), 1u) << err;
 }
 
 TEST(LogsTest, ScreenMessageFillsTimeAndDetails) {

@@ -18,8 +18,9 @@ core::DateTime At(int y, int m, int d, int hh = 0, int nn = 0, int ss = 0) {
 void Touch(const fs::path& file) { std::ofstream(file) << "old\r\n"; }
 
 TEST(TextLogsTest, SafeNameReplacesEveryReservedCharacter) {
-  EXPECT_EQ(SafeFileName(R"(a\b/c:d*e?f"g<h>i|j)"), "a_b_c_d_e_f_g_h_i_j");
-  EXPECT_EQ(SafeFileName("Plant 2 - Dock"), "Plant 2 - Dock");
+  EXPECT_EQ(SafeLogName(R"(a\b/c:d*e?f"g<h>i|j)"), "a_b_c_d_e_f_g_h_i_j");
+  EXPECT_EQ(SafeLogName("Plant #2 - Dock (east)"), "Plant #2 - Dock (east)");
+  EXPECT_EQ(SafeLogName(std::string("Dock\r\n\0\x7f", 8)), "Dock____");
   EXPECT_EQ(TextLogs::NamedDebugLogName("COM1/Dock:East", *core::Date::FromYmd(2009, 10, 20)),
             "COM1_Dock_East Debug Log - 2009-10-20.log");
 }

@@ -7,14 +7,13 @@
 namespace clockcomm::db {
 namespace {
 
-// How long a statement waits for another process's lock before it reports the database busy.
-constexpr int kBusyTimeoutMs = 5000;
 // Statements kept prepared per connection; beyond this the cache is emptied.
 constexpr size_t kStatementCacheLimit = 64;
 
 }  // namespace
 
-std::unique_ptr<SqliteDatabase> SqliteDatabase::Open(const std::filesystem::path& path, Mode mode) {
+std::unique_ptr<SqliteDatabase> SqliteDatabase::Open(const std::filesystem::path& path, Mode mode,
+                                                     std::chrono::milliseconds busy_wait) {
   const std::string name = path.string();
   std::error_code ec;
   if (mode == Mode::kExisting && !std::filesystem::exists(path, ec)) {
@@ -29,7 +28,7 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::Open(const std::filesystem::path
     sqlite3_close(handle);
     throw DatabaseError(rc, "Cannot open database " + name + ": " + msg);
   }
-  sqlite3_busy_timeout(handle, kBusyTimeoutMs);
+  sqlite3_busy_timeout(handle, static_cast<int>(busy_wait.count()));
   std::unique_ptr<SqliteDatabase> db(new SqliteDatabase(handle, name));
   // Reading the schema makes SQLite look at the file now, so a corrupt file fails here with the
   // file's name rather than later in some unrelated statement.

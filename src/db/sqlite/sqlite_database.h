@@ -1,12 +1,14 @@
 // The embedded backend: one SQLite file per database.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <unordered_map>
 
 #include "db/database.h"
+#include "db/open.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -18,9 +20,11 @@ class SqliteDatabase : public Database {
   enum class Mode { kExisting, kCreate };
 
   // Opens the file. kExisting refuses a missing file; both refuse a file that is not a database.
-  // Throws DatabaseError naming the file.
-  static std::unique_ptr<SqliteDatabase> Open(const std::filesystem::path& path,
-                                              Mode mode = Mode::kExisting);
+  // A statement waits up to busy_wait for another connection's lock. Throws DatabaseError naming
+  // the file.
+  static std::unique_ptr<SqliteDatabase> Open(
+      const std::filesystem::path& path, Mode mode = Mode::kExisting,
+      std::chrono::milliseconds busy_wait = kDefaultBusyWait);
   ~SqliteDatabase() override;
 
   int64_t Execute(std::string_view sql, const Params& params = {}) override;

@@ -4,6 +4,7 @@
 
 #include "core/durable_file.h"
 #include "core/errors.h"
+#include "core/safe_path.h"
 #include "core/screen_message.h"
 #include "core/text.h"
 #include "db/open.h"
@@ -18,17 +19,6 @@ namespace {
 
 std::string SystemErrorText(const core::SystemError& e) {
   return "System error " + std::to_string(e.Number()) + ": " + e.Description();
-}
-
-// A clock name as part of a folder name: nothing a terminal sends may climb out of a folder.
-std::string FolderSafe(std::string_view name) {
-  std::string out;
-  for (unsigned char c : name) {
-    const bool bad = c < 0x20 || c == 0x7F || c == '/' || c == '\\' || c == ':';
-    out += bad ? '_' : static_cast<char>(c);
-  }
-  if (out.find_first_not_of('.') == std::string::npos) out = "_" + out;
-  return out;
 }
 
 }  // namespace
@@ -180,7 +170,7 @@ void CallIntake::CopyToDuplicateFolders() {
   for (const std::string& item : core::Split(templates, '+')) {
     std::string folder = core::Trim(item);
     if (folder.empty()) continue;
-    folder = core::ReplaceAll(folder, "[ClockName]", FolderSafe(origin_.clock_name));
+    folder = core::ReplaceAll(folder, "[ClockName]", core::SafeFileName(origin_.clock_name));
     folder = core::ReplaceAll(folder, "[FileName]", file_name);
     std::error_code ec;
     std::filesystem::create_directories(folder, ec);

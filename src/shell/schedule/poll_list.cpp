@@ -1,5 +1,7 @@
 #include "shell/schedule/poll_list.h"
 
+#include <fmt/format.h>
+
 #include "core/errors.h"
 #include "core/text.h"
 
@@ -15,6 +17,20 @@ PollRow RowOf(const db::Recordset& rs) {
                                  rs.Field("LocationPhone").AsText(), rs.Field("DialTime"),
                                  rs.Field("SelectToDial").AsBool(),
                                  rs.Field("TerminalID").AsText());
+}
+
+// The phone number goes into the dial command and the terminal id into the poll header, where a
+// control character would end the command or break the frame; the name goes into log lines.
+void RequireNoControlCharacters(std::string_view text, const char* field, const char* param) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (c < 0x20 || c == 0x7F) {
+      throw core::ArgumentException(fmt::format("{} cannot hold control characters (0x{:02X} at "
+                                                "position {}).",
+                                                field, c, i + 1),
+                                    param);
+    }
+  }
 }
 
 db::Value DialTimeValue(const std::optional<core::TimeOfDay>& time) {
@@ -60,6 +76,9 @@ int64_t PollList::Add(const PollRow& row) {
   if (core::Trim(row.location_name).empty()) {
     throw core::ArgumentException("LocationName cannot be empty.", "location_name");
   }
+  RequireNoControlCharacters(row.location_name, "LocationName", "location_name");
+  RequireNoControlCharacters(row.location_phone, "LocationPhone", "location_phone");
+  RequireNoControlCharacters(row.terminal_id, "TerminalID", "terminal_id");
   if (row.location_id != 0 && Find(row.location_id)) {
     throw core::ArgumentException(
         "LocationID " + std::to_string(row.location_id) + " is already in the poll list.",

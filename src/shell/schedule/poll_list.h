@@ -46,7 +46,8 @@ class PollList : public PollRowSource {
 
   // Adds a row and returns its LocationID (a new one when row.location_id is 0). DialTime is
   // stored as "HH:nn", or "HH:nn:ss" when it has seconds, or NULL. Throws ArgumentException for
-  // an empty name or a LocationID already in use.
+  // an empty name, a control character (below 0x20, or 0x7F) in the name, phone or terminal id,
+  // or a LocationID already in use.
   int64_t Add(const PollRow& row);
   // Throws ItemNotFoundException naming the LocationID when there is no such row.
   void Remove(int64_t location_id);

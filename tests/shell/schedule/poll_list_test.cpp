@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "core/errors.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "schedule_test_support.h"
 #include "test_support/temp_dir.h"
 
@@ -15,9 +15,7 @@ using testing::Hm;
 
 class PollListTest : public ::testing::Test {
  protected:
-  PollListTest()
-      : db_(db::Open(dir_.path() / db::kProductDatabaseFile,
-                                     db::OpenMode::kCreate)) {
+  PollListTest() : db_(db::Open(dir_.path() / db::kProductDatabaseFile, db::OpenMode::kCreate)) {
     db::CreateProductSchema(*db_);
   }
   std::string StoredDialTime(int64_t id) {
@@ -94,6 +92,44 @@ TEST_F(PollListTest, EditsAndTheirErrors) {
   EXPECT_TRUE(list_.ReadPollRows().empty());
   EXPECT_THROW(list_.Remove(id), core::ItemNotFoundException);
   EXPECT_THROW(list_.SetDialTime(id, Hm(1, 0)), core::ItemNotFoundException);
+}
+
+TEST_F(PollListTest, ControlCharactersInWhatIsSentOrLoggedAreRefusedNamingTheField) {
+  struct Row {
+    const char* legend;
+    std::string PollRow::*field;
+    std::string value;
+    const char* message;
+  };
+  const Row rows[] = {
+      {"CR ends the dial command", &PollRow::location_phone, "555\rATH",
+       "LocationPhone cannot hold control characters (0x0D at position 4)."},
+      {"DEL", &PollRow::location_phone, "555\x7f", "LocationPhone cannot hold control"},
+      {"ETX ends the header", &PollRow::terminal_id, "1\x03", "TerminalID cannot hold control"},
+      {"NUL", &PollRow::terminal_id, std::string("1\0", 2), "TerminalID cannot hold control"},
+      {"line feed forges a log line", &PollRow::location_name, "Dock\nGate",
+       "LocationName cannot hold control"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.legend);
+    PollRow poll = testing::Row(0, "Dock", Hm(9, 0));
+    poll.*row.field = row.value;
+    try {
+      list_.Add(poll);
+      ADD_FAILURE() << "stored";
+    } catch (const core::ArgumentException& e) {
+      EXPECT_EQ(std::string(e.what()).rfind(row.message, 0), 0u) << e.what();
+    }
+  }
+  EXPECT_TRUE(list_.ReadPollRows().empty());
+  // Printable text of every kind stays storable: dial modifiers, Windows-1252 letters.
+  PollRow ok = testing::Row(0,
+                            "B\xE4"
+                            "ckerei 2",
+                            Hm(9, 0), true, "9,,555-0199#*W");
+  ok.terminal_id = "T-7 ~";
+  const int64_t id = list_.Add(ok);
+  EXPECT_EQ(list_.Find(id)->location_phone, "9,,555-0199#*W");
 }
 
 }  // namespace
