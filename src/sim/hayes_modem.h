@@ -67,6 +67,8 @@ class HayesModem {
   void Run();
 
   ModemStats Stats() const;
+  // The S register n (S0: rings before auto-answer, 0 = off). Read it once Run has returned.
+  int Register(int n) const { return registers_[n & 0xFF]; }
   bool Connected() const;
   // The outcome of the last call the line side finished.
   CallOutcome LastTerminalOutcome() const;

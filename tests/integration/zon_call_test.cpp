@@ -249,7 +249,9 @@ class ModemCallTest : public ZonCallTest {
     sim::ModemOptions options;
     options.speed = speed;
     auto rig = StartModem(options, terminal);
-    auto loop = Runner(Settings(rig->pty.SlavePath(), true));
+    auto settings = Settings(rig->pty.SlavePath(), true);
+    settings.modem_init = "ATE1Q0V1X4S0=2";  // a site's own string, answering on the second ring
+    auto loop = Runner(settings);
     auto ring = std::async(std::launch::async, [&] {
       EXPECT_TRUE(screen_.WaitFor("Waiting for next event")) << screen_.All();
       rig->modem->IncomingCall("5551234");
@@ -260,6 +262,10 @@ class ModemCallTest : public ZonCallTest {
     EXPECT_TRUE(screen_.Contains("Initializing Modem"));
     EXPECT_TRUE(terminal.PendingPunches().empty());
     EXPECT_EQ(Rows(), 3);
+    // End left the modem with auto-answer off, whatever the site's string said.
+    rig->stop.Request();
+    rig->thread.join();
+    EXPECT_EQ(rig->modem->Register(0), 0);
   }
 };
 
