@@ -11,6 +11,11 @@ namespace clockcomm::core {
 
 std::string_view TrimView(std::string_view s);
 std::string Trim(std::string_view s);
+// Letter case in Windows-1252: ASCII, the accented letters 0xC0-0xDE <-> 0xE0-0xFE (less the
+// signs 0xD7 and 0xF7), and the pairs 0x8A/0x9A, 0x8C/0x9C, 0x8E/0x9E, 0x9F/0xFF. Every other
+// byte is its own case. Independent of the C locale.
+char ToLowerChar(char c);
+char ToUpperChar(char c);
 std::string ToLower(std::string_view s);
 std::string ToUpper(std::string_view s);
 bool EqualsIgnoreCase(std::string_view a, std::string_view b);

@@ -102,6 +102,16 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   }
 }
 
+// Windows-1252 text in the arguments, as bytes: an accented clock name in the other case.
+TEST_F(RecordCommandsTest, AccentedClockNameInTheOtherCaseIsFound) {
+  ASSERT_EQ(Clockcomm("init").status, 0);
+  ASSERT_EQ(Clockcomm("company add 'Caf\xE9' --clock 'caf\xE9' --dir cafe").status, 0);
+  core::WriteFileAtomically(Path("data/c.TCD"), "1,1,12,,,,,I,10/21/2009,08:00,,,,\r\n");
+  const auto r = Clockcomm("transfer --clock 'CAF\xC9' '" + Path("data/c.TCD").string() + "'");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("1 row(s) went into Caf\xE9"), std::string::npos) << r.out;
+}
+
 TEST_F(RecordCommandsTest, WithoutInitTheRegistryIsMissing) {
   const auto r = Clockcomm("company list");
   EXPECT_EQ(r.status, 1);

@@ -3,9 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "db/open.h"
 #include "core/durable_file.h"
 #include "core/errors.h"
+#include "db/open.h"
 #include "records/amount_column.h"
 #include "records/clock_file_transfer.h"
 #include "records/database_writer.h"
@@ -93,9 +93,18 @@ TEST(StampTest, TextsAndExecution) {
             "(((COMPANY.[Clock Name])=\"Front\"));");
   TransferFixture f;
   auto registry = db::Open(f.registry_path);
+  registry->Execute(
+      "INSERT INTO Company ([Company], [Clock Name], [Directory]) VALUES "
+      "('Caf\xE9', 'caf\xE9', 'cafe'), ('Caf\xE9 Two', 'CAF\xC9', 'cafe2')");
   EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "FRONT", today), 1);
   EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "\" OR 1=1 --", today), 0);
   EXPECT_EQ(f.LoadCompany().ClockDataTableLastUpdated().GetDate(), today);
+  // A Windows-1252 clock name in the other case: both rows of that clock are stamped.
+  EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "Caf\xC9", today), 2);
+  EXPECT_EQ(registry->Query("SELECT COUNT(*) FROM Company WHERE [Clock Table Updated] IS NULL")
+                .Field(0)
+                .AsInt(),
+            0);
 }
 
 TEST(TcdDbWriterTest, ColumnsAndAmounts) {
