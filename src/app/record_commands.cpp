@@ -247,6 +247,7 @@ struct TransferCommandOptions {
   std::vector<std::string> files;
   std::string mode;
   bool one_transaction = false;
+  bool again = false;
 };
 
 void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) {
@@ -265,13 +266,17 @@ void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) 
   records::TransferOptions transfer_options;
   transfer_options.mode_letter = o.mode;
   transfer_options.use_transactions = !o.one_transaction;
+  transfer_options.again = o.again;
+  logs.SetCurrentClock(company->ClockName(), 0);  // names the clock in the event rows
   int total = 0;
   bool failed = false;
   for (const auto& file : o.files) {
     try {
       const auto r = transfer.Transfer(*company, file, transfer_options);
       total += r.inserted;
-      std::cout << file << ": " << r.inserted << " row(s) went in";
+      std::cout << file << ": ";
+      if (o.again) std::cout << "forgot " << r.forgotten << " deleted row(s), ";
+      std::cout << r.inserted << " row(s) went in";
       if (r.already_present > 0) std::cout << ", " << r.already_present << " already there";
       if (r.rejected > 0) {
         std::cout << ", " << r.rejected << " bad line(s) kept in " << r.reject_file.string();
@@ -335,6 +340,8 @@ transfer->add_option("files", to->files, "TCD files")->required();
 transfer->add_option("--mode", to->mode, "Upload type of the call; W: no .ARC archive");
 transfer->add_flag("--one-transaction", to->one_transaction,
                    "One transaction for each whole file instead of one per row");
+transfer->add_flag("--again", to->again,
+                   "Transfer again the lines whose rows were deleted from the table (logged)");
 transfer->callback([&options, to] { RunTransfer(options, *to); });
 }  // namespace clockcomm::app
 

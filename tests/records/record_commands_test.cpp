@@ -92,6 +92,24 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
           .AsInt(),
       2);
 
+  // Rows an administrator deleted come back only when asked, and the asking is logged.
+  db->Execute("DELETE FROM [Clock Data Table] WHERE Punch = 2");
+  r = Clockcomm("transfer --clock Front '" + Path("data/10210001.TCD").string() + "'");
+  EXPECT_NE(r.out.find("0 row(s) went in, 3 already there"), std::string::npos) << r.out;
+  r = Clockcomm("transfer --again --clock Front '" + Path("data/10210001.TCD").string() + "'");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("forgot 1 deleted row(s), 1 row(s) went in, 2 already there"),
+            std::string::npos)
+      << r.out;
+  EXPECT_EQ(db->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt(), 3);
+  auto events = db::Open(Path("data/TCLOG.db"))
+                    ->Query(
+                        "SELECT ClockName, EventDes FROM LogTable "
+                        "WHERE EventType = 'Transfer again'");
+  ASSERT_EQ(events.RecordCount(), 1u);
+  EXPECT_EQ(events.Field("ClockName").AsText(), "Front");
+  EXPECT_NE(events.Field("EventDes").AsText().find("10210001.TCD again"), std::string::npos);
+
   r = Clockcomm("transfer --clock Nowhere '" + Path("data/10210001.TCD").string() + "'");
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.out.find("Clock name 'Nowhere' was not found in Company3.mdb"), std::string::npos);
