@@ -162,6 +162,13 @@ std::string NumberText(double value) {
   return fmt::format("{}", value);
 }
 
+bool HasControlCharacter(std::string_view s) {
+  for (unsigned char c : s) {
+    if (c < 0x20 || c == 0x7F) return true;
+  }
+  return false;
+}
+
 std::string Printable(std::string_view s) {
   static const char* kNames[32] = {"NUL", "SOH", "STX", "ETX", "EOT", "ENQ", "ACK", "BEL",
                                    "BS",  "HT",  "LF",  "VT",  "FF",  "CR",  "SO",  "SI",

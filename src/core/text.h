@@ -35,6 +35,8 @@ std::optional<double> ParseNumber(std::string_view s);
 std::optional<int> ParseInt(std::string_view s);
 // A number as its ordinary shortest text: 6 as "6", 2.5 as "2.5".
 std::string NumberText(double value);
+// Whether the text holds a byte below 0x20 or DEL: what may not go into a packet's text field.
+bool HasControlCharacter(std::string_view s);
 // Shows control characters as <STX>, <FS> ... so packets can be logged readably.
 std::string Printable(std::string_view s);
 

@@ -67,6 +67,28 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   EXPECT_NE(r.out.find("line 4"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("Imported 2 employee(s)"), std::string::npos) << r.out;
 
+  // Departments and jobs, and what the terminals receive of all three.
+  EXPECT_EQ(Clockcomm("department add --company Acme --number 44 --name Kitchen").status, 0);
+  EXPECT_EQ(Clockcomm("department add --company Acme --number 044 --name Again").status, 1);
+  EXPECT_EQ(Clockcomm("department add --company Acme --number 4x --name Bad").status, 1);
+  EXPECT_EQ(Clockcomm("job add --company Acme --code task --name 'Task work'").status, 0);
+  EXPECT_EQ(Clockcomm("job add --company Acme --code 12345678901234 --name Long").status, 1);
+  EXPECT_NE(Clockcomm("department list --company Acme").out.find("44\tKitchen\n"),
+            std::string::npos);
+  EXPECT_NE(Clockcomm("job list --company Acme").out.find("task\tTask work\n"), std::string::npos);
+  {
+    auto company_db = db::Open(Path("data/acme/Company.db"));
+    EXPECT_EQ(company_db
+                  ->Query("SELECT [Card ID], Name FROM LEVEL1 WHERE Active <> 0 "
+                          "ORDER BY [Card ID]")
+                  .Rows(),
+              (std::vector<std::vector<db::Value>>{{int64_t{20}, ""},
+                                                   {int64_t{23}, ""},
+                                                   {int64_t{1234}, "Ann"}}));
+    EXPECT_EQ(company_db->Query("SELECT Code, Description FROM LEVEL2").Rows(),
+              (std::vector<std::vector<db::Value>>{{"44", "Kitchen"}}));
+  }
+
   core::WriteFileAtomically(Path("SettingsOverride.txt"),
                             "assignhomedept = yes\nassigndefaultjob = yes\n");
   core::WriteFileAtomically(
@@ -114,8 +136,9 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.out.find("Clock name 'Nowhere' was not found in Company3.mdb"), std::string::npos);
   EXPECT_EQ(Clockcomm("transfer --clock Front '" + Path("none.TCD").string() + "'").status, 1);
-  for (const char* cmd : {"company --help", "company add --help", "company list --help",
-                          "employee add --help", "employee import --help", "transfer --help"}) {
+  for (const char* cmd :
+       {"company --help", "company add --help", "company list --help", "employee add --help",
+        "employee import --help", "department --help", "job --help", "transfer --help"}) {
     EXPECT_EQ(Clockcomm(cmd).status, 0) << cmd;
   }
 }
