@@ -2,7 +2,6 @@
 // company registry, a company's employees and the validation tables its terminals receive, and
 // moving TCD files into a company's database.
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -12,6 +11,7 @@
 #include "app/commands.h"
 #include "core/clock.h"
 #include "core/date_time.h"
+#include "core/durable_file.h"
 #include "core/errors.h"
 #include "core/text.h"
 #include "db/open.h"
@@ -19,6 +19,7 @@
 #include "records/clock_file_transfer.h"
 #include "records/company_factory.h"
 #include "records/company_registration.h"
+#include "records/employee_import.h"
 #include "records/employee_table.h"
 #include "records/tcd_record.h"
 #include "records/validation_codes.h"
@@ -169,41 +170,25 @@ void RunEmployeeAdd(const GlobalOptions& options, const EmployeeOptions& o) {
 
 void RunEmployeeImport(const GlobalOptions& options, const EmployeeOptions& o) {
   Context ctx(options);
-  std::ifstream in(o.file, std::ios::binary);
-  if (!in) Fail("clockcomm employee import: cannot open " + o.file);
-  auto db = OpenCompanyDatabase(ctx, o.company);
-  int line_number = 0, imported = 0, bad = 0;
-  std::string line;
-  records::EmployeeTable employees(*db);
-  db::Transaction transaction(*db);
-  while (std::getline(in, line)) {
-    ++line_number;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line_number == 1 || core::TrimView(line).empty()) continue;  // the header line
-    auto fields = core::Split(line, ',');
-    for (auto& f : fields) f = core::Trim(core::ReplaceAll(f, "\"", ""));
-    records::Employee e;
-    std::optional<std::string> reason;
-    if (fields.size() < 1 || fields.size() > 3) {
-      reason = "expected card, home department, default job; found " +
-               std::to_string(fields.size()) + " fields";
-    } else {
-      fields.resize(3);
-      reason = records::ReadEmployee(fields[0], fields[1], fields[2], "", e);
-    }
-    if (reason) {
-      std::cerr << o.file << " line " << line_number << ": " << *reason << "\n";
-      ++bad;
-      continue;
-    }
-    employees.Put(e);
-    ++imported;
+  std::string content;
+  try {
+    content = core::ReadWholeFile(o.file);
+  } catch (const core::SystemError& e) {
+    Fail("clockcomm employee import: cannot read " + o.file + ": " + e.what());
   }
-  transaction.Commit();
-  std::cout << "Imported " << imported << " employee(s) into " << o.company;
-  if (bad > 0) std::cout << "; " << bad << " bad line(s) left out";
+  auto db = OpenCompanyDatabase(ctx, o.company);
+  const auto result = records::ImportEmployees(*db, content);
+  for (const auto& refused : result.refused) {
+    std::cerr << o.file << " line " << refused.line << ": " << refused.reason << "\n";
+  }
+  std::cout << "Imported " << result.imported << " employee(s) into " << o.company;
+  // Said aloud, so that a first employee mistyped into a header does not pass unnoticed.
+  if (result.header) std::cout << " (the first line was taken as a header)";
+  if (!result.refused.empty()) {
+    std::cout << "; " << result.refused.size() << " bad line(s) left out";
+  }
   std::cout << "\n";
-  if (bad > 0) throw CLI::RuntimeError(1);
+  if (!result.refused.empty()) throw CLI::RuntimeError(1);
 }
 
 // ---- department, job ----
@@ -334,8 +319,8 @@ void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options) {
   eadd->callback([&options, eo] { RunEmployeeAdd(options, *eo); });
   CLI::App* eimport = employee->add_subcommand(
       "import",
-      "Add or update employees from a CSV file: card,home department,default job "
-      "(first line is a header)");
+      "Add or update employees from a CSV file: card, home department, default job, name "
+      "(all but the card may be left out; a first line whose card is not a number is a header)");
   eimport->add_option("--company", eo->company, "Company name")->required();
   eimport->add_option("file", eo->file, "CSV file")->required()->check(CLI::ExistingFile);
   eimport->callback([&options, eo] { RunEmployeeImport(options, *eo); });

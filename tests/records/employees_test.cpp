@@ -3,6 +3,7 @@
 #include "core/errors.h"
 #include "db/open.h"
 #include "db/schema.h"
+#include "records/employee_import.h"
 #include "records/employee_table.h"
 #include "records/validation_codes.h"
 #include "test_support/temp_dir.h"
@@ -80,6 +81,40 @@ TEST(ReadEmployeeTest, Refusals) {
       EXPECT_NE(reason->find(c.reason), std::string::npos) << *reason;
     }
   }
+}
+
+TEST_F(EmployeesAndCodesTest, ImportReadsRealCsvAndNamesEachRefusedLine) {
+  const auto result = ImportEmployees(*db_,
+                                      "21,,\"A,B\"\r\n"     // no header: the first is an employee
+                                      "x22,7,wash\r\n"      // refused
+                                      "23,1000000000,\r\n"  // refused
+                                      "\r\n"                // blank
+                                      "24,7,wash,\"Smith, Ann\"\r\n"
+                                      "25,1,2,3,4\r\n"  // refused: five fields
+                                      "26,\"7\"x,\r\n"  // refused: stray quote
+                                      "27");
+  EXPECT_FALSE(result.header);
+  EXPECT_EQ(result.imported, 3);
+  std::vector<int> lines;
+  for (const auto& r : result.refused) lines.push_back(r.line);
+  EXPECT_EQ(lines, (std::vector<int>{2, 3, 6, 7}));
+  EXPECT_EQ(Employees(), (Rows{{int64_t{21}, "", {}, "A,B"},
+                               {int64_t{24}, "Smith, Ann", int64_t{7}, "wash"},
+                               {int64_t{27}, "", {}, ""}}));
+  EXPECT_EQ(Level1().size(), 3u);
+
+  // A header is known by its card field; a quoted number is a card.
+  const std::tuple<const char*, bool, int> headers[] = {
+      {"card,home department,default job,name\n31,7,,Ann\n", true, 1},
+      {"\"32\",7\n33\n", false, 2},
+      {"3\"4,7\n35\n", false, 1},  // a first line that cannot be read is refused, not skipped
+  };
+  for (const auto& [text, header, imported] : headers) {
+    const auto r = ImportEmployees(*db_, text);
+    EXPECT_EQ(r.header, header) << text;
+    EXPECT_EQ(r.imported, imported) << text;
+  }
+  EXPECT_EQ(Level1()[3], (std::vector<db::Value>{int64_t{31}, "Ann", int64_t{1}}));
 }
 
 TEST_F(EmployeesAndCodesTest, DepartmentsAndJobs) {

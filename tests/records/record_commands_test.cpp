@@ -63,9 +63,18 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
                             "23,,\r\n");
   r = Clockcomm("employee import --company Acme '" + Path("emp.csv").string() + "'");
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("line 3"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("line 4"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("Imported 2 employee(s)"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find(Path("emp.csv").string() + " line 3: card \"x21\""), std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find(Path("emp.csv").string() + " line 4: home department"), std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find("Imported 2 employee(s) into Acme (the first line was taken as a header)"),
+            std::string::npos)
+      << r.out;
+  // No header, a quoted comma: every line is an employee.
+  core::WriteFileAtomically(Path("more.csv"), "24,,\"A,B\",\"Lee, Dee\"\n25,7\n");
+  r = Clockcomm("employee import --company Acme '" + Path("more.csv").string() + "'");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("Imported 2 employee(s) into Acme\n"), std::string::npos) << r.out;
 
   // Departments and jobs, and what the terminals receive of all three.
   EXPECT_EQ(Clockcomm("department add --company Acme --number 44 --name Kitchen").status, 0);
@@ -84,6 +93,8 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
                   .Rows(),
               (std::vector<std::vector<db::Value>>{{int64_t{20}, ""},
                                                    {int64_t{23}, ""},
+                                                   {int64_t{24}, "Lee, Dee"},
+                                                   {int64_t{25}, ""},
                                                    {int64_t{1234}, "Ann"}}));
     EXPECT_EQ(company_db->Query("SELECT Code, Description FROM LEVEL2").Rows(),
               (std::vector<std::vector<db::Value>>{{"44", "Kitchen"}}));
