@@ -13,7 +13,7 @@ struct GlobalOptions {
 
 // init, settings show|set, log show|purge|print
 void RegisterSetupCommands(CLI::App& app, const GlobalOptions& options);
-// company add|list, employee add|import, transfer
+// company add|list, employee add|import, department add|list, job add|list, transfer
 void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options);
 
 // host, poll, poll-list

@@ -12,7 +12,9 @@
 #include "core/errors.h"
 #include "db/open.h"
 #include "records/company_registration.h"
+#include "records/employee_table.h"
 #include "records/parameter_override.h"
+#include "records/validation_codes.h"
 #include "shell/program_folder.h"
 #include "shell/schedule/poll_list.h"
 #include "sim/hayes_modem.h"
@@ -53,15 +55,18 @@ void AddCompany(const shell::MyPaths& paths, const core::Date& today) {
                            paths.CompanyDirectory(kCompanyDirectory),
                            paths.CompanyDatabase(kCompanyDirectory), company);
   auto db = db::Open(paths.CompanyDatabase(kCompanyDirectory));
-  db->Execute(
-      "INSERT INTO [Employee Table] ([Card ID], [Employee Name], [Home Department], "
-      "DefaultAssignment) VALUES (12, 'Ada Lovelace', 7, 'J1'), (13, 'Charles Babbage', 8, 'J2'), "
-      "(14, 'Grace Hopper', 7, '')");
-  db->Execute(
-      "INSERT INTO LEVEL1 ([Card ID], Name) VALUES (12, 'Ada Lovelace'), (13, 'Charles Babbage'), "
-      "(14, 'Grace Hopper')");
-  db->Execute("INSERT INTO LEVEL2 (Code, Description) VALUES ('7', 'Assembly'), ('8', 'Paint')");
-  db->Execute("INSERT INTO LEVEL3 (Code, Description) VALUES ('J1', 'Frames'), ('J2', 'Wheels')");
+  // Through the same code as `employee add`, `department add` and `job add`.
+  records::EmployeeTable employees(*db);
+  for (const records::Employee& e : {records::Employee{12, "Ada Lovelace", 7, "J1"},
+                                     records::Employee{13, "Charles Babbage", 8, "J2"},
+                                     records::Employee{14, "Grace Hopper", 7, ""}}) {
+    employees.Add(e);
+  }
+  records::ValidationCodes codes(*db);
+  codes.AddDepartment(7, "Assembly");
+  codes.AddDepartment(8, "Paint");
+  codes.AddJob("J1", "Frames");
+  codes.AddJob("J2", "Wheels");
 }
 
 // A terminal's punches of today: each employee in, out to lunch, back, and out.

@@ -1,7 +1,7 @@
-// company add|list, employee add|import, transfer: the company registry, the employee table of a
-// company, and moving TCD files into a company's database.
+// company add|list, employee add|import, department add|list, job add|list, transfer: the
+// company registry, a company's employees and the validation tables its terminals receive, and
+// moving TCD files into a company's database.
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -11,6 +11,7 @@
 #include "app/commands.h"
 #include "core/clock.h"
 #include "core/date_time.h"
+#include "core/durable_file.h"
 #include "core/errors.h"
 #include "core/text.h"
 #include "db/open.h"
@@ -18,7 +19,10 @@
 #include "records/clock_file_transfer.h"
 #include "records/company_factory.h"
 #include "records/company_registration.h"
+#include "records/employee_import.h"
+#include "records/employee_table.h"
 #include "records/tcd_record.h"
+#include "records/validation_codes.h"
 #include "shell/logs.h"
 #include "shell/my_static.h"
 
@@ -150,93 +154,84 @@ std::unique_ptr<db::Database> OpenCompanyDatabase(const Context& ctx,
   return db::Open(file);
 }
 
-struct Employee {
-  int64_t card = 0;
-  std::optional<int64_t> home_dept;
-  std::string default_job;
-};
-
-// Checks one employee's fields; returns the reason when they are not acceptable.
-std::optional<std::string> ReadEmployee(const std::string& card, const std::string& dept,
-                                        const std::string& job, Employee& out) {
-  auto c = core::ParseInt(core::Trim(card));
-  if (!c || *c <= 0) return "card \"" + card + "\" is not a positive whole number";
-  out.card = *c;
-  out.home_dept.reset();
-  if (!core::Trim(dept).empty()) {
-    auto d = core::ParseInt(core::Trim(dept));
-    if (!d || *d < 0 || *d > records::kMaxDepartment) {
-      return "home department \"" + dept + "\": " + records::kDepartmentRangeMessage;
-    }
-    out.home_dept = *d;
-  }
-  out.default_job = core::Trim(job);
-  if (out.default_job.size() > records::kMaxJobNumberLength) {
-    return "default job \"" + out.default_job + "\": " + records::kJobNumberLengthMessage;
-  }
-  return std::nullopt;
-}
-
-constexpr const char* kUpsertEmployee =
-    "INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) "
-    "VALUES (?, ?, ?) ON CONFLICT([Card ID]) DO UPDATE SET "
-    "[Home Department] = excluded.[Home Department], "
-    "DefaultAssignment = excluded.DefaultAssignment";
-
 void RunEmployeeAdd(const GlobalOptions& options, const EmployeeOptions& o) {
   Context ctx(options);
-  Employee e;
-  if (auto reason = ReadEmployee(o.card, o.home_dept, o.default_job, e)) {
+  records::Employee e;
+  if (auto reason = records::ReadEmployee(o.card, o.home_dept, o.default_job, o.name, e)) {
     Fail("clockcomm employee add: " + *reason);
   }
   auto db = OpenCompanyDatabase(ctx, o.company);
-  if (!db->Query("SELECT 1 FROM [Employee Table] WHERE [Card ID] = ?", {e.card}).Eof()) {
+  if (!records::EmployeeTable(*db).Add(e)) {
     Fail("clockcomm employee add: card " + std::to_string(e.card) + " already exists in " +
          o.company);
   }
-  db->Execute(
-      "INSERT INTO [Employee Table] ([Card ID], [Employee Name], [Home Department], "
-      "DefaultAssignment) VALUES (?, ?, ?, ?)",
-      {e.card, core::Trim(o.name), e.home_dept, e.default_job});
   std::cout << "Added card " << e.card << " to " << o.company << "\n";
 }
 
 void RunEmployeeImport(const GlobalOptions& options, const EmployeeOptions& o) {
   Context ctx(options);
-  std::ifstream in(o.file, std::ios::binary);
-  if (!in) Fail("clockcomm employee import: cannot open " + o.file);
-  auto db = OpenCompanyDatabase(ctx, o.company);
-  int line_number = 0, imported = 0, bad = 0;
-  std::string line;
-  db::Transaction transaction(*db);
-  while (std::getline(in, line)) {
-    ++line_number;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line_number == 1 || core::TrimView(line).empty()) continue;  // the header line
-    auto fields = core::Split(line, ',');
-    for (auto& f : fields) f = core::Trim(core::ReplaceAll(f, "\"", ""));
-    Employee e;
-    std::optional<std::string> reason;
-    if (fields.size() < 1 || fields.size() > 3) {
-      reason = "expected card, home department, default job; found " +
-               std::to_string(fields.size()) + " fields";
-    } else {
-      fields.resize(3);
-      reason = ReadEmployee(fields[0], fields[1], fields[2], e);
-    }
-    if (reason) {
-      std::cerr << o.file << " line " << line_number << ": " << *reason << "\n";
-      ++bad;
-      continue;
-    }
-    db->Execute(kUpsertEmployee, {e.card, e.home_dept, e.default_job});
-    ++imported;
+  std::string content;
+  try {
+    content = core::ReadWholeFile(o.file);
+  } catch (const core::SystemError& e) {
+    Fail("clockcomm employee import: cannot read " + o.file + ": " + e.what());
   }
-  transaction.Commit();
-  std::cout << "Imported " << imported << " employee(s) into " << o.company;
-  if (bad > 0) std::cout << "; " << bad << " bad line(s) left out";
+  auto db = OpenCompanyDatabase(ctx, o.company);
+  const auto result = records::ImportEmployees(*db, content);
+  for (const auto& refused : result.refused) {
+    std::cerr << o.file << " line " << refused.line << ": " << refused.reason << "\n";
+  }
+  std::cout << "Imported " << result.imported << " employee(s) into " << o.company;
+  // Said aloud, so that a first employee mistyped into a header does not pass unnoticed.
+  if (result.header) std::cout << " (the first line was taken as a header)";
+  if (!result.refused.empty()) {
+    std::cout << "; " << result.refused.size() << " bad line(s) left out";
+  }
   std::cout << "\n";
-  if (bad > 0) throw CLI::RuntimeError(1);
+  if (!result.refused.empty()) throw CLI::RuntimeError(1);
+}
+
+// ---- department, job ----
+
+struct CodeOptions {
+  std::string company;
+  std::string number;  // a department's
+  std::string code;    // a job's
+  std::string name;
+};
+
+void RunDepartmentAdd(const GlobalOptions& options, const CodeOptions& o) {
+  Context ctx(options);
+  const auto number = core::ParseInt(o.number);
+  if (!number) Fail("clockcomm department add: \"" + o.number + "\" is not a whole number");
+  auto db = OpenCompanyDatabase(ctx, o.company);
+  try {
+    if (!records::ValidationCodes(*db).AddDepartment(*number, o.name)) {
+      Fail("clockcomm department add: department " + std::to_string(*number) +
+           " already exists in " + o.company);
+    }
+  } catch (const core::ArgumentException& e) {
+    Fail(std::string("clockcomm department add: ") + e.what());
+  }
+  std::cout << "Added department " << *number << " to " << o.company << "\n";
+}
+
+void RunJobAdd(const GlobalOptions& options, const CodeOptions& o) {
+  Context ctx(options);
+  auto db = OpenCompanyDatabase(ctx, o.company);
+  try {
+    if (!records::ValidationCodes(*db).AddJob(o.code, o.name)) {
+      Fail("clockcomm job add: job " + core::Trim(o.code) + " already exists in " + o.company);
+    }
+  } catch (const core::ArgumentException& e) {
+    Fail(std::string("clockcomm job add: ") + e.what());
+  }
+  std::cout << "Added job " << core::Trim(o.code) << " to " << o.company << "\n";
+}
+
+void PrintCodes(const char* heading, const std::vector<records::ValidationCode>& codes) {
+  std::cout << heading << "\tName\n";
+  for (const auto& c : codes) std::cout << c.code << "\t" << c.description << "\n";
 }
 
 // ---- transfer ----
@@ -246,6 +241,7 @@ struct TransferCommandOptions {
   std::vector<std::string> files;
   std::string mode;
   bool one_transaction = false;
+  bool again = false;
 };
 
 void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) {
@@ -266,13 +262,17 @@ void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) 
   records::TransferOptions transfer_options;
   transfer_options.mode_letter = o.mode;
   transfer_options.use_transactions = !o.one_transaction;
+  transfer_options.again = o.again;
+  logs.SetCurrentClock(company->ClockName(), 0);  // names the clock in the event rows
   int total = 0;
   bool failed = false;
   for (const auto& file : o.files) {
     try {
       const auto r = transfer.Transfer(*company, file, transfer_options);
       total += r.inserted;
-      std::cout << file << ": " << r.inserted << " row(s) went in";
+      std::cout << file << ": ";
+      if (o.again) std::cout << "forgot " << r.forgotten << " deleted row(s), ";
+      std::cout << r.inserted << " row(s) went in";
       if (r.already_present > 0) std::cout << ", " << r.already_present << " already there";
       if (r.rejected > 0) {
         std::cout << ", " << r.rejected << " bad line(s) kept in " << r.reject_file.string();
@@ -319,24 +319,58 @@ void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options) {
   eadd->add_option("--default-job", eo->default_job, "Default job, at most 13 characters");
   eadd->add_option("--name", eo->name, "Employee name");
   eadd->callback([&options, eo] { RunEmployeeAdd(options, *eo); });
-  CLI::App* import = employee->add_subcommand(
+  CLI::App* eimport = employee->add_subcommand(
       "import",
-      "Add or update employees from a CSV file: card,home department,default job "
-      "(first line is a header)");
-  import->add_option("--company", eo->company, "Company name")->required();
-  import->add_option("file", eo->file, "CSV file")->required()->check(CLI::ExistingFile);
-  import->callback([&options, eo] { RunEmployeeImport(options, *eo);
-});
+      "Add or update employees from a CSV file: card, home department, default job, name "
+      "(all but the card may be left out; a first line whose card is not a number is a header)");
+  eimport->add_option("--company", eo->company, "Company name")->required();
+  eimport->add_option("file", eo->file, "CSV file")->required()->check(CLI::ExistingFile);
+  eimport->callback([&options, eo] { RunEmployeeImport(options, *eo); });
 
-auto to = std::make_shared<TransferCommandOptions>();
-CLI::App* transfer =
-    app.add_subcommand("transfer", "Transfer TCD files of a clock into its company's database");
-transfer->add_option("--clock", to->clock, "Clock name (any case)")->required();
-transfer->add_option("files", to->files, "TCD files")->required();
-transfer->add_option("--mode", to->mode, "Upload type of the call; W: no .ARC archive");
-transfer->add_flag("--one-transaction", to->one_transaction,
-                   "One transaction for each whole file instead of one per row");
-transfer->callback([&options, to] { RunTransfer(options, *to); });
-}  // namespace clockcomm::app
+  CLI::App* department =
+      app.add_subcommand("department", "Add or list the departments the terminals receive");
+  department->require_subcommand(1);
+  auto dop = std::make_shared<CodeOptions>();
+  CLI::App* dadd = department->add_subcommand("add", "Add a department");
+  dadd->add_option("--company", dop->company, "Company name")->required();
+  dadd->add_option("--number", dop->number, "Department number, 0-999999999")->required();
+  dadd->add_option("--name", dop->name, "Department name")->required();
+  dadd->callback([&options, dop] { RunDepartmentAdd(options, *dop); });
+  CLI::App* dlist = department->add_subcommand("list", "List the departments of a company");
+  dlist->add_option("--company", dop->company, "Company name")->required();
+  dlist->callback([&options, dop] {
+    Context ctx(options);
+    auto db = OpenCompanyDatabase(ctx, dop->company);
+    PrintCodes("Department", records::ValidationCodes(*db).Departments());
+  });
+
+  CLI::App* job = app.add_subcommand("job", "Add or list the job codes the terminals receive");
+  job->require_subcommand(1);
+  auto jo = std::make_shared<CodeOptions>();
+  CLI::App* jadd = job->add_subcommand("add", "Add a job code");
+  jadd->add_option("--company", jo->company, "Company name")->required();
+  jadd->add_option("--code", jo->code, "Job code, at most 13 characters")->required();
+  jadd->add_option("--name", jo->name, "Job name")->required();
+  jadd->callback([&options, jo] { RunJobAdd(options, *jo); });
+  CLI::App* jlist = job->add_subcommand("list", "List the job codes of a company");
+  jlist->add_option("--company", jo->company, "Company name")->required();
+  jlist->callback([&options, jo] {
+    Context ctx(options);
+    auto db = OpenCompanyDatabase(ctx, jo->company);
+    PrintCodes("Job", records::ValidationCodes(*db).Jobs());
+  });
+
+  auto to = std::make_shared<TransferCommandOptions>();
+  CLI::App* transfer =
+      app.add_subcommand("transfer", "Transfer TCD files of a clock into its company's database");
+  transfer->add_option("--clock", to->clock, "Clock name (any case)")->required();
+  transfer->add_option("files", to->files, "TCD files")->required();
+  transfer->add_option("--mode", to->mode, "Upload type of the call; W: no .ARC archive");
+  transfer->add_flag("--one-transaction", to->one_transaction,
+                     "One transaction for each whole file instead of one per row");
+  transfer->add_flag("--again", to->again,
+                     "Transfer again the lines whose rows were deleted from the table (logged)");
+  transfer->callback([&options, to] { RunTransfer(options, *to); });
+}
 
 }  // namespace clockcomm::app

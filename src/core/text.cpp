@@ -18,25 +18,54 @@ std::string_view TrimView(std::string_view s) {
 
 std::string Trim(std::string_view s) { return std::string(TrimView(s)); }
 
+char ToLowerChar(char c) {
+  const auto u = static_cast<unsigned char>(c);
+  if ((u >= 'A' && u <= 'Z') || (u >= 0xC0 && u <= 0xDE && u != 0xD7))
+    return static_cast<char>(u + 0x20);
+  switch (u) {
+    case 0x8A:
+    case 0x8C:
+    case 0x8E:
+      return static_cast<char>(u + 0x10);
+    case 0x9F:
+      return static_cast<char>(0xFF);
+    default:
+      return c;
+  }
+}
+
+char ToUpperChar(char c) {
+  const auto u = static_cast<unsigned char>(c);
+  if ((u >= 'a' && u <= 'z') || (u >= 0xE0 && u <= 0xFE && u != 0xF7))
+    return static_cast<char>(u - 0x20);
+  switch (u) {
+    case 0x9A:
+    case 0x9C:
+    case 0x9E:
+      return static_cast<char>(u - 0x10);
+    case 0xFF:
+      return static_cast<char>(0x9F);
+    default:
+      return c;
+  }
+}
+
 std::string ToLower(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : out) c = ToLowerChar(c);
   return out;
 }
 
 std::string ToUpper(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (char& c : out) c = ToUpperChar(c);
   return out;
 }
 
 bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) !=
-        std::tolower(static_cast<unsigned char>(b[i]))) {
-      return false;
-    }
+    if (ToLowerChar(a[i]) != ToLowerChar(b[i])) return false;
   }
   return true;
 }
@@ -131,6 +160,13 @@ std::string NumberText(double value) {
     return fmt::format("{}", static_cast<long long>(value));
   }
   return fmt::format("{}", value);
+}
+
+bool HasControlCharacter(std::string_view s) {
+  for (unsigned char c : s) {
+    if (c < 0x20 || c == 0x7F) return true;
+  }
+  return false;
 }
 
 std::string Printable(std::string_view s) {

@@ -11,6 +11,11 @@ namespace clockcomm::core {
 
 std::string_view TrimView(std::string_view s);
 std::string Trim(std::string_view s);
+// Letter case in Windows-1252: ASCII, the accented letters 0xC0-0xDE <-> 0xE0-0xFE (less the
+// signs 0xD7 and 0xF7), and the pairs 0x8A/0x9A, 0x8C/0x9C, 0x8E/0x9E, 0x9F/0xFF. Every other
+// byte is its own case. Independent of the C locale.
+char ToLowerChar(char c);
+char ToUpperChar(char c);
 std::string ToLower(std::string_view s);
 std::string ToUpper(std::string_view s);
 bool EqualsIgnoreCase(std::string_view a, std::string_view b);
@@ -30,6 +35,8 @@ std::optional<double> ParseNumber(std::string_view s);
 std::optional<int> ParseInt(std::string_view s);
 // A number as its ordinary shortest text: 6 as "6", 2.5 as "2.5".
 std::string NumberText(double value);
+// Whether the text holds a byte below 0x20 or DEL: what may not go into a packet's text field.
+bool HasControlCharacter(std::string_view s);
 // Shows control characters as <STX>, <FS> ... so packets can be logged readably.
 std::string Printable(std::string_view s);
 

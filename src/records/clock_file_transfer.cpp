@@ -103,6 +103,13 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
   try {
     db = db::Open(db_path);
     TransferLedger ledger(*db);
+    if (options.again) {
+      result.forgotten = static_cast<int>(ledger.ForgetDeletedRows(file_name));
+      log_.Event("Transfer again",
+                 "Operator asked to transfer " + file.string() + " again: forgot " +
+                     std::to_string(result.forgotten) +
+                     " ledger entries whose rows were deleted from [Clock Data Table]");
+    }
     ledger.LoadFile(file_name);
     TcdRecordOverrideService overrides(EmployeeInfoMap::Load(*db), settings);
     TcdFileReader reader(file);

@@ -34,12 +34,16 @@ struct TransferOptions {
   UpdateListener* listener = nullptr;
   // Run after a lunch-in or break-in row is committed: badge, punch type, out date, out time.
   std::function<void(const TcdRecord&)> break_lunch_matcher;
+  // The operator's "transfer again": first forget the ledger entries of this file whose rows
+  // were deleted from the table, so those lines go in once more; logged as an event.
+  bool again = false;
 };
 
 struct TransferResult {
   int records_in_file = 0;
   int inserted = 0;                    // rows written by this run
   int already_present = 0;             // lines the ledger showed as transferred before
+  int forgotten = 0;                   // ledger entries of deleted rows forgotten (again only)
   int rejected = 0;                    // bad lines, kept in the reject file
   std::filesystem::path archive_file;  // empty when not archived
   std::filesystem::path reject_file;   // empty when there were no bad lines

@@ -49,4 +49,13 @@ int64_t TransferLedger::CountForFile(std::string_view file_name) {
       .AsInt();
 }
 
+int64_t TransferLedger::ForgetDeletedRows(std::string_view file_name) {
+  // Row ids are never reused ([Clock Data Table].ID is AUTOINCREMENT), so a missing id means a
+  // deleted row. An entry without an id cannot be checked and is kept.
+  return db_.Execute(
+      "DELETE FROM [Transfer Ledger] WHERE FileName = ? AND ClockDataID IS NOT NULL AND NOT "
+      "EXISTS (SELECT 1 FROM [Clock Data Table] WHERE ID = [Transfer Ledger].ClockDataID)",
+      {file_name});
+}
+
 }  // namespace clockcomm::records

@@ -31,6 +31,10 @@ class TransferLedger {
            int64_t clock_data_id);
   // How many entries the database holds for a file name.
   int64_t CountForFile(std::string_view file_name);
+  // Forgets the entries of a file name whose rows are no longer in [Clock Data Table] (an
+  // administrator deleted them), so that the next transfer puts exactly those lines back. Entries
+  // whose rows are still there stay: a row is never doubled. Returns the entries forgotten.
+  int64_t ForgetDeletedRows(std::string_view file_name);
 
  private:
   db::Database& db_;

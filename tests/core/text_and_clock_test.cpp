@@ -28,7 +28,31 @@ TEST(Text, NumbersAndSplitting) {
   EXPECT_EQ(Printable("\x02"
                       "A\x1c\r\n"),
             "<STX>A<FS><CR><LF>");
-  EXPECT_TRUE(EqualsIgnoreCase("DemoData", "DEMODATA"));
+}
+
+// Windows-1252 bytes, written as escapes: the names are single-byte text, never UTF-8.
+TEST(Text, CaseFoldsWindows1252Letters) {
+  struct Case {
+    const char* a;
+    const char* b;
+    bool equal;
+  };
+  const Case cases[] = {
+      {"DemoData", "DEMODATA", true},
+      {"CAF\xC9", "caf\xE9", true},                    // CAFE with acute accents
+      {"\xC0\xDE", "\xE0\xFE", true},                  // both ends of the accented block
+      {"\x8A\x8C\x8E\x9F", "\x9A\x9C\x9E\xFF", true},  // S, OE, Z with caron; Y diaeresis
+      {"\xD7", "\xF7", false},                         // multiplication and division signs
+      {"\xDF", "SS", false},                           // sharp s has no capital here
+      {"\xC9", "E", false},                            // accents are not stripped
+      {"@[", "`{", false},                             // 0x20 apart but not letters
+      {"caf\xE9", "cafe", false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(EqualsIgnoreCase(c.a, c.b), c.equal) << Printable(c.a) << " / " << Printable(c.b);
+  }
+  EXPECT_EQ(ToUpper("caf\xE9 \xFF\x9A\xF7\xDF"), "CAF\xC9 \x9F\x8A\xF7\xDF");
+  EXPECT_EQ(ToLower("CAF\xC9 \x9F\x8A\xD7\xB5"), "caf\xE9 \xFF\x9A\xD7\xB5");
 }
 
 TEST(ManualClock, WaitUntilWakesWhenTimeMovesOrStopIsRequested) {

@@ -145,12 +145,13 @@ TEST(CompanyFactoryTest, LoadsAndLooksUp) {
         "('Acme', 'Front', '2009-10-19', 'acme', '2009-10-18', 'weekly', '07:30:10', 0), "
         "('Bolt', 'Back', NULL, '/abs/bolt', '2009-10-01', 'monthly', NULL, 0), "
         "('Bolt Two', 'BACK', NULL, 'b2', '2009-10-01', 'custom', NULL, 3), "
-        "('NoClock', '', NULL, 'nc', '2009-10-01', 'weekly', NULL, 0)");
+        "('NoClock', '', NULL, 'nc', '2009-10-01', 'weekly', NULL, 0), "
+        "('Caf\xE9', 'caf\xE9', NULL, 'cafe', '2009-10-01', 'weekly', NULL, 0)");
   }
   core::NullLogSink log;
   CompanyFactory factory(log, dir.path());
   factory.Initialize(path);
-  EXPECT_EQ(factory.Count(), 4);
+  EXPECT_EQ(factory.Count(), 5);
   EXPECT_EQ(factory.DatabaseName(), path.string());
 
   const Company acme = factory.GetCompany("Acme");
@@ -167,8 +168,12 @@ TEST(CompanyFactoryTest, LoadsAndLooksUp) {
   EXPECT_EQ(factory.GetCompanyByClockName("fRONT")->Name(), "Acme");
   EXPECT_EQ(factory.GetCompanyByClockName("back")->Name(), "Bolt") << "first in load order";
   EXPECT_FALSE(factory.GetCompanyByClockName("Side"));
-  EXPECT_EQ(factory.GetClockList(), (std::vector<std::string>{"Front", "Back", "BACK"}));
-  EXPECT_EQ(factory.GetCompanyList().size(), 4u);
+  ASSERT_TRUE(factory.GetCompanyByClockName("CAF\xC9")) << "an accented Windows-1252 name";
+  EXPECT_EQ(factory.GetCompanyByClockName("CAF\xC9")->Name(), "Caf\xE9");
+  EXPECT_FALSE(factory.GetCompanyByClockName("CAFE"));
+  EXPECT_EQ(factory.GetCompany("CAF\xC9").Name(), "Caf\xE9");
+  EXPECT_EQ(factory.GetClockList(), (std::vector<std::string>{"Front", "Back", "BACK", "caf\xE9"}));
+  EXPECT_EQ(factory.GetCompanyList().size(), 5u);
 
   factory.Dispose();
   EXPECT_EQ(factory.Count(), 0);

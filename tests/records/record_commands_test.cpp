@@ -63,9 +63,40 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
                             "23,,\r\n");
   r = Clockcomm("employee import --company Acme '" + Path("emp.csv").string() + "'");
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("line 3"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("line 4"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("Imported 2 employee(s)"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find(Path("emp.csv").string() + " line 3: card \"x21\""), std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find(Path("emp.csv").string() + " line 4: home department"), std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find("Imported 2 employee(s) into Acme (the first line was taken as a header)"),
+            std::string::npos)
+      << r.out;
+  // No header, a quoted comma: every line is an employee.
+  core::WriteFileAtomically(Path("more.csv"), "24,,\"A,B\",\"Lee, Dee\"\n25,7\n");
+  r = Clockcomm("employee import --company Acme '" + Path("more.csv").string() + "'");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("Imported 2 employee(s) into Acme\n"), std::string::npos) << r.out;
+
+  // Departments and jobs, and what the terminals receive of all three.
+  EXPECT_EQ(Clockcomm("department add --company Acme --number 44 --name Kitchen").status, 0);
+  EXPECT_EQ(Clockcomm("department add --company Acme --number 4x --name Bad").status, 1);
+  EXPECT_EQ(Clockcomm("job add --company Acme --code task --name 'Task work'").status, 0);
+  EXPECT_NE(Clockcomm("department list --company Acme").out.find("44\tKitchen\n"),
+            std::string::npos);
+  EXPECT_NE(Clockcomm("job list --company Acme").out.find("task\tTask work\n"), std::string::npos);
+  {
+    auto company_db = db::Open(Path("data/acme/Company.db"));
+    EXPECT_EQ(company_db
+                  ->Query("SELECT [Card ID], Name FROM LEVEL1 WHERE Active <> 0 "
+                          "ORDER BY [Card ID]")
+                  .Rows(),
+              (std::vector<std::vector<db::Value>>{{int64_t{20}, ""},
+                                                   {int64_t{23}, ""},
+                                                   {int64_t{24}, "Lee, Dee"},
+                                                   {int64_t{25}, ""},
+                                                   {int64_t{1234}, "Ann"}}));
+    EXPECT_EQ(company_db->Query("SELECT Code, Description FROM LEVEL2").Rows(),
+              (std::vector<std::vector<db::Value>>{{"44", "Kitchen"}}));
+  }
 
   // The unusable line is reported to stderr, the event log and the debug log, and changes no row.
   core::WriteFileAtomically(Path("SettingsOverride.txt"),
@@ -110,14 +141,43 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
           .AsInt(),
       2);
 
+  // Rows an administrator deleted come back only when asked, and the asking is logged.
+  db->Execute("DELETE FROM [Clock Data Table] WHERE Punch = 2");
+  r = Clockcomm("transfer --clock Front '" + Path("data/10210001.TCD").string() + "'");
+  EXPECT_NE(r.out.find("0 row(s) went in, 3 already there"), std::string::npos) << r.out;
+  r = Clockcomm("transfer --again --clock Front '" + Path("data/10210001.TCD").string() + "'");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("forgot 1 deleted row(s), 1 row(s) went in, 2 already there"),
+            std::string::npos)
+      << r.out;
+  EXPECT_EQ(db->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt(), 3);
+  auto events = db::Open(Path("data/TCLOG.db"))
+                    ->Query(
+                        "SELECT ClockName, EventDes FROM LogTable "
+                        "WHERE EventType = 'Transfer again'");
+  ASSERT_EQ(events.RecordCount(), 1u);
+  EXPECT_EQ(events.Field("ClockName").AsText(), "Front");
+  EXPECT_NE(events.Field("EventDes").AsText().find("10210001.TCD again"), std::string::npos);
+
   r = Clockcomm("transfer --clock Nowhere '" + Path("data/10210001.TCD").string() + "'");
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.out.find("Clock name 'Nowhere' was not found in Company3.mdb"), std::string::npos);
   EXPECT_EQ(Clockcomm("transfer --clock Front '" + Path("none.TCD").string() + "'").status, 1);
-  for (const char* cmd : {"company --help", "company add --help", "company list --help",
-                          "employee add --help", "employee import --help", "transfer --help"}) {
+  for (const char* cmd :
+       {"company --help", "company add --help", "company list --help", "employee add --help",
+        "employee import --help", "department --help", "job --help", "transfer --help"}) {
     EXPECT_EQ(Clockcomm(cmd).status, 0) << cmd;
   }
+}
+
+// Windows-1252 text in the arguments, as bytes: an accented clock name in the other case.
+TEST_F(RecordCommandsTest, AccentedClockNameInTheOtherCaseIsFound) {
+  ASSERT_EQ(Clockcomm("init").status, 0);
+  ASSERT_EQ(Clockcomm("company add 'Caf\xE9' --clock 'caf\xE9' --dir cafe").status, 0);
+  core::WriteFileAtomically(Path("data/c.TCD"), "1,1,12,,,,,I,10/21/2009,08:00,,,,\r\n");
+  const auto r = Clockcomm("transfer --clock 'CAF\xC9' '" + Path("data/c.TCD").string() + "'");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("1 row(s) went into Caf\xE9"), std::string::npos) << r.out;
 }
 
 TEST_F(RecordCommandsTest, WithoutInitTheRegistryIsMissing) {

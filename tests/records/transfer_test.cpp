@@ -3,9 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "db/open.h"
 #include "core/durable_file.h"
 #include "core/errors.h"
+#include "db/open.h"
 #include "records/amount_column.h"
 #include "records/clock_file_transfer.h"
 #include "records/database_writer.h"
@@ -93,9 +93,18 @@ TEST(StampTest, TextsAndExecution) {
             "(((COMPANY.[Clock Name])=\"Front\"));");
   TransferFixture f;
   auto registry = db::Open(f.registry_path);
+  registry->Execute(
+      "INSERT INTO Company ([Company], [Clock Name], [Directory]) VALUES "
+      "('Caf\xE9', 'caf\xE9', 'cafe'), ('Caf\xE9 Two', 'CAF\xC9', 'cafe2')");
   EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "FRONT", today), 1);
   EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "\" OR 1=1 --", today), 0);
   EXPECT_EQ(f.LoadCompany().ClockDataTableLastUpdated().GetDate(), today);
+  // A Windows-1252 clock name in the other case: both rows of that clock are stamped.
+  EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "Caf\xC9", today), 2);
+  EXPECT_EQ(registry->Query("SELECT COUNT(*) FROM Company WHERE [Clock Table Updated] IS NULL")
+                .Field(0)
+                .AsInt(),
+            0);
 }
 
 TEST(TcdDbWriterTest, ColumnsAndAmounts) {
@@ -179,6 +188,41 @@ TEST(ClockFileTransferTest, BothLineFormsGoInWithOverridesArchiveAndStamps) {
   const auto again = transfer.Transfer(f.LoadCompany(), file);
   EXPECT_EQ(again.inserted, 0);
   EXPECT_EQ(again.already_present, 4);
+  EXPECT_EQ(f.RowCount(), 4);
+}
+
+TEST(ClockFileTransferTest, AgainPutsBackOnlyTheRowsThatWereDeleted) {
+  TransferFixture f;
+  const auto file = f.dir.path() / "10210002.TCD";
+  core::WriteFileAtomically(file,
+                            "9,1,10,,,,,I,10/21/2009,08:00,,,,\r\n"
+                            "9,2,10,,,,,O,10/21/2009,12:00,,,,\r\n"
+                            "9,3,10,,,,,I,10/21/2009,12:30,,,,\r\n"
+                            "9,4,10,,,,,O,10/21/2009,17:00,,,,\r\n");
+  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
+  ASSERT_EQ(transfer.Transfer(f.LoadCompany(), file).inserted, 4);
+  f.OpenCompanyDb()->Execute("DELETE FROM [Clock Data Table] WHERE Punch IN (2, 3)");
+
+  const auto plain = transfer.Transfer(f.LoadCompany(), file);
+  EXPECT_EQ(plain.inserted, 0) << "exactly once unless asked";
+  EXPECT_EQ(plain.already_present, 4);
+  EXPECT_FALSE(f.log.HasEvent("Transfer again"));
+
+  TransferOptions again;
+  again.again = true;
+  const auto put_back = transfer.Transfer(f.LoadCompany(), file, again);
+  EXPECT_EQ(put_back.forgotten, 2);
+  EXPECT_EQ(put_back.inserted, 2);
+  EXPECT_EQ(put_back.already_present, 2) << "rows still in the table are not doubled";
+  EXPECT_TRUE(f.log.HasEvent("Transfer again: Operator asked to transfer " + file.string() +
+                             " again: forgot 2 "));
+  auto db = f.OpenCompanyDb();
+  EXPECT_EQ(db->Query("SELECT COUNT(*), COUNT(DISTINCT Punch) FROM [Clock Data Table]").Rows()[0],
+            (std::vector<db::Value>{int64_t{4}, int64_t{4}}));
+
+  const auto twice = transfer.Transfer(f.LoadCompany(), file, again);
+  EXPECT_EQ(twice.forgotten, 0);
+  EXPECT_EQ(twice.inserted, 0);
   EXPECT_EQ(f.RowCount(), 4);
 }
 
