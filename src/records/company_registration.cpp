@@ -46,17 +46,18 @@ void RegisterCompany(const std::filesystem::path& registry_database,
   }
   auto registry = db::Open(registry_database);
   db::CreateCompanyRegistrySchema(*registry);
-  if (!registry->Query("SELECT 1 FROM Company WHERE [Company] = ? COLLATE NOCASE", {company.name})
-           .Eof()) {
-    throw core::ArgumentException("Company \"" + company.name + "\" already exists.", "name");
-  }
-  auto owner = registry->Query(
-      "SELECT [Company] FROM Company WHERE [Clock Name] = ? COLLATE NOCASE", {company.clock_name});
-  if (!owner.Eof()) {
-    throw core::ArgumentException("Clock \"" + company.clock_name +
-                                      "\" already belongs to company \"" + owner.Field(0).AsText() +
-                                      "\".",
-                                  "clock");
+  // Names match ignoring case for the Windows-1252 letters too, which SQL's NOCASE does not.
+  for (auto rows = registry->Query("SELECT [Company], [Clock Name] FROM Company"); !rows.Eof();
+       rows.MoveNext()) {
+    const std::string existing = rows.Field(0).AsText();
+    if (core::EqualsIgnoreCase(existing, company.name)) {
+      throw core::ArgumentException("Company \"" + company.name + "\" already exists.", "name");
+    }
+    if (core::EqualsIgnoreCase(rows.Field(1).AsText(), company.clock_name)) {
+      throw core::ArgumentException(
+          "Clock \"" + company.clock_name + "\" already belongs to company \"" + existing + "\".",
+          "clock");
+    }
   }
   std::filesystem::create_directories(company_directory);
   db::CreateCompanySchema(*db::Open(company_database, db::OpenMode::kCreate));

@@ -55,6 +55,20 @@ TEST(RegisterCompanyTest, TheCompanyFolderMustLieBelowTheDataFolder) {
   }
   EXPECT_FALSE(fs::exists(dir.path() / "x"));
   EXPECT_FALSE(fs::exists(data / db::kCompanyDatabaseFile));
+
+  // Names already there in the other case are refused, accented Windows-1252 letters included.
+  auto add = [&](const std::string& name, const std::string& clock) {
+    NewCompany company;
+    company.name = name;
+    company.clock_name = clock;
+    company.directory = "d" + std::to_string(++n);
+    RegisterCompany(registry, data / company.directory,
+                    data / company.directory / db::kCompanyDatabaseFile, company);
+  };
+  ASSERT_NO_THROW(add("Caf\xC9 Ltd", "CAF\xC9"));
+  EXPECT_THROW(add("Other", "caf\xE9"), core::ArgumentException);
+  EXPECT_THROW(add("caf\xE9 ltd", "ELSEWHERE"), core::ArgumentException);
+  EXPECT_THROW(add("Another", "clock7"), core::ArgumentException);
 }
 
 core::Date D(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
