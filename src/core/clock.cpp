@@ -37,7 +37,9 @@ DateTime ManualClock::Now() const {
 
 Clock::Monotonic ManualClock::Steady() const {
   std::lock_guard lock(mutex_);
-  return Monotonic{} + steady_offset_;
+  // Real time runs on beneath the manual steps, so waits on real lines and pipes keep their
+  // length while the wall clock is held still.
+  return std::chrono::steady_clock::now() + steady_offset_;
 }
 
 bool ManualClock::WaitUntil(const DateTime& deadline, StopSignal& stop) {

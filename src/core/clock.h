@@ -31,7 +31,8 @@ class SystemClock : public Clock {
   bool WaitUntil(const DateTime& deadline, StopSignal& stop) override;
 };
 
-// A clock that moves only when told to. Waiters wake when time is set past their deadline.
+// A wall clock that moves only when told to; waiters wake when time is set past their deadline.
+// Its steady time is the real one plus every step it was told to take.
 class ManualClock : public Clock {
  public:
   explicit ManualClock(DateTime start = DateTime(*Date::FromYmd(2009, 10, 20), TimeOfDay()));
