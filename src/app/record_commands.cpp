@@ -21,6 +21,8 @@
 #include "records/company_registration.h"
 #include "records/employee_import.h"
 #include "records/employee_table.h"
+#include "records/intake/call_state.h"
+#include "records/intake/intake_recovery.h"
 #include "records/tcd_record.h"
 #include "records/validation_codes.h"
 #include "shell/logs.h"
@@ -242,7 +244,39 @@ struct TransferCommandOptions {
   std::string mode;
   bool one_transaction = false;
   bool again = false;
+  bool pending = false;
 };
+
+records::IntakePaths IntakePathsOf(const shell::MyPaths& paths) {
+  return {paths.DataDirectory(), paths.ProgramDirectory(), paths.CompanyRegistryDatabase()};
+}
+
+// transfer --pending: the recovery sweep, once the cause of the wait is fixed.
+void RunTransferPending(const Context& ctx, shell::Logs& logs, core::Clock& clock) {
+  records::CompanyFactory factory = LoadFactory(ctx.paths, logs);
+  records::IntakeRecovery recovery(IntakePathsOf(ctx.paths), factory, logs, clock);
+  const records::SweepResult swept = recovery.Sweep();
+  std::cout << swept.delivered << " pending file(s) delivered, " << swept.rows
+            << " row(s) went in; " << swept.still_pending << " still pending; " << swept.set_aside
+            << " file(s) of calls that never completed set aside\n";
+  if (swept.still_pending > 0) {
+    std::cerr << "clockcomm transfer: files still wait; `clockcomm pending` says why\n";
+    throw CLI::RuntimeError(1);
+  }
+}
+
+void RunPending(const GlobalOptions& options) {
+  Context ctx(options);
+  core::SystemClock clock;
+  core::NullLogSink no_log;
+  records::CompanyFactory factory = LoadFactory(ctx.paths, no_log);
+  records::IntakeRecovery recovery(IntakePathsOf(ctx.paths), factory, no_log, clock);
+  const auto waiting = recovery.Waiting();
+  for (const auto& w : waiting) {
+    std::cout << w.file.string() << "\t" << w.state << "\t" << w.detail << "\n";
+  }
+  if (waiting.empty()) std::cout << "Nothing waits.\n";
+}
 
 void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) {
   Context ctx(options);
@@ -250,6 +284,13 @@ void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) 
   shell::Logs logs(ctx.paths, clock);
   // The transfer applies SettingsOverride.txt: a refused line there can switch assignment off.
   shell::ReportConfigurationWarnings(ctx.config->Warnings(), logs, std::cerr);
+  if (o.pending) {
+    if (!o.files.empty() || !o.clock.empty()) Fail("clockcomm transfer: --pending takes no files");
+    return RunTransferPending(ctx, logs, clock);
+  }
+  if (o.clock.empty() || o.files.empty()) {
+    Fail("clockcomm transfer: name the clock (--clock) and the files, or use --pending");
+  }
   records::CompanyFactory factory = LoadFactory(ctx.paths, logs);
   const auto company = factory.GetCompanyByClockName(o.clock);
   if (!company) {
@@ -267,6 +308,15 @@ void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) 
   int total = 0;
   bool failed = false;
   for (const auto& file : o.files) {
+    if (fs::exists(records::StateMarker(file, records::CallState::kReceiving)) &&
+        !fs::exists(records::StateMarker(file, records::CallState::kPending))) {
+      // Its call is running or died before the terminal was told: it may hold half a batch.
+      std::cerr << "clockcomm transfer: " << file
+                << " is a call still being received or one that never completed; not "
+                   "transferred (`clockcomm pending` lists it)\n";
+      failed = true;
+      continue;
+    }
     try {
       const auto r = transfer.Transfer(*company, file, transfer_options);
       total += r.inserted;
@@ -363,14 +413,22 @@ void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options) {
   auto to = std::make_shared<TransferCommandOptions>();
   CLI::App* transfer =
       app.add_subcommand("transfer", "Transfer TCD files of a clock into its company's database");
-  transfer->add_option("--clock", to->clock, "Clock name (any case)")->required();
-  transfer->add_option("files", to->files, "TCD files")->required();
+  transfer->add_option("--clock", to->clock, "Clock name (any case)");
+  transfer->add_option("files", to->files, "TCD files");
   transfer->add_option("--mode", to->mode, "Upload type of the call; W: no .ARC archive");
   transfer->add_flag("--one-transaction", to->one_transaction,
                      "One transaction for each whole file instead of one per row");
   transfer->add_flag("--again", to->again,
                      "Transfer again the lines whose rows were deleted from the table (logged)");
+  transfer->add_flag("--pending", to->pending,
+                     "Deliver every call file that waits (see `clockcomm pending`), once its "
+                     "cause is fixed");
   transfer->callback([&options, to] { RunTransfer(options, *to); });
+
+  app.add_subcommand("pending",
+                     "List the files that wait: pending call files and why, files of calls that "
+                     "never completed, kept packets and bad lines")
+      ->callback([&options] { RunPending(options); });
 }
 
 }  // namespace clockcomm::app

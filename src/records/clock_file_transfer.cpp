@@ -9,6 +9,7 @@
 #include "records/database_writer.h"
 #include "records/employee_info.h"
 #include "records/parameter_override.h"
+#include "records/punch_keys.h"
 #include "records/tcd_copier.h"
 #include "records/tcd_db_writer.h"
 #include "records/tcd_file_reader.h"
@@ -103,7 +104,11 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
   try {
     db = db::Open(db_path);
     TransferLedger ledger(*db);
+    PunchKeys keys(*db);
+    const core::Date today = clock_.Now().GetDate();
+    keys.Expire(today);
     if (options.again) {
+      keys.ForgetDeletedRows();
       result.forgotten = static_cast<int>(ledger.ForgetDeletedRows(file_name));
       log_.Event("Transfer again",
                  "Operator asked to transfer " + file.string() + " again: forgot " +
@@ -123,9 +128,11 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
     while (true) {
       std::optional<TcdRecord> record;
       std::string reason;
+      std::string key;  // the punch as the terminal sent it, before the transfer's changes
       try {
         if (!reader.Read()) break;
         record = *reader.Record();
+        key = PunchKeys::KeyOf(company.ClockName(), *record);
         MoveOutPunch(*record);
         ApplyOverrides(overrides, *record);
       } catch (const db::DatabaseError&) {
@@ -144,7 +151,8 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
         continue;
       }
       const std::string hash = TransferLedger::LineHash(reader.Line());
-      if (ledger.Contains(reader.LineNumber(), hash)) {
+      // Known by its line, or by its content from another file, another line or another call.
+      if (ledger.Contains(reader.LineNumber(), hash) || keys.Contains(key)) {
         ++result.already_present;
         continue;
       }
@@ -152,6 +160,7 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
         db::Transaction row(*db);
         writer.WriteRecord(*record);
         ledger.Add(file_name, reader.LineNumber(), hash, writer.LastRowId());
+        keys.Add(key, writer.LastRowId(), today);
         try {
           row.Commit();
         } catch (const db::DatabaseError& e) {
@@ -167,6 +176,7 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
       } else {
         writer.WriteRecord(*record);
         ledger.Add(file_name, reader.LineNumber(), hash, writer.LastRowId());
+        keys.Add(key, writer.LastRowId(), today);
       }
       ++result.inserted;
       if (options.break_lunch_matcher &&

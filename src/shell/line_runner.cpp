@@ -36,6 +36,9 @@ LineRunner::LineRunner(LineSettings settings, const terminal::TerminalFamily& fa
       intake_({services.paths.DataDirectory(), services.paths.ProgramDirectory(),
                services.paths.CompanyRegistryDatabase()},
               *services.companies, controller, controller.Clock()),
+      recovery_({services.paths.DataDirectory(), services.paths.ProgramDirectory(),
+                 services.paths.CompanyRegistryDatabase()},
+                *services.companies, controller, controller.Clock()),
       data_(*services.companies, controller) {
   terminal::DriverSettings driver_settings;
   driver_settings.terminal_type = settings_.terminal_type;
@@ -73,6 +76,7 @@ bool LineRunner::OpenPort() {
 }
 
 bool LineRunner::OpenLine() {
+  Recover();  // what an earlier run left comes first
   if (!OpenPort()) return false;
   if (settings_.Modem() && !InitModem()) {
     End();
@@ -116,9 +120,23 @@ void LineRunner::End() {
   line_->Close();
 }
 
+void LineRunner::Recover() {
+  next_recovery_ = controller_.Clock().Steady() + kRecoveryInterval;
+  const records::SweepResult swept = recovery_.Sweep();
+  if (swept.delivered > 0) {
+    controller_.Show("{0} Recovered {1} call file(s): {2} row(s) went in",
+                     {std::to_string(swept.delivered), std::to_string(swept.rows)});
+  }
+  if (swept.set_aside > 0) {
+    controller_.Show("{0} Set aside {1} file(s) of calls that never completed",
+                     {std::to_string(swept.set_aside)});
+  }
+}
+
 // Between calls a modem is hung up and made ready for the next one.
 void LineRunner::AfterCall(int calls_before) {
   if (driver_->Calls() == calls_before) return;
+  Recover();
   (driver_->LastCallSucceeded() ? good_calls_ : failed_calls_)++;
   if (services_.schedule != nullptr && !driver_->LastClockName().empty()) {
     services_.schedule->UpdateForClock(driver_->LastClockName());
@@ -169,12 +187,15 @@ bool LineRunner::Host(bool once) {
   }
   End();
   if (controller_.RunFailed()) return false;
-  return !once || (good_calls_ + failed_calls_ > calls_before && driver_->LastCallSucceeded());
+  // With once, the call must have succeeded and its punches be in the database.
+  return !once || (good_calls_ + failed_calls_ > calls_before && driver_->LastCallSucceeded() &&
+                   intake_.LastFinish() != records::FinishResult::kPending);
 }
 
 // One pass: a scheduled poll that has come due, or the next thing the line delivers.
 void LineRunner::HostPass(bool& call_ended) {
-  auto deadline = comm::kNoDeadline;
+  if (controller_.Clock().Steady() >= next_recovery_) Recover();
+  auto deadline = next_recovery_;
   if (services_.schedule != nullptr) {
     services_.schedule->Load();  // the poll list may have changed since the last pass
     if (auto due = services_.schedule->TakeDue()) {
@@ -186,7 +207,8 @@ void LineRunner::HostPass(bool& call_ended) {
     if (auto next = services_.schedule->NextDue()) {
       seconds = std::min(seconds, core::SecondsBetween(controller_.Clock().Now(), *next));
     }
-    deadline = controller_.Clock().Steady() + std::chrono::seconds(std::max<int64_t>(0, seconds));
+    deadline = std::min(deadline, controller_.Clock().Steady() +
+                                      std::chrono::seconds(std::max<int64_t>(0, seconds)));
   }
   const comm::LineEvent event =
       line_->WaitForCall(deadline, comm::WakeSet{&controller_.EndCommLoop()});

@@ -12,6 +12,7 @@
 #include "comm/terminal_line.h"
 #include "records/company_factory.h"
 #include "records/intake/call_intake.h"
+#include "records/intake/intake_recovery.h"
 #include "records/parameter_override.h"
 #include "records/terminal_data.h"
 #include "shell/my_static.h"
@@ -53,6 +54,8 @@ struct LineServices {
 
 class LineRunner : public OutboundPoller {
  public:
+  // How often a host waiting for calls runs the recovery sweep.
+  static constexpr std::chrono::minutes kRecoveryInterval{5};
   // Attempts at one location through a modem before it is reported as failed.
   static constexpr int kModemAttempts = 3;
 
@@ -86,6 +89,8 @@ class LineRunner : public OutboundPoller {
   bool InitModem();
   void HostPass(bool& call_ended);
   void AfterCall(int calls_before);
+  // The recovery sweep: pending call files delivered, dead calls' files set aside.
+  void Recover();
   bool PollWithRetries(const PollRow& location);
   bool PollLocation(const PollRow& location, int attempt);
   void FailedCall(std::string_view clock_name);
@@ -95,6 +100,8 @@ class LineRunner : public OutboundPoller {
   LineServices& services_;
   std::unique_ptr<comm::TerminalLine> line_;
   records::CallIntake intake_;
+  records::IntakeRecovery recovery_;
+  core::Clock::Monotonic next_recovery_{};
   records::TerminalData data_;
   std::unique_ptr<terminal::TerminalDriver> driver_;
   std::string port_settings_;

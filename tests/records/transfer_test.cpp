@@ -226,6 +226,40 @@ TEST(ClockFileTransferTest, AgainPutsBackOnlyTheRowsThatWereDeleted) {
   EXPECT_EQ(f.RowCount(), 4);
 }
 
+// A punch is known by its content: the same batch in a second file (a terminal that missed its
+// EOT), a packet written twice (a lost ACK) and a recovered file each go in once. Punches that
+// differ in anything, their sequence number included, are different punches.
+TEST(ClockFileTransferTest, EachPunchGoesInOnceWhateverFileOrLineBringsIt) {
+  TransferFixture f;
+  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
+  const std::string batch =
+      "9,1,10,,,,,I,10/21/2009,08:00,,,,\r\n"
+      "9,2,10,,,,,O,10/21/2009,12:00,,,,\r\n";
+  struct Step {
+    const char* file;
+    std::string content;
+    int inserted;
+  } steps[] = {
+      {"10210001.TCD", batch, 2},
+      {"10210002.TCD", batch, 0},  // the batch again, after a lost EOT
+      {"10210003.TCD", "9,3,10,,,,,I,10/21/2009,13:00,,,,\r\n9,3,10,,,,,I,10/21/2009,13:00,,,,\r\n",
+       1},                                                           // one packet written twice
+      {"10210004.TCD", "9,4,10,,,,,I,10/21/2009,13:00,,,,\r\n", 1},  // another sequence number
+      {"10210005.TCD", "8,1,10,,,,,I,10/21/2009,08:00,,,,\r\n", 1},  // another clock number
+      // A terminal that numbers nothing: the same badge, type and minute twice is one punch.
+      {"10210006.TCD", "9,0,11,,,,,I,10/21/2009,09:00,,,,\r\n9,0,11,,,,,I,10/21/2009,09:00,,,,\r\n",
+       1},
+  };
+  int total = 0;
+  for (const Step& step : steps) {
+    const auto file = f.dir.path() / step.file;
+    core::WriteFileAtomically(file, step.content);
+    EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file).inserted, step.inserted) << step.file;
+    total += step.inserted;
+  }
+  EXPECT_EQ(f.RowCount(), total);
+}
+
 TEST(ClockFileTransferTest, BadLinesRejectedGoodLinesGoIn) {
   TransferFixture f;
   const auto file = f.dir.path() / "bad.TCD";

@@ -3,16 +3,11 @@
 #include <fstream>
 
 #include "core/durable_file.h"
-#include "core/errors.h"
-#include "core/safe_path.h"
 #include "core/screen_message.h"
-#include "core/text.h"
 #include "db/open.h"
-#include "records/clock_file_transfer.h"
 #include "records/intake/call_file.h"
-#include "records/intake/history_purge.h"
-#include "records/tcd_archive.h"
-#include "records/tcd_file_reader.h"
+#include "records/intake/call_state.h"
+#include "records/parameter_override.h"
 
 namespace clockcomm::records {
 namespace {
@@ -25,11 +20,10 @@ std::string SystemErrorText(const core::SystemError& e) {
 
 CallIntake::CallIntake(IntakePaths paths, CompanyFactory& companies, core::LogSink& log,
                        core::Clock& clock)
-    : paths_(std::move(paths)),
+    : delivery_(std::move(paths), companies, log, clock),
       companies_(companies),
       log_(log),
-      clock_(clock),
-      overrides_(paths_.program_folder) {}
+      clock_(clock) {}
 
 CallIntake::~CallIntake() = default;
 
@@ -40,28 +34,31 @@ void CallIntake::Show(std::string_view format, std::initializer_list<std::string
 OpenResult CallIntake::Open(CallOrigin origin) {
   Reset();
   origin_ = std::move(origin);
-  company_ = companies_.GetCompanyByClockName(origin_.clock_name);
-  if (!company_) {
+  const auto company = companies_.GetCompanyByClockName(origin_.clock_name);
+  if (!company) {
     log_.Event("System setup error",
                "Clock name '" + origin_.clock_name + "' was not found in Company3.mdb");
   } else {
     try {
-      company_db_ = db::Open(company_->ClockwynDatabaseFilename());
+      company_db_ = db::Open(company->ClockwynDatabaseFilename());
     } catch (const core::Error& e) {
       // The punches are still kept; the transfer assigns and reports again.
       log_.Event("AssignDepartmentsAndJobs Error", e.what());
     }
   }
-  overrides_ = ParameterOverride(paths_.program_folder);
-  assigner_ = std::make_unique<DepartmentJobAssigner>(overrides_, company_db_.get(), log_);
+  assigner_ = std::make_unique<DepartmentJobAssigner>(
+      ParameterOverride(delivery_.Paths().program_folder), company_db_.get(), log_);
+  const auto& folder = delivery_.Paths().data_directory;
   try {
-    auto file = ClaimCallFile(paths_.data_directory, clock_.Now().GetDate(), origin_.upload_type);
+    auto file = ClaimCallFile(folder, clock_.Now().GetDate(), origin_.upload_type);
     if (!file) {
       log_.Event("System error", kAllCallFilesUsed);
       Show(std::string("{0} System error, ") + kAllCallFilesUsed);
       return OpenResult::kAllFilesUsed;
     }
     file_ = *file;
+    lock_ = core::FileLock::TryLock(file_);
+    WriteCallState(file_, {CallState::kReceiving, origin_, ""});
     writer_ = std::make_unique<TcdFileWriter>(file_, true);
   } catch (const core::SystemError& e) {
     log_.Event(SystemErrorText(e), "Couldn't open dot file.");
@@ -75,20 +72,31 @@ OpenResult CallIntake::Open(CallOrigin origin) {
 void CallIntake::Add(TcdRecord record) {
   if (!writer_) throw core::InvalidOperationException("Data packet before header.");
   assigner_->Assign(record);
-  writer_->WriteRecord(record);
+  try {
+    writer_->WriteRecord(record);
+  } catch (const core::SystemError& e) {
+    log_.Event(SystemErrorText(e), "Couldn't write the call's file " + file_.string());
+    throw IntakeStorageError(e.what());
+  }
   ++record_count_;
 }
 
 void CallIntake::Reject(std::string_view packet, std::string_view reason) {
   if (reject_file_.empty()) {
-    reject_file_ = file_.empty() ? paths_.data_directory / kNoHeaderRejectFile
+    reject_file_ = file_.empty() ? delivery_.Paths().data_directory / kNoHeaderRejectFile
                                  : std::filesystem::path(file_).replace_extension(".BAD");
   }
   std::ofstream out(reject_file_, std::ios::app | std::ios::binary);
   out << packet << "\t" << reason << "\r\n";
   out.flush();
-  ++rejected_;
-  if (!out) log_.Event("Error", "Couldn't write " + reject_file_.string());
+  if (!out) {
+    log_.Event("Error", "Couldn't write " + reject_file_.string());
+    throw IntakeStorageError("Couldn't write " + reject_file_.string());
+  }
+  if (file_.empty()) {
+    Show("{0} A packet without a usable header was kept in {1}", {reject_file_.string()});
+    log_.Event("Packet kept", reject_file_.string() + ": " + std::string(reason));
+  }
 }
 
 bool CallIntake::Seal() {
@@ -99,99 +107,68 @@ bool CallIntake::Seal() {
       writer_.reset();
     }
     if (!reject_file_.empty()) core::SyncFile(reject_file_);
-    core::SyncDirectory(paths_.data_directory);
+    if (!file_.empty()) {
+      // Pending before receiving goes: a crash in between leaves both, and pending wins.
+      WriteCallState(file_, {CallState::kPending, origin_, ""});
+      std::filesystem::remove(StateMarker(file_, CallState::kReceiving));
+    }
+    core::SyncDirectory(delivery_.Paths().data_directory);
     return true;
-  } catch (const core::SystemError& e) {
-    log_.Event(SystemErrorText(e), "Couldn't write the call's file " + file_.string());
+  } catch (const std::exception& e) {
+    log_.Event("System error",
+               "Couldn't make the call's file " + file_.string() + " durable: " + e.what());
     writer_.reset();
     return false;
   }
 }
 
-void CallIntake::Finish(bool succeeded) {
+FinishResult CallIntake::Finish(bool succeeded) {
   writer_.reset();
+  FinishResult result = FinishResult::kEmpty;
   if (!succeeded) {
     std::error_code ec;
-    if (!file_.empty()) std::filesystem::remove(file_, ec);
+    if (!file_.empty()) {
+      std::filesystem::remove(file_, ec);
+      ClearCallState(file_);
+    }
     // NOHEADER.BAD may hold other calls' packets: it stays.
     if (!reject_file_.empty() && reject_file_.filename() != kNoHeaderRejectFile) {
       std::filesystem::remove(reject_file_, ec);
     }
     Show("{0} Upload Incomplete");
+    result = FinishResult::kIncomplete;
   }
   if (succeeded && record_count_ > 0) {
-    Archive();
-    Transfer();
-    CopyToDuplicateFolders();
-    PurgeHistoryFiles(paths_.data_directory, clock_, log_);
+    const DeliveryResult delivered = delivery_.Deliver(origin_, file_);
+    try {
+      if (delivered.delivered) {
+        ClearCallState(file_);
+      } else {
+        WriteCallState(file_, {CallState::kPending, origin_, delivered.reason});
+      }
+    } catch (const core::SystemError& e) {
+      log_.Event("Error", "Call state of " + file_.string() + ": " + e.what());
+    }
+    result = delivered.delivered ? FinishResult::kDelivered : FinishResult::kPending;
   } else if (record_count_ == 0) {
+    if (succeeded && !file_.empty()) ClearCallState(file_);
     Show("{0} No records in batch.");
     log_.Event("No records in batch.", origin_.clock_name);
   }
+  last_finish_ = result;
   Reset();
-}
-
-// Every received line also goes to the company's daily and permanent archives.
-void CallIntake::Archive() {
-  if (!company_) return;
-  try {
-    TcdArchiveWriter archive(*company_, clock_.Now().GetDate());
-    TcdFileReader reader(file_);
-    while (reader.Read()) archive.WriteRecord(*reader.Record());
-    archive.Sync();
-    archive.CloseWriter();
-  } catch (const core::SystemError& e) {
-    log_.Event("System error " + std::to_string(e.Number()), e.Description());
-    Show(kArchiveOpenScreenText);
-  } catch (const core::Error& e) {
-    log_.Event("Error", e.what());
-  }
-}
-
-void CallIntake::Transfer() {
-  ClockFileTransfer transfer({paths_.program_folder, paths_.registry_database}, log_, clock_);
-  TransferOptions options;
-  options.mode_letter = origin_.upload_type;
-  // The call's file is already on the disk, so the rows go in as one transaction (all or none,
-  // each with its ledger entry): one sync per call instead of one per punch.
-  options.use_transactions = false;
-  try {
-    transfer.Transfer(company_.value_or(Company()), file_, options);
-  } catch (const core::Error& e) {
-    Show("{0} {1}", {e.what()});
-    log_.Event("Transfer failed", e.what());
-  }
-}
-
-void CallIntake::CopyToDuplicateFolders() {
-  const std::string templates = overrides_.DuplicateTCD();
-  if (templates.empty()) return;
-  const std::string file_name = file_.filename().string();
-  for (const std::string& item : core::Split(templates, '+')) {
-    std::string folder = core::Trim(item);
-    if (folder.empty()) continue;
-    folder = core::ReplaceAll(folder, "[ClockName]", core::SafeFileName(origin_.clock_name));
-    folder = core::ReplaceAll(folder, "[FileName]", file_name);
-    std::error_code ec;
-    std::filesystem::create_directories(folder, ec);
-    std::filesystem::copy_file(file_, std::filesystem::path(folder) / file_name,
-                               std::filesystem::copy_options::overwrite_existing, ec);
-    if (ec) {
-      log_.Event("Error", "Couldn't copy " + file_name + " to " + folder + ": " + ec.message());
-    }
-  }
+  return result;
 }
 
 void CallIntake::Reset() {
   origin_ = CallOrigin();
-  company_.reset();
   assigner_.reset();
   company_db_.reset();
   file_.clear();
   writer_.reset();
+  lock_.reset();
   reject_file_.clear();
   record_count_ = 0;
-  rejected_ = 0;
 }
 
 }  // namespace clockcomm::records

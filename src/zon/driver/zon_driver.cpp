@@ -243,14 +243,19 @@ void ZonDriver::CommLoopTCB() {
       controller_.Event("Packet resent: ", core::Printable(packet));
       continue;
     }
-    ParseTC20(packet);
+    if (!ParseTC20(packet)) {
+      // Not stored, so not acknowledged: the call fails and the terminal keeps its punches.
+      ShowEvent("{0} Couldn't store a packet; the terminal keeps its punches", "Error",
+                "Couldn't store a packet of the call; it was not acknowledged.");
+      break;
+    }
     if (!call_ended.Requested()) link_.SendAck();
   }
   EndCall();
 }
 
-void ZonDriver::ParseTC20(const std::string& packet) {
-  if (packet.empty()) return;
+bool ZonDriver::ParseTC20(const std::string& packet) {
+  if (packet.empty()) return true;
   const std::string_view body = PacketBody(packet);
   try {
     if (!body.empty() && body.front() == ProtocolChar::kStx) {
@@ -258,6 +263,9 @@ void ZonDriver::ParseTC20(const std::string& packet) {
     } else {
       HandleData(body);
     }
+    return true;
+  } catch (const records::IntakeStorageError&) {
+    return false;
   } catch (const std::exception& e) {
     // Acknowledged (the terminal would otherwise send it for ever) and kept by the intake, so
     // nothing received is lost.
@@ -266,7 +274,12 @@ void ZonDriver::ParseTC20(const std::string& packet) {
     controller_.Event("Error", "ParseTC20 error: " + (system ? std::to_string(system->Number()) +
                                                                    ", " + system->Description()
                                                              : std::string("0, ") + e.what()));
-    intake_.Reject(body, e.what());
+    try {
+      intake_.Reject(body, e.what());
+    } catch (const records::IntakeStorageError&) {
+      return false;
+    }
+    return true;
   }
 }
 

@@ -46,7 +46,8 @@ class ZonDriver : public terminal::TerminalDriver {
 
   void StartCall();
   void CommLoopTCB();
-  void ParseTC20(const std::string& packet);
+  // False when what the packet held could not be stored (it must not be acknowledged).
+  bool ParseTC20(const std::string& packet);
   void HandleHeader(std::string_view body);
   void HandleData(std::string_view body);
   void EndCall();

@@ -111,6 +111,8 @@ TEST_F(CallIntakeTest, ADuplicateCopyStaysInsideItsFolderWhateverTheClockIsCalle
   core::WriteFileAtomically(
       dir.path() / "SettingsOverride.txt",
       "duplicatetcdfile = " + (dir.path() / "copies").string() + "/[ClockName]\n");
+  db::Open(registry_path)->Execute("UPDATE Company SET [Clock Name] = '../../OUTSIDE'");
+  companies.Refresh();
   CallIntake intake = MakeIntake();
   ASSERT_EQ(intake.Open({"../../OUTSIDE", 7, "F"}), OpenResult::kOpened);
   intake.Add(TcdRecordStatic::Parse("7,1,1,,,,,I,091020,0800,,,,1"));

@@ -1,0 +1,113 @@
+#include "records/intake/intake_recovery.h"
+
+#include <algorithm>
+
+#include "core/errors.h"
+#include "core/file_lock.h"
+#include "records/intake/call_intake.h"
+#include "records/intake/call_state.h"
+
+namespace clockcomm::records {
+namespace {
+
+// The call files with a state marker, each once, in name order.
+std::vector<std::pair<std::filesystem::path, CallState>> MarkedFiles(
+    const std::filesystem::path& folder) {
+  std::vector<std::pair<std::filesystem::path, CallState>> out;
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
+    if (auto marked = MarkedFile(entry.path())) out.push_back(*marked);
+  }
+  std::sort(out.begin(), out.end());
+  // A file with both markers is pending: it was sealed just before the process died.
+  out.erase(std::unique(out.begin(), out.end(),
+                        [](const auto& a, const auto& b) { return a.first == b.first; }),
+            out.end());
+  return out;
+}
+
+std::string Describe(const CallStateRecord& record) {
+  std::string text = "clock " + record.origin.clock_name;
+  if (!record.reason.empty()) text += ": " + record.reason;
+  return text;
+}
+
+}  // namespace
+
+SweepResult IntakeRecovery::Sweep() {
+  SweepResult result;
+  for (const auto& [file, state] : MarkedFiles(delivery_.Paths().data_directory)) {
+    std::error_code ec;
+    if (!std::filesystem::exists(file, ec)) {
+      log_.Event("Error", "The call file " + file.string() + " of a state marker is missing.");
+      ClearCallState(file);
+      continue;
+    }
+    auto lock = core::FileLock::TryLock(file);
+    if (!lock) continue;  // a live call holds it
+    try {
+      if (auto pending = ReadCallState(file, CallState::kPending)) {
+        const DeliveryResult delivered = delivery_.Deliver(pending->origin, file);
+        if (delivered.delivered) {
+          ClearCallState(file);
+          ++result.delivered;
+          result.rows += delivered.inserted;
+          log_.Event("Recovered call file",
+                     file.string() + " of clock " + pending->origin.clock_name + ": " +
+                         std::to_string(delivered.inserted) + " row(s) went in, " +
+                         std::to_string(delivered.already_present) + " were there already");
+        } else {
+          pending->reason = delivered.reason;
+          WriteCallState(file, *pending);
+          ++result.still_pending;
+        }
+        continue;
+      }
+      // Receiving, and nobody holds it: its process died before the terminal was told.
+      std::filesystem::rename(file, SetAsidePath(file));
+      const auto receiving = ReadCallState(file, CallState::kReceiving);
+      ClearCallState(file);
+      ++result.set_aside;
+      log_.Event("Incomplete call set aside",
+                 SetAsidePath(file).string() + " (" +
+                     (receiving ? Describe(*receiving) : std::string("clock unknown")) +
+                     "): the call never completed, so the terminal kept these punches and sends "
+                     "them again; the file is never transferred.");
+    } catch (const std::exception& e) {
+      log_.Event("Error", "Recovery of " + file.string() + ": " + e.what());
+    }
+  }
+  return result;
+}
+
+std::vector<WaitingFile> IntakeRecovery::Waiting() const {
+  std::vector<WaitingFile> out;
+  const auto& folder = delivery_.Paths().data_directory;
+  for (const auto& [file, state] : MarkedFiles(folder)) {
+    const auto record = ReadCallState(file, CallState::kPending)
+                            ? ReadCallState(file, CallState::kPending)
+                            : ReadCallState(file, CallState::kReceiving);
+    const bool pending = record && record->state == CallState::kPending;
+    out.push_back(
+        {file, pending ? "pending" : "receiving", record ? Describe(*record) : std::string()});
+  }
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
+    const std::string name = entry.path().filename().string();
+    if (name.ends_with(".INC")) {
+      out.push_back({entry.path(), "set aside",
+                     "a call that never completed; the terminal kept these punches"});
+    } else if (name.ends_with(".BAD")) {
+      out.push_back({entry.path(), "kept packets",
+                     name == kNoHeaderRejectFile ? "packets of calls without a usable header"
+                                                 : "packets of a call that were no punches"});
+    } else if (name.ends_with(".REJ")) {
+      out.push_back({entry.path(), "bad lines", "lines the transfer could not read"});
+    }
+  }
+  std::sort(out.begin(), out.end(),
+            [](const WaitingFile& a, const WaitingFile& b) { return a.file < b.file; });
+  return out;
+}
+
+}  // namespace clockcomm::records

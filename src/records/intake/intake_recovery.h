@@ -1,0 +1,48 @@
+// The recovery sweep: whatever a dead process, a missing company or a refusing database left in
+// the data folder is finished here. A pending call file (its punches durable, the terminal told)
+// is delivered; the file of a call whose process died while receiving (the terminal was never
+// told, so it kept its punches) is set aside as "<file>.INC" and never transferred. A file a live
+// process holds is left alone. Run at start-up, after every call and on a timer.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "core/clock.h"
+#include "core/log_sink.h"
+#include "records/company_factory.h"
+#include "records/intake/call_delivery.h"
+
+namespace clockcomm::records {
+
+struct SweepResult {
+  int delivered = 0;  // pending files now in their company's database
+  int rows = 0;       // rows those put in
+  int still_pending = 0;
+  int set_aside = 0;  // files of calls that never completed
+};
+
+// A file that waits, and why.
+struct WaitingFile {
+  std::filesystem::path file;
+  std::string state;   // "pending", "receiving", "set aside", "kept packets", "bad lines"
+  std::string detail;  // the clock, and why it waits
+};
+
+class IntakeRecovery {
+ public:
+  IntakeRecovery(IntakePaths paths, CompanyFactory& companies, core::LogSink& log,
+                 core::Clock& clock)
+      : delivery_(std::move(paths), companies, log, clock), log_(log) {}
+
+  SweepResult Sweep();
+  // Every file of the data folder that waits for something, in name order.
+  std::vector<WaitingFile> Waiting() const;
+
+ private:
+  CallDelivery delivery_;
+  core::LogSink& log_;
+};
+
+}  // namespace clockcomm::records
