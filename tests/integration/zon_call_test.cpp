@@ -310,7 +310,7 @@ TEST_F(ModemCallTest, ThreeFailedDialsGiveUpOnTheLocation) {
 class HoursTest : public ZonCallTest {};
 
 TEST_F(HoursTest, AnHoursRequestIsAnsweredWithTodaysAndThePeriodsHours) {
-  core::ManualClock manual(*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0));
+  core::ManualWallClock manual(*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0));
   terminal::CallController controller(manual, *logs_, screen_);
   company_db_->Execute(
       "INSERT INTO [Clock Data Table] ([Card ID], [Punch Type], [Date In], [Time In], [Date Out], "
