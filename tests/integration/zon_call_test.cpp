@@ -17,6 +17,7 @@ namespace {
 using sim::CallOutcome;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using terminal::InputCounters;
 
 class ZonCallTest : public CallFixture {
  protected:
@@ -63,6 +64,7 @@ TEST_F(ZonCallTest, HostCallOnADirectLineStoresEveryPunchOnceBeforeTheTerminalFo
   EXPECT_EQ(Events("Close Comm"), 1);
   EXPECT_TRUE(screen_.Contains("EOT Sent"));
   EXPECT_TRUE(screen_.Contains("File opened is: "));
+  EXPECT_FALSE(controller_->Snapshot().bad_input.Any());
 }
 
 TEST_F(ZonCallTest, ACorruptedPacketIsRefusedWithNakAndTakenWhenResent) {
@@ -74,6 +76,7 @@ TEST_F(ZonCallTest, ACorruptedPacketIsRefusedWithNakAndTakenWhenResent) {
   EXPECT_EQ(terminal.Stats().resends, 1);
   EXPECT_EQ(Rows(), 4);
   EXPECT_EQ(Events("Packet resent: "), 1);
+  EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{1, 0, 0, 0}));
 }
 
 TEST_F(ZonCallTest, AGoodPacketThatIsNoPunchIsAcknowledgedAndKeptBesideTheCallFile) {
@@ -86,6 +89,7 @@ TEST_F(ZonCallTest, AGoodPacketThatIsNoPunchIsAcknowledgedAndKeptBesideTheCallFi
   ASSERT_EQ(kept.size(), 1u);
   EXPECT_NE(core::ReadWholeFile(kept[0]).find("not,a,punch"), std::string::npos);
   EXPECT_EQ(Events("Error"), 1);
+  EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{0, 0, 0, 1}));
 }
 
 TEST_F(ZonCallTest, ASecondHeaderIsAcknowledgedAndIgnored) {
@@ -126,6 +130,7 @@ TEST_F(ZonCallTest, ATerminalThatGoesSilentKeepsItsPunchesAndDeliversThemWholeNe
   EXPECT_EQ(terminal.PendingPunches().size(), 5u);
   EXPECT_EQ(Rows(), 0);
   EXPECT_TRUE(DataFiles(".TCD").empty());  // the incomplete call's file is gone
+  EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{0, 0, 1, 0}));
 
   EXPECT_EQ(HostOnce(terminal, &ok), CallOutcome::kCompleted) << screen_.All();
   EXPECT_TRUE(ok);
