@@ -62,6 +62,10 @@ class RecordingScreen : public terminal::ScreenSink {
     for (const auto& l : lines_) n += l.find(text) != std::string::npos;
     return n;
   }
+  std::vector<std::string> Lines() const {
+    std::lock_guard lock(mutex_);
+    return lines_;
+  }
   std::string All() const {
     std::lock_guard lock(mutex_);
     std::string out;
