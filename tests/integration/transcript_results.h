@@ -21,11 +21,14 @@ struct CallResults {
   std::vector<std::string> rows;    // Card ID|Punch Type|Date In|Time In|Date Out|Time Out
   std::vector<std::string> screen;  // screen lines, in order
   std::vector<std::string> events;  // type|description, in order
+  std::string counters;             // the bad input of the calls, as the snapshot counts it
 };
 
 inline CallResults GatherResults(const shell::MyPaths& paths, db::Database& company,
-                                 const RecordingScreen& screen) {
+                                 const RecordingScreen& screen,
+                                 const terminal::CallController& controller) {
   CallResults r;
+  r.counters = controller.Snapshot().bad_input.ToString();
   std::vector<std::filesystem::path> files;
   for (const auto& e : std::filesystem::directory_iterator(paths.DataDirectory())) {
     if (e.path().extension() == ".TCD") files.push_back(e.path());
@@ -84,6 +87,7 @@ inline std::string FormatResults(const CallResults& r) {
           "row", r.rows);
   section("Screen lines that must appear, in this order", "screen", r.screen);
   section("Event log entries that must appear, in this order: type|description", "event", r.events);
+  section("Bad input counted on the line", "counters", {r.counters});
   return out;
 }
 
@@ -94,6 +98,10 @@ inline CallResults ParseResults(const std::string& text) {
     if (line.empty() || line[0] == '#' || colon == std::string::npos) continue;
     const std::string key = line.substr(0, colon);
     std::string value = sim::UnescapeBytes(line.substr(colon + 2));
+    if (key == "counters") {
+      r.counters = std::move(value);
+      continue;
+    }
     auto* list = key == "tcd"      ? &r.tcd
                  : key == "row"    ? &r.rows
                  : key == "screen" ? &r.screen

@@ -95,7 +95,8 @@ TEST_P(TranscriptTest, ReplayedIntoTheRealLoop) {
   EXPECT_EQ(played.get(), "") << screen_.All();
   EXPECT_EQ(sim::EscapeBytes(far->Read()), "") << "the program said more than the transcript";
 
-  const CallResults actual = GatherResults(*paths_, *company_db_, screen_);
+  const CallResults actual = GatherResults(*paths_, *company_db_, screen_, *controller_);
+  EXPECT_EQ(actual.counters, expected.counters);
   EXPECT_EQ(actual.tcd, expected.tcd);
   EXPECT_EQ(actual.rows, expected.rows);
   EXPECT_TRUE(InOrder(expected.screen, actual.screen)) << FormatResults(actual);

@@ -46,7 +46,7 @@ class RecordTranscripts : public CallFixture {
     const std::filesystem::path dir =
         out != nullptr ? out : std::string(CLOCKCOMM_SOURCE_DIR) + "/tests/transcripts";
     std::ofstream(dir / (name + ".chat"), std::ios::binary) << sim::FormatTranscript(transcript);
-    CallResults results = GatherResults(*paths_, *company_db_, screen_);
+    CallResults results = GatherResults(*paths_, *company_db_, screen_, *controller_);
     // The transfer's own lines are the intake's tests' business; a transcript is about the call.
     auto transfer_line = [](const std::string& line) {
       for (const char* text : {"record(s) in batch.", "Start of data transfer",
@@ -154,19 +154,24 @@ TEST_F(RecordTranscripts, ValidationDownload) {
 }
 
 TEST_F(RecordTranscripts, HoursRequest) {
+  // Today 08:00-12:30; the week from Monday 19 October adds 08:00-16:00; the week before not.
   sim::ZonTerminal terminal(sim::TerminalConfig{},
-                            {"1,12,,,,,I,091020,0800,,,,1", "2,12,,,,,O,091020,1230,,,,1"});
+                            {"1,12,,,,,I,091012,0800,,,,1", "2,12,,,,,O,091012,0900,,,,1",
+                             "3,12,,,,,I,091019,0800,,,,1", "4,12,,,,,O,091019,1600,,,,1",
+                             "5,12,,,,,I,091020,0800,,,,1", "6,12,,,,,O,091020,1230,,,,1"});
   Record("hours_request",
-         {"A terminal uploads badge 12's morning (in 08:00, out 12:30), then, while the program",
-          "waits for the next call, asks for that badge's hours (ENQ HRS FS 12 FS yymmddhhmm);",
-          "the answer is the name, today's hours and the pay period's hours, FS between them.",
-          "The far end presses End after the answer."},
+         {"A terminal uploads badge 12's punches of three days, then, while the program waits for",
+          "the next call, asks for that badge's hours (ENQ HRS FS 12 FS yymmddhhmm): the answer is",
+          "the name, today's hours (08:00-12:30) and the weekly pay period's (yesterday's",
+          "08:00-16:00 too, last week's not), FS between them. A badge nobody has is answered",
+          "with the reason. The far end presses End after the answers."},
          With({{"line", "direct"}, {"run", "host-end"}}), [&](sim::TranscriptTap& tap) {
            auto line = tap.TakeFarEnd();
            EXPECT_TRUE(screen_.WaitFor(kReady));
            tap.Sync(kReady);
            EXPECT_EQ(terminal.CallIn(*line), sim::CallOutcome::kCompleted);
            EXPECT_TRUE(terminal.RequestHours(*line, 12, manual_.Now()).has_value());
+           EXPECT_TRUE(terminal.RequestHours(*line, 99, manual_.Now()).has_value());
            controller_->PressEnd();
          });
 }
