@@ -29,7 +29,7 @@ class RecordTranscripts : public CallFixture {
     controller_ = std::make_unique<terminal::CallController>(manual_, *logs_, screen_);
   }
 
-  // Runs the line in the transcript's mode while far_end plays its part on the tap's other end.
+  // Runs the line in the transcript's mode while far_end acts on the tap's other end.
   void Record(const std::string& name, std::vector<std::string> header, sim::Transcript settings,
               const std::function<void(sim::TranscriptTap&)>& far_end) {
     sim::TranscriptTap tap;
