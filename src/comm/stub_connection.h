@@ -1,8 +1,8 @@
 // A scripted connection: each Read returns the next string of its script (an empty string once the
 // script is used up); written text is kept for inspection. Strings may be pushed from another
 // thread, which wakes a waiting reader; a responder may answer each write (a modem's echo and
-// result code). Given a ManualClock it runs in virtual time: a wait with
-// nothing scripted moves that clock to its deadline and times out at once.
+// result code). Given a ManualClock it runs in virtual time: a wait with nothing scripted moves
+// that clock to its deadline and times out at once.
 #pragma once
 
 #include <deque>

@@ -31,20 +31,17 @@ class StubLine : public TerminalLine {
   LineEvent Reach(const std::string&, const WakeSet&) override {
     return {LineEvent::Kind::kConnected};
   }
-  void HangUp() override { ++hang_ups_; }
+  void HangUp() override {}
   void EndCall() override {}
   bool CarrierLost() const override { return false; }
   bool FramedControls() const override { return framed_; }
   void SetSpeed(const std::string&) override {}
   std::string Describe() const override { return "stub"; }
 
-  int HangUps() const { return hang_ups_; }
-
  private:
   StubConnection connection_;
   bool framed_;
   bool open_ = false;
-  int hang_ups_ = 0;
 };
 
 }  // namespace clockcomm::comm

@@ -63,10 +63,10 @@ class ManualClock : public Clock {
   bool WaitForWaiters(int n, std::chrono::milliseconds timeout) const;
 
  private:
-  mutable std::mutex mutex_;
-  mutable std::condition_variable cv_;
   void AdvanceLocked(std::chrono::nanoseconds by);
 
+  mutable std::mutex mutex_;
+  mutable std::condition_variable cv_;
   DateTime now_;
   std::chrono::nanoseconds steady_offset_{0};
   int waiters_ = 0;

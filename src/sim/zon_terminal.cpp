@@ -3,7 +3,6 @@
 #include "comm/fd_connection.h"
 #include "sim/host_inbox.h"
 #include "sim/paced_writer.h"
-#include "zon/block_check.h"
 #include "zon/packet_encoder.h"
 #include "zon/protocol_char.h"
 
