@@ -14,6 +14,7 @@
 
 namespace clockcomm::comm {
 
+// A deadline: a point of the steady time of the clock the line goes with (core::Clock::Steady).
 using SteadyTime = std::chrono::steady_clock::time_point;
 
 // A deadline that never passes.
@@ -63,11 +64,6 @@ class IConnection {
   virtual void WaitUntilSent() {}
   // A short name for logs: the device path, "host:port", "stub".
   virtual std::string Describe() const = 0;
-
-  // Convenience: a wait of the given length from now.
-  WaitResult WaitForInputFor(std::chrono::milliseconds timeout, const WakeSet& wake) {
-    return WaitForInput(std::chrono::steady_clock::now() + timeout, wake);
-  }
 };
 
 }  // namespace clockcomm::comm

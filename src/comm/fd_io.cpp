@@ -39,6 +39,10 @@ ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what, boo
   return outcome;
 }
 
+SteadyTime DeadlineAfter(std::chrono::milliseconds timeout) {
+  return std::chrono::steady_clock::now() + timeout;
+}
+
 int PollTimeoutMs(SteadyTime deadline) {
   if (deadline == kNoDeadline) return -1;
   auto now = std::chrono::steady_clock::now();
@@ -73,12 +77,12 @@ WaitResult WaitReadable(int fd, SteadyTime deadline, const WakeSet& wake) {
 
 void WriteAll(int fd, std::string_view text, std::chrono::milliseconds timeout,
               const std::string& what) {
-  auto deadline = std::chrono::steady_clock::now() + timeout;
+  auto deadline = DeadlineAfter(timeout);
   while (!text.empty()) {
     ssize_t n = ::write(fd, text.data(), text.size());
     if (n > 0) {
       text.remove_prefix(static_cast<size_t>(n));
-      deadline = std::chrono::steady_clock::now() + timeout;  // progress restarts the wait
+      deadline = DeadlineAfter(timeout);  // progress restarts the wait
       continue;
     }
     if (n < 0 && errno == EINTR) continue;

@@ -29,8 +29,14 @@ void WriteAll(int fd, std::string_view text, std::chrono::milliseconds timeout,
 // Sleeps until fd is readable (or hung up), the deadline passes, or a wake signal is raised.
 WaitResult WaitReadable(int fd, SteadyTime deadline, const WakeSet& wake);
 
+// poll() counts real time, so the waits here read the real steady clock. That is the steady time
+// of core::SystemClock, the clock that goes with a real line: a deadline its callers computed from
+// the injected clock means the same instant here.
+
 // Milliseconds for poll(): -1 for no deadline, rounded up so that a wake-up is never early.
 int PollTimeoutMs(SteadyTime deadline);
+// A deadline the given time from now, for waits that only the kernel measures (a connect).
+SteadyTime DeadlineAfter(std::chrono::milliseconds timeout);
 
 void SetNonBlocking(int fd, const std::string& what);
 

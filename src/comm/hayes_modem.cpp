@@ -38,16 +38,20 @@ std::string HayesModem::Escape() {
   // The guard times are plain waits that a stop signal cuts short. What arrives before "+++" is
   // dropped; what arrives after it is kept, since the modem may answer OK as the guard time ends.
   auto quiet = [this](bool keep) {
-    const auto until = std::chrono::steady_clock::now() + kGuardTime;
-    while (std::chrono::steady_clock::now() < until) {
-      const WaitResult result = connection_.WaitForInput(until, wake_);
-      if (result == WaitResult::kWoken) return false;
-      if (result == WaitResult::kReadable) {
-        std::string text = connection_.Read();
-        if (keep) pending_ += text;
+    const auto until = clock_.Steady() + kGuardTime;
+    for (;;) {
+      switch (connection_.WaitForInput(until, wake_)) {
+        case WaitResult::kWoken:
+          return false;
+        case WaitResult::kTimedOut:
+          return true;
+        case WaitResult::kReadable: {
+          std::string text = connection_.Read();
+          if (keep) pending_ += text;
+          break;
+        }
       }
     }
-    return true;
   };
   if (!quiet(false)) return "";
   pending_.clear();
@@ -64,7 +68,7 @@ std::string HayesModem::TakeLeftover() {
 }
 
 std::string HayesModem::ReadResult(std::string_view echo, std::chrono::milliseconds wait) {
-  const auto deadline = std::chrono::steady_clock::now() + wait;
+  const auto deadline = clock_.Steady() + wait;
   for (;;) {
     size_t end;
     while ((end = pending_.find_first_of("\r\n")) != std::string::npos) {

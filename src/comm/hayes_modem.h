@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "comm/connection.h"
+#include "core/clock.h"
 
 namespace clockcomm::comm {
 
@@ -17,8 +18,13 @@ class HayesModem {
   // A dial can take long: dialling, ringing, training.
   static constexpr std::chrono::milliseconds kDialTimeout{60000};
 
-  HayesModem(IConnection& connection, std::chrono::milliseconds response_wait, WakeSet wake)
-      : connection_(connection), response_wait_(response_wait), wake_(std::move(wake)) {}
+  // clock: the steady time of the connection's deadlines.
+  HayesModem(IConnection& connection, const core::Clock& clock,
+             std::chrono::milliseconds response_wait, WakeSet wake)
+      : connection_(connection),
+        clock_(clock),
+        response_wait_(response_wait),
+        wake_(std::move(wake)) {}
 
   // Sends the command followed by CR and returns the first result code that comes back ("OK",
   // "ERROR", "CONNECT 2400", "NO CARRIER" ...), skipping the echo and empty lines. Returns "" when
@@ -37,6 +43,7 @@ class HayesModem {
   std::string ReadResult(std::string_view echo, std::chrono::milliseconds wait);
 
   IConnection& connection_;
+  const core::Clock& clock_;
   std::chrono::milliseconds response_wait_;
   WakeSet wake_;
   std::string pending_;

@@ -26,10 +26,11 @@ std::string ConnectSpeed(std::string_view connect_line) {
   return speed > 0 ? std::to_string(speed) : "300";
 }
 
-std::unique_ptr<TerminalLine> MakeTerminalLine(ConnectionType type, LineOptions options) {
+std::unique_ptr<TerminalLine> MakeTerminalLine(ConnectionType type, LineOptions options,
+                                               const core::Clock& clock) {
   switch (type) {
     case ConnectionType::kModem:
-      return std::make_unique<ModemLine>(std::move(options));
+      return std::make_unique<ModemLine>(std::move(options), clock);
     case ConnectionType::kSerial:
       return std::make_unique<DirectLine>(std::move(options));
     case ConnectionType::kLan:
@@ -40,7 +41,8 @@ std::unique_ptr<TerminalLine> MakeTerminalLine(ConnectionType type, LineOptions 
       "(Modem) or 2 (Serial).");
 }
 
-ModemLine::ModemLine(LineOptions options) : options_(std::move(options)) {}
+ModemLine::ModemLine(LineOptions options, const core::Clock& clock)
+    : options_(std::move(options)), clock_(clock) {}
 
 ModemLine::~ModemLine() { line_.Close(); }
 
@@ -52,7 +54,7 @@ void ModemLine::Open() {
 }
 
 PrepareResult ModemLine::Prepare() {
-  HayesModem modem(connection_, options_.response_wait, WakeSet{});
+  HayesModem modem(connection_, clock_, options_.response_wait, WakeSet{});
   for (const std::string& command : {std::string("ATZ"), options_.modem_init}) {
     const std::string reply = modem.Command(command);
     if (reply.empty()) return {PrepareResult::Status::kNoResponse};
@@ -65,7 +67,7 @@ PrepareResult ModemLine::Prepare() {
 void ModemLine::Close() {
   if (!line_.IsOpen()) return;
   // A stop that brought us here must not cut the hang-up short: no wake signals.
-  HayesModem closing(connection_, options_.response_wait, WakeSet{});
+  HayesModem closing(connection_, clock_, options_.response_wait, WakeSet{});
   try {
     if (online_) closing.Escape();
     closing.Command("ATH");
@@ -99,7 +101,7 @@ LineEvent ModemLine::WaitForCall(SteadyTime deadline, const WakeSet& wake) {
 }
 
 LineEvent ModemLine::Reach(const std::string& address, const WakeSet& wake) {
-  HayesModem modem(connection_, options_.response_wait, wake);
+  HayesModem modem(connection_, clock_, options_.response_wait, wake);
   const std::string reply = modem.Command("ATDT" + address, HayesModem::kDialTimeout);
   if (!StartsWith(reply, "CONNECT")) return {LineEvent::Kind::kFailed, reply};
   return Connected(reply, modem.TakeLeftover());
@@ -125,7 +127,7 @@ void ModemLine::EndCall() {
     line_.SetDtr(true);
   }
   try {
-    HayesModem modem(connection_, options_.response_wait, WakeSet{});
+    HayesModem modem(connection_, clock_, options_.response_wait, WakeSet{});
     if (online_ && !has_modem_lines_ && modem.Escape() == "OK") modem.Command("ATH");
   } catch (const core::Error&) {
     // The next call's RING or the next dial finds out whether the modem is still there.

@@ -12,7 +12,7 @@ namespace clockcomm::comm {
 
 class ModemLine : public TerminalLine {
  public:
-  explicit ModemLine(LineOptions options);
+  ModemLine(LineOptions options, const core::Clock& clock);
   ~ModemLine() override;
 
   void Open() override;
@@ -33,6 +33,7 @@ class ModemLine : public TerminalLine {
   LineEvent Connected(const std::string& result, std::string data);
 
   LineOptions options_;
+  const core::Clock& clock_;
   SerialLine line_;
   SerialConnection connection_{line_};
   bool has_modem_lines_ = false;

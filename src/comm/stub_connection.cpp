@@ -12,8 +12,10 @@
 
 namespace clockcomm::comm {
 
-StubConnection::StubConnection(std::vector<std::string> script)
-    : script_(script.begin(), script.end()), event_fd_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+StubConnection::StubConnection(std::vector<std::string> script, core::ManualClock* clock)
+    : script_(script.begin(), script.end()),
+      event_fd_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      clock_(clock) {
   if (event_fd_ < 0) throw core::SystemError::FromErrno(errno, "eventfd");
 }
 
@@ -33,8 +35,14 @@ std::string StubConnection::Read() {
 }
 
 void StubConnection::WriteText(std::string_view text) {
-  std::lock_guard lock(mutex_);
-  written_.append(text);
+  {
+    std::lock_guard lock(mutex_);
+    written_.append(text);
+  }
+  if (responder_) {
+    std::string answer = responder_(text);
+    if (!answer.empty()) Push(std::move(answer));
+  }
 }
 
 void StubConnection::Push(std::string text) {
@@ -54,6 +62,12 @@ WaitResult StubConnection::WaitForInput(SteadyTime deadline, const WakeSet& wake
       // Nothing queued: forget old pushes so the poll below sleeps until a new one.
       uint64_t drained;
       [[maybe_unused]] ssize_t n = ::read(event_fd_, &drained, sizeof drained);
+    }
+    // In virtual time the silence passes at once; only a wait without deadline really blocks.
+    if (clock_ != nullptr && deadline != kNoDeadline) {
+      if (wake.AnyRequested()) return WaitResult::kWoken;
+      clock_->AdvanceTo(deadline);
+      return WaitResult::kTimedOut;
     }
     WaitResult result = fd_io::WaitReadable(event_fd_, deadline, wake);
     if (result != WaitResult::kReadable) return result;

@@ -48,7 +48,7 @@ std::unique_ptr<TcpConnection> TcpConnection::Connect(const std::string& host, u
   }
   std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> guard(found, &::freeaddrinfo);
 
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  const auto deadline = fd_io::DeadlineAfter(timeout);
   int last_error = ECONNREFUSED;
   for (addrinfo* ai = found; ai != nullptr; ai = ai->ai_next) {
     int fd =

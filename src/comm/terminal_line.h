@@ -9,6 +9,7 @@
 
 #include "comm/connection.h"
 #include "comm/connection_type.h"
+#include "core/clock.h"
 
 namespace clockcomm::comm {
 
@@ -70,9 +71,11 @@ class TerminalLine {
   virtual std::string Describe() const = 0;
 };
 
-// The line for a connection type. LAN lines are served by their own listener, not here: asking
-// for one throws core::InvalidOperationException.
-std::unique_ptr<TerminalLine> MakeTerminalLine(ConnectionType type, LineOptions options);
+// The line for a connection type; clock gives the steady time of a modem's waits (a serial line
+// is real, so in use this is the system clock). LAN lines are served by their own listener, not
+// here: asking for one throws core::InvalidOperationException.
+std::unique_ptr<TerminalLine> MakeTerminalLine(ConnectionType type, LineOptions options,
+                                               const core::Clock& clock);
 
 // "CONNECT 2400" gives "2400"; "CONNECT" alone gives "300".
 std::string ConnectSpeed(std::string_view connect_line);

@@ -37,9 +37,7 @@ DateTime ManualClock::Now() const {
 
 Clock::Monotonic ManualClock::Steady() const {
   std::lock_guard lock(mutex_);
-  // Real time runs on beneath the manual steps, so waits on real lines and pipes keep their
-  // length while the wall clock is held still.
-  return std::chrono::steady_clock::now() + steady_offset_;
+  return Monotonic{} + steady_offset_;
 }
 
 bool ManualClock::WaitUntil(const DateTime& deadline, StopSignal& stop) {
@@ -60,6 +58,13 @@ bool ManualClock::WaitUntil(const DateTime& deadline, StopSignal& stop) {
   return reached;
 }
 
+bool ManualClock::Pause(std::chrono::nanoseconds interval, StopSignal& stop) {
+  if (stop.Requested()) return false;
+  std::lock_guard lock(mutex_);
+  AdvanceLocked(interval);
+  return true;
+}
+
 void ManualClock::Set(const DateTime& now) {
   std::lock_guard lock(mutex_);
   steady_offset_ += std::chrono::seconds(std::max<int64_t>(0, SecondsBetween(now_, now)));
@@ -69,8 +74,21 @@ void ManualClock::Set(const DateTime& now) {
 
 void ManualClock::Advance(std::chrono::seconds by) {
   std::lock_guard lock(mutex_);
-  now_ = now_.AddSeconds(by.count());
+  AdvanceLocked(by);
+}
+
+void ManualClock::AdvanceTo(Monotonic when) {
+  std::lock_guard lock(mutex_);
+  const auto by = when - (Monotonic{} + steady_offset_);
+  if (by > std::chrono::nanoseconds::zero()) AdvanceLocked(by);
+}
+
+void ManualClock::AdvanceLocked(std::chrono::nanoseconds by) {
+  using std::chrono::floor;
+  using std::chrono::seconds;
+  const auto before = floor<seconds>(steady_offset_);
   steady_offset_ += by;
+  now_ = now_.AddSeconds((floor<seconds>(steady_offset_) - before).count());
   cv_.notify_all();
 }
 

@@ -32,7 +32,8 @@ LineRunner::LineRunner(LineSettings settings, const terminal::TerminalFamily& fa
       services_(services),
       line_(comm::MakeTerminalLine(
           settings_.connection_type,
-          {settings_.device, "", settings_.response_wait, settings_.modem_init})),
+          {settings_.device, "", settings_.response_wait, settings_.modem_init},
+          controller.Clock())),
       intake_({services.paths.DataDirectory(), services.paths.ProgramDirectory(),
                services.paths.CompanyRegistryDatabase()},
               *services.companies, controller, controller.Clock()),
@@ -278,7 +279,10 @@ bool LineRunner::PollWithRetries(const PollRow& location) {
   const int attempts = settings_.Modem() ? kModemAttempts : 1;
   for (int attempt = 1; attempt <= attempts; ++attempt) {
     if (controller_.EndCommLoop().Requested()) return false;
-    if (attempt > 1 && controller_.EndCommLoop().WaitFor(settings_.second_pause)) return false;
+    if (attempt > 1 &&
+        !controller_.Clock().Pause(settings_.second_pause, controller_.EndCommLoop())) {
+      return false;
+    }
     if (PollLocation(location, attempt)) return true;
   }
   if (settings_.Modem() && !controller_.EndCommLoop().Requested()) {

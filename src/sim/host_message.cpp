@@ -1,7 +1,7 @@
 #include "sim/host_message.h"
 
 #include "core/text.h"
-#include "sim/terminal_packets.h"
+#include "zon/block_check.h"
 #include "zon/protocol_char.h"
 
 namespace clockcomm::sim {
@@ -49,7 +49,7 @@ std::optional<HostMessage> FramedControl(std::string& buffer, bool* incomplete) 
   if (buffer[2] != ProtocolChar::kEtx) return std::nullopt;
   HostMessage m = Single(*kind);
   m.framed = true;
-  m.check_ok = buffer[3] == static_cast<char>(buffer[1] ^ ProtocolChar::kEtx);
+  m.check_ok = buffer[3] == zon::BlockCheckOf(std::string_view(buffer).substr(1, 2));
   buffer.erase(0, 4);
   return m;
 }
@@ -65,7 +65,7 @@ HostMessage Other(std::string& buffer) {
 }  // namespace
 
 char DownloadBlockCheck(const std::string& frame_without_check) {
-  return BlockCheck(std::string_view(frame_without_check).substr(1));
+  return zon::BlockCheckOf(std::string_view(frame_without_check).substr(1));
 }
 
 std::optional<HostMessage> TakeHostMessage(std::string& buffer, HostContext context) {

@@ -3,7 +3,7 @@
 #include "comm/fd_connection.h"
 #include "sim/host_inbox.h"
 #include "sim/paced_writer.h"
-#include "sim/terminal_packets.h"
+#include "zon/packet_encoder.h"
 #include "zon/protocol_char.h"
 
 namespace clockcomm::sim {
@@ -18,6 +18,14 @@ const std::string kEnqLine = std::string(1, ProtocolChar::kEnq) + "\r\n";
 
 comm::SteadyTime After(std::chrono::milliseconds wait) {
   return std::chrono::steady_clock::now() + wait;
+}
+
+// The packet with its block check changed, so that the check fails; the line still ends at the
+// CR LF after it, whatever the wrong check becomes.
+std::string WithBadBlockCheck(std::string packet) {
+  char& check = packet[packet.size() - 3];
+  check = static_cast<char>(check + 1);
+  return packet;
 }
 }  // namespace
 
@@ -137,8 +145,8 @@ bool ZonTerminal::Fire(std::optional<int>& fault, int count) {
 CallOutcome ZonTerminal::Upload(Call& call) {
   std::vector<std::string> batch;
   Update([&] { batch = punches_; });
-  const std::string header = HeaderPacket(config_.application, config_.clock_name,
-                                          config_.clock_number, config_.upload_type);
+  const std::string header = zon::EncodeHeader(zon::ZonHeaderPacket(
+      config_.clock_name, config_.clock_number, config_.application, config_.upload_type));
   if (auto r = SendPacket(call, header, 0); r != CallOutcome::kNone) return r;
 
   auto& faults = config_.faults;
@@ -151,7 +159,7 @@ CallOutcome ZonTerminal::Upload(Call& call) {
       return CallOutcome::kDroppedLine;
     }
     if (i == batch.size()) break;
-    auto r = SendPacket(call, DataPacket(batch[i]), acknowledged + 1);
+    auto r = SendPacket(call, zon::EncodeData(batch[i]), acknowledged + 1);
     if (r != CallOutcome::kNone) return r;
     if (i == 0 && faults.second_header) {
       faults.second_header = false;
@@ -160,10 +168,10 @@ CallOutcome ZonTerminal::Upload(Call& call) {
   }
 
   if (config_.end_with_upload) {
-    call.writer.Write(EndOfUploadPacket());
+    call.writer.Write(zon::EncodeEndOfUpload());
     return ReceiveTables(call, batch.size());
   }
-  call.writer.Write(EndOfTransmissionPacket());
+  call.writer.Write(zon::EncodeEndOfTransmission());
   return AwaitEot(call, batch.size());
 }
 
@@ -273,7 +281,7 @@ std::optional<std::string> ZonTerminal::RequestHours(comm::IConnection& line, in
                                                      const core::DateTime& when) {
   Call call(line, stop_, config_.pace);
   try {
-    call.writer.Write(HoursRequestLine(badge, when));
+    call.writer.Write(zon::EncodeHoursRequest(badge, when));
     auto reply = call.inbox.ReadLine(After(config_.timeouts.hours_wait));
     if (!reply) return std::nullopt;
     // Stray end characters of an earlier call may precede the reply.

@@ -37,12 +37,12 @@ std::string PacketReader::ReadPacket() {
     if (timeout_ms_ >= 1) {
       // "More than Timeout ms" in whole milliseconds: the first instant that counts is +1 ms.
       deadline = last_text + std::chrono::milliseconds(timeout_ms_ + 1LL);
-      if (clock_.Steady() >= deadline) {
-        ++timeout_count_;
-        throw core::TimeoutException();
-      }
     }
-    connection_.WaitForInput(deadline, wake);
+    // The connection tells when the deadline has passed: it measures the time it waits in.
+    if (connection_.WaitForInput(deadline, wake) == comm::WaitResult::kTimedOut) {
+      ++timeout_count_;
+      throw core::TimeoutException();
+    }
   }
 
   if (buffer_.Count() > 0) return buffer_.GetPacket();

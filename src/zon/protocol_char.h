@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "zon/block_check.h"
+
 namespace clockcomm::zon {
 
 class ProtocolChar {
@@ -26,7 +28,7 @@ class ProtocolChar {
   static const ProtocolChar& Shared();
 
   std::string RSUS() const { return RS() + US(); }
-  // STX, the control character, ETX, and the control character xor ETX as a check.
+  // STX, the control character, ETX, and the block check of the control character and ETX.
   std::string ACK4() const { return Framed(ACK()); }
   std::string NAK4() const { return Framed(NAK()); }
   std::string EOT4() const { return Framed(EOT()); }
@@ -48,7 +50,7 @@ class ProtocolChar {
  private:
   ProtocolChar() = default;
   std::string Framed(const std::string& control) const {
-    return STX() + control + ETX() + static_cast<char>(control[0] ^ ETX()[0]);
+    return STX() + control + ETX() + BlockCheckOf(control + ETX());
   }
 };
 

@@ -5,6 +5,7 @@
 
 #include "comm/stub_connection.h"
 #include "comm/tcp_connection.h"
+#include "core/clock.h"
 #include "core/errors.h"
 
 namespace clockcomm::comm {
@@ -45,7 +46,7 @@ TEST(TcpConnection, PeerCloseRaisesAfterTheLastText) {
   client->WriteText("bye");
   client.reset();
   EXPECT_EQ(ReadAtLeast(*server, 3), "bye");
-  ASSERT_EQ(server->WaitForInputFor(2s, {}), WaitResult::kReadable);
+  ASSERT_EQ(server->WaitForInput(std::chrono::steady_clock::now() + 2s, {}), WaitResult::kReadable);
   EXPECT_THROW(server->Read(), ConnectionClosedError);
   EXPECT_TRUE(server->PeerClosed());
   EXPECT_THROW(server->Read(), ConnectionClosedError);
@@ -71,20 +72,44 @@ TEST(TcpListener, AcceptReturnsNullOnDeadlineAndOnStop) {
   EXPECT_THROW(TcpListener("not-an-address", 0), core::ArgumentException);
 }
 
+SteadyTime In(std::chrono::milliseconds wait) { return std::chrono::steady_clock::now() + wait; }
+
 TEST(StubConnection, WaitSleepsUntilAPushFromAnotherThread) {
   StubConnection stub;
-  EXPECT_EQ(stub.WaitForInputFor(20ms, {}), WaitResult::kTimedOut);
+  EXPECT_EQ(stub.WaitForInput(In(20ms), {}), WaitResult::kTimedOut);
   std::thread pusher([&] {
     std::this_thread::sleep_for(30ms);
     stub.Push("late");
   });
   auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(stub.WaitForInputFor(5s, {}), WaitResult::kReadable);
+  EXPECT_EQ(stub.WaitForInput(In(5s), {}), WaitResult::kReadable);
   EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
   pusher.join();
   EXPECT_EQ(stub.Read(), "late");
   // A push that was read must not leave the wait thinking more is there.
-  EXPECT_EQ(stub.WaitForInputFor(20ms, {}), WaitResult::kTimedOut);
+  EXPECT_EQ(stub.WaitForInput(In(20ms), {}), WaitResult::kTimedOut);
+}
+
+TEST(StubConnection, InVirtualTimeOnlySilenceMovesTheClockToTheDeadline) {
+  core::ManualClock clock(*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0));
+  StubConnection stub({"scripted"}, &clock);
+  const auto start = clock.Steady();
+  EXPECT_EQ(stub.WaitForInput(start + 30s, {}), WaitResult::kReadable);
+  EXPECT_EQ(stub.Read(), "scripted");
+  EXPECT_EQ(clock.Steady(), start);
+  EXPECT_EQ(stub.WaitForInput(start + 30s + 500ms, {}), WaitResult::kTimedOut);
+  EXPECT_EQ(clock.Steady(), start + 30s + 500ms);
+  EXPECT_EQ(clock.Now(), *core::DateTime::FromParts(2009, 10, 20, 14, 0, 30));
+  // A deadline already passed never moves time back; a raised signal moves it not at all.
+  EXPECT_EQ(stub.WaitForInput(start + 1s, {}), WaitResult::kTimedOut);
+  core::StopSignal stop;
+  stop.Request();
+  EXPECT_EQ(stub.WaitForInput(start + 60s, {&stop}), WaitResult::kWoken);
+  EXPECT_EQ(clock.Steady(), start + 30s + 500ms);
+  // Without a deadline the wait blocks until a push, as in real time.
+  std::thread pusher([&] { stub.Push("late"); });
+  EXPECT_EQ(stub.WaitForInput(kNoDeadline, {}), WaitResult::kReadable);
+  pusher.join();
 }
 
 }  // namespace

@@ -75,6 +75,23 @@ TEST(ManualClock, WaitUntilWakesWhenTimeMovesOrStopIsRequested) {
   EXPECT_FALSE(reached);
 }
 
+TEST(ManualClock, SteadyTimeMovesInSubSecondStepsAndTheCalendarFollowsWholeSeconds) {
+  using namespace std::chrono_literals;
+  ManualClock clock(*DateTime::FromParts(2009, 10, 20, 8, 0, 0));
+  StopSignal stop;
+  const auto start = clock.Steady();
+  clock.AdvanceTo(start + 600ms);
+  EXPECT_EQ(clock.Now(), *DateTime::FromParts(2009, 10, 20, 8, 0, 0));
+  EXPECT_TRUE(clock.Pause(600ms, stop));  // crosses a whole second
+  EXPECT_EQ(clock.Steady(), start + 1200ms);
+  EXPECT_EQ(clock.Now(), *DateTime::FromParts(2009, 10, 20, 8, 0, 1));
+  clock.AdvanceTo(start);  // never back
+  EXPECT_EQ(clock.Steady(), start + 1200ms);
+  stop.Request();
+  EXPECT_FALSE(clock.Pause(1h, stop));
+  EXPECT_EQ(clock.Steady(), start + 1200ms);
+}
+
 TEST(SystemClock, WaitUntilReturnsAtOnceForAPastDeadline) {
   SystemClock clock;
   StopSignal stop;

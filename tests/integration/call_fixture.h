@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -60,6 +61,10 @@ class RecordingScreen : public terminal::ScreenSink {
     int n = 0;
     for (const auto& l : lines_) n += l.find(text) != std::string::npos;
     return n;
+  }
+  std::vector<std::string> Lines() const {
+    std::lock_guard lock(mutex_);
+    return lines_;
   }
   std::string All() const {
     std::lock_guard lock(mutex_);
@@ -147,8 +152,16 @@ class CallFixture : public ::testing::Test {
         .AsInt();
   }
 
-  int64_t Events(const std::string& type) {
+  // Entries of the event log of this type (and, when given, with this description).
+  int64_t Events(const std::string& type, const std::optional<std::string>& description = {}) {
     auto log = db::Open(paths_->EventLogDatabase());
+    if (description) {
+      return log
+          ->Query("SELECT COUNT(*) FROM LogTable WHERE EventType = ? AND EventDes = ?",
+                  {type, *description})
+          .Field(0)
+          .AsInt();
+    }
     return log->Query("SELECT COUNT(*) FROM LogTable WHERE EventType = ?", {type}).Field(0).AsInt();
   }
 

@@ -1,5 +1,6 @@
-// The timed polling cycle driving the real outbound loop over a pty pair: time comes from a manual
-// clock, the terminals are simulators sharing one direct line (each answers only its own id).
+// The timed polling cycle driving the real outbound loop over a pty pair: the calendar comes from a
+// manual clock (the line's waits are real), the terminals are simulators sharing one direct line
+// (each answers only its own id).
 #include <gtest/gtest.h>
 
 #include <future>
@@ -39,7 +40,7 @@ class TimedPollingCallTest : public CallFixture {
 };
 
 TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheListIsReadAgain) {
-  core::ManualClock manual(At(5, 0));
+  core::ManualWallClock manual(At(5, 0));
   terminal::CallController controller(manual, *logs_, screen_);
   auto product = db::Open(paths_->ClockwynDatabase(), db::OpenMode::kCreate);
   db::CreateProductSchema(*product);

@@ -1,4 +1,5 @@
-// The call loop against simulated terminals and a simulated modem over real pty pairs.
+// The call loop against simulated terminals and a simulated modem over real pty pairs: what the
+// golden transcripts (tests/transcripts) do not show, faults and the terminal's own side.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -17,6 +18,7 @@ namespace {
 using sim::CallOutcome;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using terminal::InputCounters;
 
 class ZonCallTest : public CallFixture {
  protected:
@@ -44,6 +46,7 @@ class ZonCallTest : public CallFixture {
   }
 };
 
+// The conversation itself is a golden transcript (direct_host_call); here the terminal's side.
 TEST_F(ZonCallTest, HostCallOnADirectLineStoresEveryPunchOnceBeforeTheTerminalForgetsThem) {
   sim::ZonTerminal terminal(sim::TerminalConfig{}, Punches(6));
   bool ok = false;
@@ -52,17 +55,8 @@ TEST_F(ZonCallTest, HostCallOnADirectLineStoresEveryPunchOnceBeforeTheTerminalFo
   EXPECT_TRUE(terminal.PendingPunches().empty());
   EXPECT_EQ(terminal.Stats().eots_received, 1);
   EXPECT_EQ(Rows(), 6);
-  // Out-punches are stored in the out columns.
-  EXPECT_EQ(Rows("[Punch Type] = 'O' AND [Date Out] = '2009-10-20' AND [Date In] IS NULL"), 3);
-  EXPECT_EQ(Rows("[Punch Type] = 'I' AND [Time In] = '06:00:00' AND [Card ID] = 12"), 1);
-  const auto calls = DataFiles(".TCD");
-  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(DataFiles(".TCD").size(), 1u);
   EXPECT_EQ(DataFiles(".ARC").size(), 1u);
-  EXPECT_EQ(Events("Start of call"), 1);
-  EXPECT_EQ(Events("Open Comm"), 1);
-  EXPECT_EQ(Events("Close Comm"), 1);
-  EXPECT_TRUE(screen_.Contains("EOT Sent"));
-  EXPECT_TRUE(screen_.Contains("File opened is: "));
 }
 
 TEST_F(ZonCallTest, ACorruptedPacketIsRefusedWithNakAndTakenWhenResent) {
@@ -74,6 +68,7 @@ TEST_F(ZonCallTest, ACorruptedPacketIsRefusedWithNakAndTakenWhenResent) {
   EXPECT_EQ(terminal.Stats().resends, 1);
   EXPECT_EQ(Rows(), 4);
   EXPECT_EQ(Events("Packet resent: "), 1);
+  EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{1, 0, 0, 0}));
 }
 
 TEST_F(ZonCallTest, AGoodPacketThatIsNoPunchIsAcknowledgedAndKeptBesideTheCallFile) {
@@ -86,6 +81,7 @@ TEST_F(ZonCallTest, AGoodPacketThatIsNoPunchIsAcknowledgedAndKeptBesideTheCallFi
   ASSERT_EQ(kept.size(), 1u);
   EXPECT_NE(core::ReadWholeFile(kept[0]).find("not,a,punch"), std::string::npos);
   EXPECT_EQ(Events("Error"), 1);
+  EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{0, 0, 0, 1}));
 }
 
 TEST_F(ZonCallTest, ASecondHeaderIsAcknowledgedAndIgnored) {
@@ -126,6 +122,7 @@ TEST_F(ZonCallTest, ATerminalThatGoesSilentKeepsItsPunchesAndDeliversThemWholeNe
   EXPECT_EQ(terminal.PendingPunches().size(), 5u);
   EXPECT_EQ(Rows(), 0);
   EXPECT_TRUE(DataFiles(".TCD").empty());  // the incomplete call's file is gone
+  EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{0, 0, 1, 0}));
 
   EXPECT_EQ(HostOnce(terminal, &ok), CallOutcome::kCompleted) << screen_.All();
   EXPECT_TRUE(ok);
@@ -193,24 +190,6 @@ TEST_F(ZonCallTest, AnInvalidPortIsRefusedAndTheLoopIsNotEntered) {
   EXPECT_EQ(Events("Open Comm"), 0);
 }
 
-TEST_F(ZonCallTest, OutboundPollOnADirectLine) {
-  sim::TerminalConfig config;
-  config.terminal_id = "7";
-  sim::ZonTerminal terminal(config, Punches(3));
-  auto pty = comm::PtyPair::Open();
-  auto master = pty.TakeMaster();
-  auto loop = Runner(Settings(pty.SlavePath(), false));
-  auto answer = std::async(std::launch::async, [&] {
-    return terminal.AnswerPoll(*master, sim::LineKind::kDirect,
-                               std::chrono::steady_clock::now() + seconds(20));
-  });
-  EXPECT_TRUE(loop->PollLocations({Location("Dock")}));
-  EXPECT_EQ(answer.get(), CallOutcome::kCompleted) << screen_.All();
-  EXPECT_TRUE(screen_.Contains("Polling Dock"));
-  EXPECT_TRUE(screen_.Contains("HDR Sent"));
-  EXPECT_EQ(Rows(), 3);
-}
-
 TEST_F(ZonCallTest, ADirectLinePollWithoutAnswerFailsAfterFiveEnquiriesAndIsNotRetried) {
   auto pty = comm::PtyPair::Open();
   auto master = pty.TakeMaster();  // nobody answers on it
@@ -269,11 +248,6 @@ class ModemCallTest : public ZonCallTest {
   }
 };
 
-TEST_F(ModemCallTest, HostCallThroughTheModemAtTheConnectSpeed) {
-  HostThroughModem(2400);
-  EXPECT_TRUE(screen_.Contains("Terminal is Connected at 2400"));
-}
-
 TEST_F(ModemCallTest, AConnectWithoutSpeedRunsTheCallAt300) {
   HostThroughModem(std::nullopt);
   EXPECT_TRUE(screen_.Contains("Terminal is Connected at 300"));
@@ -305,39 +279,6 @@ TEST_F(ModemCallTest, ThreeFailedDialsGiveUpOnTheLocation) {
   EXPECT_EQ(Events("Failed to complete transfer"), 1);
   EXPECT_EQ(rig->modem->Stats().dials, 3);
   EXPECT_EQ(terminal.PendingPunches().size(), 2u);
-}
-
-class HoursTest : public ZonCallTest {};
-
-TEST_F(HoursTest, AnHoursRequestIsAnsweredWithTodaysAndThePeriodsHours) {
-  core::ManualClock manual(*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0));
-  terminal::CallController controller(manual, *logs_, screen_);
-  company_db_->Execute(
-      "INSERT INTO [Clock Data Table] ([Card ID], [Punch Type], [Date In], [Time In], [Date Out], "
-      "[Time Out]) VALUES "
-      "(12, 'I', '2009-10-19', '08:00:00', NULL, NULL), (12, 'O', NULL, NULL, '2009-10-19', "
-      "'16:00:00'), (12, 'I', '2009-10-20', '08:00:00', NULL, NULL), (12, 'O', NULL, NULL, "
-      "'2009-10-20', '12:30:00'), (12, 'I', '2009-10-12', '08:00:00', NULL, NULL), (12, 'O', "
-      "NULL, NULL, '2009-10-12', '09:00:00')");
-  auto pty = comm::PtyPair::Open();
-  auto master = pty.TakeMaster();
-  auto loop = Runner(Settings(pty.SlavePath(), false), &controller);
-  sim::ZonTerminal terminal(sim::TerminalConfig{}, {});
-  auto asker = std::async(std::launch::async, [&] {
-    EXPECT_TRUE(screen_.WaitFor("Waiting for next event"));
-    auto known = terminal.RequestHours(*master, 12, manual.Now());
-    auto unknown = terminal.RequestHours(*master, 99, manual.Now());
-    controller.PressEnd();
-    return std::make_pair(known, unknown);
-  });
-  loop->Host(false);
-  auto [known, unknown] = asker.get();
-  const char fs = zon::ProtocolChar::kFs;
-  ASSERT_TRUE(known.has_value());
-  // Today 08:00-12:30; the week from Monday 19 October adds 08:00-16:00; the week before not.
-  EXPECT_EQ(*known, std::string("Ada Lovelace") + fs + "4.50" + fs + "12.50");
-  ASSERT_TRUE(unknown.has_value());
-  EXPECT_EQ(*unknown, "Badge 99 not found");
 }
 
 }  // namespace

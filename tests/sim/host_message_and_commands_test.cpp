@@ -2,8 +2,6 @@
 
 #include "sim/host_message.h"
 #include "sim/modem_command.h"
-#include "sim/terminal_packets.h"
-#include "zon/hours_request_packet.h"
 #include "zon/protocol_char.h"
 
 namespace clockcomm::sim {
@@ -14,30 +12,6 @@ using zon::ProtocolChar;
 
 const std::string kFs(1, ProtocolChar::kFs);
 std::string S(char c) { return std::string(1, c); }
-
-TEST(TerminalPacketsTest, BlockCheckCoversEverythingBeforeIt) {
-  std::string packet = DataPacket("2,12,,,,,I,091020,1224,,,,1");
-  ASSERT_EQ(packet.substr(packet.size() - 2), "\r\n");
-  std::string body = packet.substr(0, packet.size() - 3);
-  EXPECT_EQ(packet[packet.size() - 3], BlockCheck(body));
-  EXPECT_NE(WithBadBlockCheck(packet), packet);
-  EXPECT_EQ(WithBadBlockCheck(packet).substr(0, body.size()), body);
-
-  std::string header = HeaderPacket("TC28", "DEMODATA", 101, "F");
-  EXPECT_EQ(header.substr(0, header.size() - 3), S(ProtocolChar::kStx) + "1" + kFs + "[" + kFs +
-                                                     "TC28" + kFs + "DEMODATA" + kFs + "101" + kFs +
-                                                     "F" + kFs + S(ProtocolChar::kFf));
-  EXPECT_EQ(header[header.size() - 3], BlockCheck(header.substr(0, header.size() - 3)));
-}
-
-TEST(TerminalPacketsTest, HoursRequestLineParsesBackOnTheProgramSide) {
-  std::string line = HoursRequestLine(12, *core::DateTime::FromParts(2020, 10, 20, 12, 24));
-  ASSERT_EQ(line.front(), ProtocolChar::kEnq);
-  zon::HoursRequestPacket packet;
-  ASSERT_TRUE(packet.Parse(line.substr(1, line.size() - 3)));
-  EXPECT_EQ(packet.BadgeNumber(), 12);
-  EXPECT_EQ(packet.Timestamp(), *core::DateTime::FromParts(2020, 10, 20, 12, 24));
-}
 
 std::string Framed(char lead, const std::string& body) {
   std::string frame = S(lead) + body + S(ProtocolChar::kEtx);

@@ -11,6 +11,7 @@
 #include "comm/pty_pair.h"
 #include "comm/serial_connection.h"
 #include "comm/serial_line.h"
+#include "zon/block_check.h"
 #include "zon/packet_reader.h"
 #include "zon/protocol_char.h"
 
@@ -101,9 +102,8 @@ class ScriptedHost {
   }
 
   static bool CheckOk(const std::string& packet) {
-    unsigned char x = 0;
-    for (size_t i = 0; i + 1 < packet.size(); ++i) x ^= static_cast<unsigned char>(packet[i]);
-    return static_cast<unsigned char>(packet.back()) == x;
+    return !packet.empty() && packet.back() == zon::BlockCheckOf(std::string_view(packet).substr(
+                                                   0, packet.size() - 1));
   }
 
   zon::PacketReader& Reader() { return reader_; }

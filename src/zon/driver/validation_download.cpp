@@ -44,7 +44,7 @@ bool ValidationTableDownload::SendTable(const records::ValidationTableRows& tabl
       }
       controller_.AppendStatus("*");
       // A refused packet goes again after the response wait.
-      if (controller_.EndCommLoop().WaitFor(response_wait_)) return false;
+      if (!controller_.Clock().Pause(response_wait_, controller_.EndCommLoop())) return false;
     }
   }
   return true;

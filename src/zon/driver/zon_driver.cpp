@@ -362,8 +362,8 @@ void ZonDriver::SendEndCharacters() {
   const auto interval = std::chrono::duration<double>(context_.settings.overrides.EOTInterval());
   for (int i = 0; i < quantity; ++i) {
     link_.SendEot();
-    controller_.EndCommLoop().WaitFor(
-        std::chrono::duration_cast<std::chrono::nanoseconds>(interval));
+    controller_.Clock().Pause(std::chrono::duration_cast<std::chrono::nanoseconds>(interval),
+                              controller_.EndCommLoop());
   }
 }
 

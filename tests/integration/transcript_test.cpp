@@ -1,0 +1,110 @@
+// The golden transcripts of tests/transcripts replayed through a pty into the real line runner with
+// the Zon family: the test plays the far end (a terminal, or a modem and its terminal) byte for
+// byte, checks every byte the program answers, and compares what the conversation left behind
+// (call files, [Clock Data Table], screen and event log) with the .chk file beside it.
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "comm/pty_pair.h"
+#include "integration/call_fixture.h"
+#include "integration/transcript_results.h"
+
+namespace clockcomm::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Kind = sim::TranscriptStep::Kind;
+
+const std::filesystem::path kTranscripts =
+    std::filesystem::path(CLOCKCOMM_SOURCE_DIR) / "tests" / "transcripts";
+
+std::vector<std::string> TranscriptNames() {
+  std::vector<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(kTranscripts)) {
+    if (e.path().extension() == ".chat") names.push_back(e.path().stem().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// True when every expected line appears in actual, in the same order (others may come between).
+bool InOrder(const std::vector<std::string>& expected, const std::vector<std::string>& actual) {
+  auto at = actual.begin();
+  for (const auto& line : expected) {
+    at = std::find(at, actual.end(), line);
+    if (at == actual.end()) return false;
+    ++at;
+  }
+  return true;
+}
+
+class TranscriptTest : public CallFixture, public ::testing::WithParamInterface<std::string> {
+ protected:
+  void SetUp() override {
+    CallFixture::SetUp();
+    controller_ = std::make_unique<terminal::CallController>(manual_, *logs_, screen_);
+  }
+
+  // Plays the far end; returns what went wrong, "" when the program said every byte expected.
+  std::string Play(const sim::Transcript& transcript, comm::IConnection& far) {
+    std::string received;
+    for (size_t i = 0; i < transcript.steps.size(); ++i) {
+      const auto& step = transcript.steps[i];
+      const std::string where = "step " + std::to_string(i + 1) + ": ";
+      if (step.kind == Kind::kFarEnd) {
+        far.WriteText(step.text);
+      } else if (step.kind == Kind::kSync) {
+        if (!screen_.WaitFor(step.text, 10s)) return where + "never shown: " + step.text;
+      } else {
+        const auto deadline = std::chrono::steady_clock::now() + 10s;
+        while (received.size() < step.text.size() &&
+               far.WaitForInput(deadline, {}) == comm::WaitResult::kReadable) {
+          received += far.Read();
+        }
+        if (received.compare(0, step.text.size(), step.text) != 0) {
+          return where + "expected < " + sim::EscapeBytes(step.text) + "\n got     < " +
+                 sim::EscapeBytes(received);
+        }
+        received.erase(0, step.text.size());
+      }
+    }
+    return received.empty() ? "" : "more than the transcript: " + sim::EscapeBytes(received);
+  }
+
+  core::ManualWallClock manual_{*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0)};
+};
+
+TEST_P(TranscriptTest, ReplayedIntoTheRealLoop) {
+  const auto transcript =
+      sim::ParseTranscript(core::ReadWholeFile(kTranscripts / (GetParam() + ".chat")));
+  const auto expected = ParseResults(core::ReadWholeFile(kTranscripts / (GetParam() + ".chk")));
+  ASSERT_FALSE(transcript.header.empty()) << "a transcript says what it shows";
+
+  auto pty = comm::PtyPair::Open();
+  auto far = pty.TakeMaster();
+  auto loop =
+      Runner(Settings(pty.SlavePath(), transcript.Setting("line") == "modem"), controller_.get());
+  auto played = std::async(std::launch::async, [&] {
+    std::string failure = Play(transcript, *far);
+    // A failed replay, or one whose far end ends the run, presses End so that the loop stops.
+    if (!failure.empty() || transcript.Setting("run") == "host-end") controller_->PressEnd();
+    return failure;
+  });
+  RunAsTranscriptSays(*loop, transcript);
+  EXPECT_EQ(played.get(), "") << screen_.All();
+  EXPECT_EQ(sim::EscapeBytes(far->Read()), "") << "the program said more than the transcript";
+
+  const CallResults actual = GatherResults(*paths_, *company_db_, screen_, *controller_);
+  EXPECT_EQ(actual.counters, expected.counters);
+  EXPECT_EQ(actual.tcd, expected.tcd);
+  EXPECT_EQ(actual.rows, expected.rows);
+  EXPECT_TRUE(InOrder(expected.screen, actual.screen)) << FormatResults(actual);
+  EXPECT_TRUE(InOrder(expected.events, actual.events)) << FormatResults(actual);
+}
+
+INSTANTIATE_TEST_SUITE_P(Golden, TranscriptTest, ::testing::ValuesIn(TranscriptNames()),
+                         [](const auto& name) { return name.param; });
+
+}  // namespace
+}  // namespace clockcomm::test
