@@ -1,6 +1,7 @@
 #include "shell/line_runner.h"
 
 #include <algorithm>
+#include <iostream>
 
 #include "core/errors.h"
 
@@ -67,6 +68,9 @@ bool LineRunner::OpenPort() {
     controller_.Show("Invalid Com Port");
     controller_.Show("Select valid Com Port and then restart.");
     controller_.Event("Invalid Com Port", std::string(e.what()));
+    // The screen lines say what; the operator also needs the device and the system's reason.
+    std::cerr << "clockcomm: Invalid Com Port " << settings_.port_number << " ("
+              << settings_.device << "): " << e.what() << "\n";
     return false;
   }
   const std::string mode =

@@ -84,6 +84,13 @@ TEST_F(CallCommandsTest, RefusalsNameWhatIsMissing) {
   EXPECT_NE(r.exit_code, 0);
   EXPECT_NE(r.err.find("LAN"), std::string::npos) << r.err;
 
+  ASSERT_EQ(Run("settings set connection_type=Serial").exit_code, 0);
+  r = Run("host --once --port /dev/clockcomm-no-such-port");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.out.find("Invalid Com Port"), std::string::npos) << r.out;
+  EXPECT_NE(r.err.find("/dev/clockcomm-no-such-port"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("No such file"), std::string::npos) << r.err;
+
   r = RunClockcomm(dir_.path() / "nowhere", "host --once");
   EXPECT_NE(r.exit_code, 0);
   EXPECT_NE(r.err.find("init"), std::string::npos) << r.err;
