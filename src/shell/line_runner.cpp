@@ -138,7 +138,7 @@ void LineRunner::Recover() {
   }
 }
 
-// Between calls a modem is hung up and made ready for the next one.
+// After a call: counted, the schedule told, the line made ready for the next one.
 void LineRunner::AfterCall(int calls_before) {
   if (driver_->Calls() == calls_before) return;
   Recover();
@@ -146,11 +146,15 @@ void LineRunner::AfterCall(int calls_before) {
   if (services_.schedule != nullptr && !driver_->LastClockName().empty()) {
     services_.schedule->UpdateForClock(driver_->LastClockName());
   }
-  if (settings_.Modem() && line_->IsOpen()) {
-    controller_.Show("{0} Reset Modem - Drop DTR");
-    controller_.Show("{0} Reset Modem - Raise DTR");
-    line_->EndCall();
-  }
+  ResetModem();
+}
+
+// Between calls a modem is hung up and made ready for the next one.
+void LineRunner::ResetModem() {
+  if (!settings_.Modem() || !line_->IsOpen()) return;
+  controller_.Show("{0} Reset Modem - Drop DTR");
+  controller_.Show("{0} Reset Modem - Raise DTR");
+  line_->EndCall();
 }
 
 // A call that failed before its terminal spoke: the end of a call with nothing in it.
@@ -158,11 +162,7 @@ void LineRunner::FailedCall(std::string_view clock_name) {
   controller_.BeginCall();
   controller_.Event("End of call", clock_name);
   intake_.Finish(false);
-  if (settings_.Modem() && line_->IsOpen()) {
-    controller_.Show("{0} Reset Modem - Drop DTR");
-    controller_.Show("{0} Reset Modem - Raise DTR");
-    line_->EndCall();
-  }
+  ResetModem();
   ++failed_calls_;
   controller_.FinishCall(false, 0, {});
 }

@@ -89,6 +89,7 @@ class LineRunner : public OutboundPoller {
   bool InitModem();
   void HostPass(bool& call_ended);
   void AfterCall(int calls_before);
+  void ResetModem();
   // The recovery sweep: pending call files delivered, dead calls' files set aside.
   void Recover();
   bool PollWithRetries(const PollRow& location);

@@ -10,7 +10,6 @@ namespace clockcomm::zon {
 ZonLink::ZonLink(comm::TerminalLine& line, core::Clock& clock, core::StopSignal& stop,
                  core::StopSignal& call_ended)
     : line_(line),
-      clock_(clock),
       stop_(stop),
       call_ended_(call_ended),
       reader_(line.Connection(), &call_ended, &clock) {}

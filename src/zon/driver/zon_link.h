@@ -46,11 +46,9 @@ class ZonLink {
   uint64_t OverlongCount() const { return reader_.Buffer().OverlongCount(); }
   bool Framed() const { return line_.FramedControls(); }
   bool CarrierLost() const { return line_.CarrierLost(); }
-  core::Clock& Clock() { return clock_; }
 
  private:
   comm::TerminalLine& line_;
-  core::Clock& clock_;
   core::StopSignal& stop_;
   core::StopSignal& call_ended_;
   PacketReader reader_;
