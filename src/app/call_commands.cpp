@@ -10,7 +10,6 @@
 #include "core/errors.h"
 #include "core/text.h"
 #include "db/open.h"
-#include "shell/schedule/auto_end_watcher.h"
 #include "shell/schedule/auto_start.h"
 #include "shell/schedule/host_poll_schedule.h"
 #include "shell/schedule/poll_list.h"
@@ -30,16 +29,6 @@ shell::ClockLine LineOf(const CallSession& session) {
   return shell::ClockLine{comm.connection_type, comm.terminal_type, comm.comm_port};
 }
 
-// The moment a loop that shows "End at hh:mm" must stop: the next time the clock shows it.
-std::optional<core::DateTime> EndDeadline(const std::string& end_time, core::Clock& clock) {
-  const auto end = shell::ParseSettingTime(end_time, "end_time");
-  if (!end) return std::nullopt;
-  const core::DateTime now = clock.Now();
-  core::DateTime deadline(now.GetDate(), *end);
-  if (deadline <= now) deadline = deadline.AddDays(1);
-  return deadline;
-}
-
 // Host mode; with a schedule, the poll list's call times are polled on the same line meanwhile.
 bool Host(CallSession& session, shell::LineRunner& runner, bool once, bool scheduled) {
   // The scheduler reads the poll list through a connection of its own.
@@ -55,13 +44,8 @@ bool Host(CallSession& session, shell::LineRunner& runner, bool once, bool sched
 void RunHost(const GlobalOptions& options, const HostOptions& host) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
-  const auto settings = session.LoopSettings(host.port);
-  auto runner = session.MakeRunner(settings);
+  auto runner = session.MakeRunner(session.LoopSettings(host.port));
   SignalWatcher signals([&] { session.Controller().PressEnd(); });
-  std::optional<shell::AutoEndWatcher> auto_end;
-  if (auto deadline = EndDeadline(settings.end_time, clock)) {
-    auto_end.emplace(clock, *deadline, session.Controller().EndCommLoop(), session.Logs());
-  }
   if (!Host(session, *runner, host.once, host.scheduled)) throw CLI::RuntimeError(1);
 }
 
@@ -216,10 +200,7 @@ void RunAuto(const GlobalOptions& options, const std::string& port) {
       TimedPoll(session, *runner, run.end_deadline);
       return;
     }
-    std::optional<shell::AutoEndWatcher> watcher;
-    if (run.end_deadline) {
-      watcher.emplace(clock, *run.end_deadline, session.Controller().EndCommLoop(), log);
-    }
+    // The host stops by itself at the end time its mode line shows.
     if (!Host(session, *runner, false, true) && session.Controller().RunFailed()) {
       throw CLI::RuntimeError(1);
     }

@@ -13,8 +13,10 @@ struct GlobalOptions {
 
 // init, settings show|set, log show|purge|print
 void RegisterSetupCommands(CLI::App& app, const GlobalOptions& options);
-// company add|list, employee add|import, department add|list, job add|list, transfer
+// company add|list, employee add|import, department add|list, job add|list
 void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options);
+// transfer, pending, punches
+void RegisterTransferCommands(CLI::App& app, const GlobalOptions& options);
 
 // host, poll, poll-list
 void RegisterCallCommands(CLI::App& app, const GlobalOptions& options);

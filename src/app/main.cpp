@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
                  "Program folder (default: $CLOCKCOMM_HOME, else the current directory)");
   app::RegisterSetupCommands(app, options);
   app::RegisterRecordCommands(app, options);
+  app::RegisterTransferCommands(app, options);
   app::RegisterCallCommands(app, options);
   app::RegisterDemoCommand(app, options);
   try {

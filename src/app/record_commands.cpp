@@ -1,6 +1,5 @@
-// company add|list, employee add|import, department add|list, job add|list, transfer: the
-// company registry, a company's employees and the validation tables its terminals receive, and
-// moving TCD files into a company's database.
+// company add|list, employee add|import, department add|list, job add|list: the company
+// registry, a company's employees and the validation tables its terminals receive.
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -16,13 +15,10 @@
 #include "core/text.h"
 #include "db/open.h"
 #include "db/schema.h"
-#include "records/clock_file_transfer.h"
 #include "records/company_factory.h"
 #include "records/company_registration.h"
 #include "records/employee_import.h"
 #include "records/employee_table.h"
-#include "records/intake/call_state.h"
-#include "records/intake/intake_recovery.h"
 #include "records/tcd_record.h"
 #include "records/validation_codes.h"
 #include "shell/logs.h"
@@ -32,15 +28,6 @@ namespace clockcomm::app {
 namespace fs = std::filesystem;
 namespace {
 
-// The loaded configuration and the things every command here needs from it.
-struct Context {
-  explicit Context(const GlobalOptions& options)
-      : config(shell::MyStatic::Load(shell::ResolveProgramFolder(options.home))),
-        paths(config->Paths()) {}
-  std::unique_ptr<shell::MyStatic> config;
-  shell::MyPaths paths;
-};
-
 std::unique_ptr<db::Database> OpenRegistry(const shell::MyPaths& paths) {
   const fs::path file = paths.CompanyRegistryDatabase();
   if (!fs::exists(file)) {
@@ -48,16 +35,6 @@ std::unique_ptr<db::Database> OpenRegistry(const shell::MyPaths& paths) {
          "; run clockcomm init first)");
   }
   return db::Open(file);
-}
-
-records::CompanyFactory LoadFactory(const shell::MyPaths& paths, core::LogSink& log) {
-  records::CompanyFactory factory(log, paths.DataDirectory());
-  try {
-    factory.Initialize(paths.CompanyRegistryDatabase());
-  } catch (const records::CompanyRegistryNotFound& e) {
-    Fail(std::string("clockcomm: ") + e.what() + " Run clockcomm init first.");
-  }
-  return factory;
 }
 
 // ---- company ----
@@ -142,20 +119,6 @@ struct EmployeeOptions {
   std::string file;
 };
 
-std::unique_ptr<db::Database> OpenCompanyDatabase(const Context& ctx,
-                                                  const std::string& company_name) {
-  core::NullLogSink quiet;
-  records::CompanyFactory factory = LoadFactory(ctx.paths, quiet);
-  const records::Company company = factory.GetCompany(company_name);
-  if (company.IsEmpty()) Fail("clockcomm: company \"" + company_name + "\" was not found");
-  const fs::path file = company.ClockwynDatabaseFilename();
-  if (!fs::exists(file)) {
-    Fail("clockcomm: the database of company \"" + company_name +
-         "\" was not found: " + file.string());
-  }
-  return db::Open(file);
-}
-
 void RunEmployeeAdd(const GlobalOptions& options, const EmployeeOptions& o) {
   Context ctx(options);
   records::Employee e;
@@ -236,108 +199,6 @@ void PrintCodes(const char* heading, const std::vector<records::ValidationCode>&
   for (const auto& c : codes) std::cout << c.code << "\t" << c.description << "\n";
 }
 
-// ---- transfer ----
-
-struct TransferCommandOptions {
-  std::string clock;
-  std::vector<std::string> files;
-  std::string mode;
-  bool one_transaction = false;
-  bool again = false;
-  bool pending = false;
-};
-
-records::IntakePaths IntakePathsOf(const shell::MyPaths& paths) {
-  return {paths.DataDirectory(), paths.ProgramDirectory(), paths.CompanyRegistryDatabase()};
-}
-
-// transfer --pending: the recovery sweep, once the cause of the wait is fixed.
-void RunTransferPending(const Context& ctx, shell::Logs& logs, core::Clock& clock) {
-  records::CompanyFactory factory = LoadFactory(ctx.paths, logs);
-  records::IntakeRecovery recovery(IntakePathsOf(ctx.paths), factory, logs, clock);
-  const records::SweepResult swept = recovery.Sweep();
-  std::cout << swept.delivered << " pending file(s) delivered, " << swept.rows
-            << " row(s) went in; " << swept.still_pending << " still pending; " << swept.set_aside
-            << " file(s) of calls that never completed set aside\n";
-  if (swept.still_pending > 0) {
-    std::cerr << "clockcomm transfer: files still wait; `clockcomm pending` says why\n";
-    throw CLI::RuntimeError(1);
-  }
-}
-
-void RunPending(const GlobalOptions& options) {
-  Context ctx(options);
-  core::SystemClock clock;
-  core::NullLogSink no_log;
-  records::CompanyFactory factory = LoadFactory(ctx.paths, no_log);
-  records::IntakeRecovery recovery(IntakePathsOf(ctx.paths), factory, no_log, clock);
-  const auto waiting = recovery.Waiting();
-  for (const auto& w : waiting) {
-    std::cout << w.file.string() << "\t" << w.state << "\t" << w.detail << "\n";
-  }
-  if (waiting.empty()) std::cout << "Nothing waits.\n";
-}
-
-void RunTransfer(const GlobalOptions& options, const TransferCommandOptions& o) {
-  Context ctx(options);
-  core::SystemClock clock;
-  shell::Logs logs(ctx.paths, clock);
-  // The transfer applies SettingsOverride.txt: a refused line there can switch assignment off.
-  shell::ReportConfigurationWarnings(ctx.config->Warnings(), logs, std::cerr);
-  if (o.pending) {
-    if (!o.files.empty() || !o.clock.empty()) Fail("clockcomm transfer: --pending takes no files");
-    return RunTransferPending(ctx, logs, clock);
-  }
-  if (o.clock.empty() || o.files.empty()) {
-    Fail("clockcomm transfer: name the clock (--clock) and the files, or use --pending");
-  }
-  records::CompanyFactory factory = LoadFactory(ctx.paths, logs);
-  const auto company = factory.GetCompanyByClockName(o.clock);
-  if (!company) {
-    const std::string msg = "Clock name '" + o.clock + "' was not found in Company3.mdb";
-    logs.Event("System error", msg);
-    Fail("clockcomm transfer: " + msg);
-  }
-  records::ClockFileTransfer transfer(
-      {ctx.paths.ProgramDirectory(), ctx.paths.CompanyRegistryDatabase()}, logs, clock);
-  records::TransferOptions transfer_options;
-  transfer_options.mode_letter = o.mode;
-  transfer_options.use_transactions = !o.one_transaction;
-  transfer_options.again = o.again;
-  logs.SetCurrentClock(company->ClockName(), 0);  // names the clock in the event rows
-  int total = 0;
-  bool failed = false;
-  for (const auto& file : o.files) {
-    if (fs::exists(records::StateMarker(file, records::CallState::kReceiving)) &&
-        !fs::exists(records::StateMarker(file, records::CallState::kPending))) {
-      // Its call is running or died before the terminal was told: it may hold half a batch.
-      std::cerr << "clockcomm transfer: " << file
-                << " is a call still being received or one that never completed; not "
-                   "transferred (`clockcomm pending` lists it)\n";
-      failed = true;
-      continue;
-    }
-    try {
-      const auto r = transfer.Transfer(*company, file, transfer_options);
-      total += r.inserted;
-      std::cout << file << ": ";
-      if (o.again) std::cout << "forgot " << r.forgotten << " deleted row(s), ";
-      std::cout << r.inserted << " row(s) went in";
-      if (r.already_present > 0) std::cout << ", " << r.already_present << " already there";
-      if (r.rejected > 0) {
-        std::cout << ", " << r.rejected << " bad line(s) kept in " << r.reject_file.string();
-        failed = true;
-      }
-      std::cout << "\n";
-    } catch (const records::TransferError& e) {
-      std::cerr << "clockcomm transfer: " << file << ": " << e.what() << "\n";
-      failed = true;
-    }
-  }
-  std::cout << total << " row(s) went into " << company->Name() << "\n";
-  if (failed) throw CLI::RuntimeError(1);
-}
-
 }  // namespace
 
 void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options) {
@@ -409,26 +270,6 @@ void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options) {
     auto db = OpenCompanyDatabase(ctx, jo->company);
     PrintCodes("Job", records::ValidationCodes(*db).Jobs());
   });
-
-  auto to = std::make_shared<TransferCommandOptions>();
-  CLI::App* transfer =
-      app.add_subcommand("transfer", "Transfer TCD files of a clock into its company's database");
-  transfer->add_option("--clock", to->clock, "Clock name (any case)");
-  transfer->add_option("files", to->files, "TCD files");
-  transfer->add_option("--mode", to->mode, "Upload type of the call; W: no .ARC archive");
-  transfer->add_flag("--one-transaction", to->one_transaction,
-                     "One transaction for each whole file instead of one per row");
-  transfer->add_flag("--again", to->again,
-                     "Transfer again the lines whose rows were deleted from the table (logged)");
-  transfer->add_flag("--pending", to->pending,
-                     "Deliver every call file that waits (see `clockcomm pending`), once its "
-                     "cause is fixed");
-  transfer->callback([&options, to] { RunTransfer(options, *to); });
-
-  app.add_subcommand("pending",
-                     "List the files that wait: pending call files and why, files of calls that "
-                     "never completed, kept packets and bad lines")
-      ->callback([&options] { RunPending(options); });
 }
 
 }  // namespace clockcomm::app

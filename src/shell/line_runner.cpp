@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "core/errors.h"
+#include "shell/schedule/auto_end_watcher.h"
 
 namespace clockcomm::shell {
 namespace {
@@ -69,8 +70,8 @@ bool LineRunner::OpenPort() {
     controller_.Show("Select valid Com Port and then restart.");
     controller_.Event("Invalid Com Port", std::string(e.what()));
     // The screen lines say what; the operator also needs the device and the system's reason.
-    std::cerr << "clockcomm: Invalid Com Port " << settings_.port_number << " ("
-              << settings_.device << "): " << e.what() << "\n";
+    std::cerr << "clockcomm: Invalid Com Port " << settings_.port_number << " (" << settings_.device
+              << "): " << e.what() << "\n";
     return false;
   }
   const std::string mode =
@@ -175,6 +176,11 @@ bool LineRunner::Host(bool once) {
   controller_.CallEnded().Reset();
   if (!OpenLine()) return false;
   if (!settings_.Modem()) controller_.Status("Waiting for next event, press End to Quit.");
+  // The mode line shows "End at hh:mm": the host stops then, as the End button would.
+  std::optional<AutoEndWatcher> auto_end;
+  if (auto deadline = NextEndDeadline(settings_.end_time, controller_.Clock().Now())) {
+    auto_end.emplace(controller_.Clock(), *deadline, controller_.EndCommLoop(), controller_);
+  }
   const int calls_before = good_calls_ + failed_calls_;
   while (!controller_.EndCommLoop().Requested()) {
     bool call_ended = false;

@@ -1,6 +1,6 @@
-// The timed polling cycle driving the real outbound loop over a pty pair: the calendar comes from a
-// manual clock (the line's waits are real), the terminals are simulators sharing one direct line
-// (each answers only its own id).
+// The calendar of the real line loop over a pty pair, from a manual clock (the line's waits are
+// real): the timed polling cycle, whose terminals are simulators sharing one direct line (each
+// answers only its own id), and the end time of a host.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -99,6 +99,22 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
   EXPECT_LT(pos_b, pos_c);
   EXPECT_LT(pos_c, pos_d);
   EXPECT_EQ(screen_.Count("Polling "), 4);
+}
+
+TEST_F(TimedPollingCallTest, AHostStopsAtTheEndTimeItShows) {
+  core::ManualWallClock manual(At(7, 59));
+  terminal::CallController controller(manual, *logs_, screen_);
+  auto pty = comm::PtyPair::Open();
+  auto settings = Settings(pty.SlavePath(), false);
+  settings.end_time = "08:00";
+  auto loop = Runner(settings, &controller);
+  auto run = std::async(std::launch::async, [&] { return loop->Host(); });
+  ASSERT_TRUE(manual.WaitForWaiters(1, seconds(20))) << screen_.All();
+  EXPECT_TRUE(screen_.Contains("Mode = (serial) End at 08:00")) << screen_.All();
+  manual.Set(At(8, 0));
+  ASSERT_EQ(run.wait_for(seconds(20)), std::future_status::ready) << screen_.All();
+  EXPECT_TRUE(run.get());
+  EXPECT_TRUE(screen_.Contains("Closing Port"));
 }
 
 }  // namespace

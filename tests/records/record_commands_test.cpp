@@ -150,7 +150,13 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   EXPECT_NE(r.out.find("forgot 1 deleted row(s), 1 row(s) went in, 2 already there"),
             std::string::npos)
       << r.out;
-  EXPECT_EQ(db->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt(), 3);
+  r = Clockcomm("punches --company Acme --from 2009-10-21");
+  EXPECT_NE(r.out.find("\n3\t20\tV\t2009-10-21\t\t\t\t7\twash\t\t\t8\n"), std::string::npos);
+  EXPECT_NE(r.out.find("\n4\t20\tO\t\t\t2009-10-21\t17:00:00\t"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("\n3 row(s) of Acme from 2009-10-21 to 2009-10-21\n"), std::string::npos)
+      << r.out;
+  EXPECT_NE(Clockcomm("punches --company Acme --from 2009-10-22").out.find("\n0 row(s)"),
+            std::string::npos);
   auto events = db::Open(Path("data/TCLOG.db"))
                     ->Query(
                         "SELECT ClockName, EventDes FROM LogTable "
@@ -163,9 +169,9 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.out.find("Clock name 'Nowhere' was not found in Company3.mdb"), std::string::npos);
   EXPECT_EQ(Clockcomm("transfer --clock Front '" + Path("none.TCD").string() + "'").status, 1);
-  for (const char* cmd :
-       {"company --help", "company add --help", "company list --help", "employee add --help",
-        "employee import --help", "department --help", "job --help", "transfer --help"}) {
+  for (const char* cmd : {"company --help", "company add --help", "company list --help",
+                          "employee add --help", "employee import --help", "department --help",
+                          "job --help", "transfer --help", "punches --help"}) {
     EXPECT_EQ(Clockcomm(cmd).status, 0) << cmd;
   }
 }

@@ -67,6 +67,15 @@ std::optional<core::TimeOfDay> ParseSettingTime(std::string_view text, std::stri
   return time;
 }
 
+std::optional<core::DateTime> NextEndDeadline(std::string_view end_time,
+                                              const core::DateTime& now) {
+  const auto end = ParseSettingTime(end_time, "end_time");
+  if (!end) return std::nullopt;
+  core::DateTime deadline(now.GetDate(), *end);
+  if (deadline <= now) deadline = deadline.AddDays(1);
+  return deadline;
+}
+
 AutoStart::AutoStart(int mode, std::string_view begin_time, std::string_view end_time,
                      core::LogSink& log, core::Clock& clock, core::StopSignal& stop)
     : mode_(AutoStartModeFromSetting(mode)),

@@ -33,6 +33,9 @@ std::string ModeLine(int com_port, bool modem, AutoStartMode autostarted,
 // the setting for any other text that is not a time of day.
 std::optional<core::TimeOfDay> ParseSettingTime(std::string_view text, std::string_view setting);
 
+// The next moment the clock shows the end time setting after now; nothing for "NONE".
+std::optional<core::DateTime> NextEndDeadline(std::string_view end_time, const core::DateTime& now);
+
 // What the started loop is told.
 struct AutoStartRun {
   AutoStartMode mode = AutoStartMode::kNone;
