@@ -6,7 +6,7 @@
 #include "db/schema.h"
 #include "records/company_factory.h"
 #include "records/company_registration.h"
-#include "test_support/temp_dir.h"
+#include "records/transfer_fixture.h"
 
 namespace clockcomm::records {
 namespace {
@@ -71,7 +71,7 @@ TEST(RegisterCompanyTest, TheCompanyFolderMustLieBelowTheDataFolder) {
   EXPECT_THROW(add("Another", "clock7"), core::ArgumentException);
 }
 
-core::Date D(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
+using test_support::D;
 core::DateTime DT(int y, int m, int d, int h = 0, int n = 0) {
   return *core::DateTime::FromParts(y, m, d, h, n);
 }
@@ -118,7 +118,7 @@ TEST(CompanyTest, PayPeriodEndForEveryTypeAndMonthEdge) {
   EXPECT_THROW(Make("custom", D(2009, 1, 1), 0).PayPeriodEnd(), core::ArgumentException);
 }
 
-TEST(CompanyTest, StartAndEndDateTimesFollowTheStartTime) {
+TEST(CompanyTest, StartAndEndFollowTheStartTimeAndResyncMovesForwardOnly) {
   const Company midnight = Make("weekly", D(2009, 1, 1));
   EXPECT_EQ(midnight.PayPeriodStartDateTime(), DT(2009, 1, 1));
   EXPECT_EQ(midnight.PayPeriodEndDateTime(), DT(2009, 1, 7, 23, 59));
@@ -126,9 +126,8 @@ TEST(CompanyTest, StartAndEndDateTimesFollowTheStartTime) {
   EXPECT_EQ(six.TimeOfDayStart(), *core::TimeOfDay::FromHms(6, 0)) << "seconds dropped";
   EXPECT_EQ(six.PayPeriodStartDateTime(), DT(2009, 1, 1, 6, 0));
   EXPECT_EQ(six.PayPeriodEndDateTime(), DT(2009, 1, 8, 5, 59));
-}
 
-TEST(CompanyTest, ResyncMovesForwardOnly) {
+  // A resync moves the period forward only.
   Company c = Make("biweekly", D(2009, 1, 2));
   EXPECT_EQ(c.PayPeriodEnd(), DT(2009, 1, 15, 23, 59));
   c.ResyncPayPeriod(DT(2009, 1, 15, 23, 59));

@@ -20,39 +20,7 @@ ParameterOverride FromText(const std::string& text) {
   return p;
 }
 
-TEST(ParameterOverrideTest, RangesAndDefaults) {
-  struct Case {
-    const char* line;
-    int (ParameterOverride::*get)() const;
-    int expected;
-  };
-  const Case cases[] = {
-      {"", &ParameterOverride::SerialPortRate, 9600},
-      {"serialportrate = 19200", &ParameterOverride::SerialPortRate, 19200},
-      {"SerialPortRate = 300", &ParameterOverride::SerialPortRate, 300},
-      {"serialportrate = 19201", &ParameterOverride::SerialPortRate, 9600},
-      {"serialportrate = 299", &ParameterOverride::SerialPortRate, 9600},
-      {"serialportrate = 2400 baud", &ParameterOverride::SerialPortRate, 2400},
-      {"eotquantity = 101", &ParameterOverride::EOTQuantity, 1},
-      {"eotquantity = 0", &ParameterOverride::EOTQuantity, 1},
-      {"eotquantity = 100", &ParameterOverride::EOTQuantity, 100},
-      {"EOTQuantity = 1", &ParameterOverride::EOTQuantity, 1},
-      {"", &ParameterOverride::HostCycleInterval, 30000},
-      {"hostcycleinterval = 1000", &ParameterOverride::HostCycleInterval, 30000},
-      {"hostcycleinterval = 90000000", &ParameterOverride::HostCycleInterval, 86400000},
-      {"hostcycleinterval = 45000", &ParameterOverride::HostCycleInterval, 45000},
-      {"hostcycleinterval = 0:01:30", &ParameterOverride::HostCycleInterval, 90000},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ((FromText(c.line).*c.get)(), c.expected) << c.line;
-  }
-  EXPECT_DOUBLE_EQ(FromText("").EOTInterval(), 0.1);
-  EXPECT_DOUBLE_EQ(FromText("eotinterval = 30").EOTInterval(), 30);
-  EXPECT_DOUBLE_EQ(FromText("eotinterval = 30.5").EOTInterval(), 0.1);
-  EXPECT_DOUBLE_EQ(FromText("eotinterval = 2.5").EOTInterval(), 2.5);
-}
-
-TEST(ParameterOverrideTest, BooleansAndFileSyntax) {
+TEST(ParameterOverrideTest, BooleansCommentsAndASecondLineForAKey) {
   for (const char* yes : {"yes", "ON", "True", "1"}) {
     EXPECT_TRUE(FromText(std::string("assignhomedept = ") + yes).AssignHomeDept()) << yes;
   }
@@ -62,18 +30,15 @@ TEST(ParameterOverrideTest, BooleansAndFileSyntax) {
   const ParameterOverride p = FromText(
       "; a comment line\r\n"
       "AssignDefaultJob = yes ; switched on for the night shift\r\n"
-      "eotquantity = 5 = 6\r\n"
-      "no equals sign here\r\n"
-      " = 7\r\n"
-      "serialportrate = 1200\r\n"
-      "SERIALPORTRATE = 4800\r\n"
-      "duplicatetcdfile = /dup/[ClockName]+/other/[FileName]\r\n");
+      "serialportrate = 1200\r\n\r\n"
+      "SERIALPORTRATE = 4800\r\n");
   EXPECT_TRUE(p.AssignDefaultJob());
   EXPECT_FALSE(p.AssignHomeDept());
-  EXPECT_EQ(p.EOTQuantity(), 1) << "a line with two '=' is ignored";
   EXPECT_EQ(p.SerialPortRate(), 4800) << "a later line replaces an earlier";
-  EXPECT_EQ(p.DuplicateTCD(), "/dup/[ClockName]+/other/[FileName]");
-  EXPECT_FALSE(p.ATSUpdate());
+  ASSERT_EQ(p.Warnings().size(), 1u);
+  EXPECT_EQ(p.Warnings()[0],
+            "SettingsOverride.txt line 5: serialportrate is set again; line 3 no longer counts");
+  EXPECT_EQ(p.Effective().size(), 8u) << "every setting is listed";
   EXPECT_EQ(p.GetValue("", "dflt"), "dflt");
 }
 
@@ -115,6 +80,9 @@ TEST(ParameterOverrideTest, EachLineItCannotUseIsWarnedWithItsLineAndTheDefaults
     bool is_default;
   };
   const Case cases[] = {
+      {"", "", "serialportrate", "9600", true},
+      {"", "", "HostCycleInterval", "30000", true},
+      {"", "", "eotinterval", "0.1", true},
       {"AssignHomeDept = Yes", "", "assignhomedept", "yes", false},
       {"assignhomedept = yse", "assignhomedept = \"yse\" is not yes/no, on/off, true/false or 1/0",
        "assignhomedept", "no", true},
@@ -129,6 +97,9 @@ TEST(ParameterOverrideTest, EachLineItCannotUseIsWarnedWithItsLineAndTheDefaults
       {"serialportrate = 19201",
        "serialportrate = \"19201\" is not from 300 to 19200; the default 9600 is used",
        "serialportrate", "9600", true},
+      {"SerialPortRate = 300", "", "serialportrate", "300", false},
+      {"serialportrate = 19200", "", "serialportrate", "19200", false},
+      {"serialportrate = 299", "is not from 300 to 19200", "serialportrate", "9600", true},
       {"serialportrate = fast", "serialportrate = \"fast\" is not a number", "serialportrate",
        "9600", true},
       // Inside the range but no line runs at it: taken as written, and the site is told.
@@ -136,11 +107,19 @@ TEST(ParameterOverrideTest, EachLineItCannotUseIsWarnedWithItsLineAndTheDefaults
       {"serialportrate = 2400 baud", "", "serialportrate", "2400", false},
       {"HostCycleInterval = 1000", "HostCycleInterval = \"1000\" is below 30000 ms; 30000 is used",
        "HostCycleInterval", "30000", false},
+      {"hostcycleinterval = 90000000", "above 86400000 ms (one day); 86400000 is used",
+       "HostCycleInterval", "86400000", false},
+      {"hostcycleinterval = 45000", "", "HostCycleInterval", "45000", false},
       {"hostcycleinterval = 0:01:30", "", "HostCycleInterval", "90000", false},
       {"hostcycleinterval = soon", "neither milliseconds nor a time", "HostCycleInterval", "30000",
        true},
       {"eotquantity = 0", "eotquantity = \"0\" is not from 1 to 100; the default 1 is used",
        "eotquantity", "1", true},
+      {"EOTQuantity = 100", "", "eotquantity", "100", false},
+      {"eotquantity = 101", "is not from 1 to 100", "eotquantity", "1", true},
+      {"eotinterval = 30", "", "eotinterval", "30", false},
+      {"eotinterval = 2.5", "", "eotinterval", "2.5", false},
+      {"eotinterval = 30.5", "above 30 seconds", "eotinterval", "0.1", true},
       {"eotinterval = 31", "above 30 seconds; the default 0.1 is used", "eotinterval", "0.1", true},
       {"eotinterval = x", "eotinterval = \"x\" is not a number; 0 is used", "eotinterval", "0",
        false},
@@ -167,16 +146,6 @@ TEST(ParameterOverrideTest, EachLineItCannotUseIsWarnedWithItsLineAndTheDefaults
     }
     EXPECT_TRUE(found) << c.key;
   }
-}
-
-TEST(ParameterOverrideTest, ASecondLineForAKeyIsWarnedAndWins) {
-  ParameterOverride p;
-  p.LoadText("serialportrate = 1200\n\n; comment\nSERIALPORTRATE = 4800\n");
-  EXPECT_EQ(p.SerialPortRate(), 4800);
-  ASSERT_EQ(p.Warnings().size(), 1u);
-  EXPECT_EQ(p.Warnings()[0],
-            "SettingsOverride.txt line 4: serialportrate is set again; line 1 no longer counts");
-  EXPECT_EQ(p.Effective().size(), 8u) << "every setting is listed";
 }
 
 TcdRecord Rec(const char* type, std::optional<int64_t> dept, const char* job, int badge = 77) {

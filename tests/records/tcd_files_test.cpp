@@ -10,13 +10,13 @@
 #include "records/tcd_copier.h"
 #include "records/tcd_file_reader.h"
 #include "records/tcd_file_writer.h"
-#include "test_support/temp_dir.h"
+#include "records/transfer_fixture.h"
 
 namespace clockcomm::records {
 namespace {
 
-core::Date D(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
-core::TimeOfDay T(int h, int n, int s = 0) { return *core::TimeOfDay::FromHms(h, n, s); }
+using test_support::D;
+using test_support::T;
 
 TcdRecord Punch(int seq, const char* type = "I") {
   return TcdRecord("999", seq, 1000 + seq, seq % 3 == 0 ? std::optional<int64_t>() : seq,
@@ -64,25 +64,22 @@ TEST(TcdFilesTest, WrittenRecordsReadBackEqualWithoutSeconds) {
   EXPECT_FALSE(reader.Record().has_value());
 }
 
-TEST(TcdFilesTest, AppendFlagAndReopen) {
+// Append or empty, a descriptor handed in stays the caller's, and missing files are refused.
+TEST(TcdFilesTest, WriterModesAndMissingFiles) {
   test::TempDir dir;
   const auto path = dir.path() / "x.TCD";
+  auto count = [&] {
+    TcdFileReader reader(path);
+    int n = 0;
+    while (reader.Read()) ++n;
+    return n;
+  };
   { TcdFileWriter(path, false).WriteRecord(Punch(1)); }
   { TcdFileWriter(path, true).WriteRecord(Punch(2)); }
-  int count = 0;
-  TcdFileReader reader(path);
-  while (reader.Read()) ++count;
-  EXPECT_EQ(count, 2);
+  EXPECT_EQ(count(), 2);
   { TcdFileWriter(path, false).WriteRecord(Punch(3)); }
-  TcdFileReader again(path);
-  ASSERT_TRUE(again.Read());
-  EXPECT_EQ(again.Record()->SequenceNumber(), 3);
-  EXPECT_FALSE(again.Read()) << "a writer without append empties the file";
-}
+  EXPECT_EQ(count(), 1) << "a writer without append empties the file";
 
-TEST(TcdFilesTest, HandedDescriptorStaysOpen) {
-  test::TempDir dir;
-  const auto path = dir.path() / "h.TCD";
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   ASSERT_GT(fd, 0);
   {
@@ -93,12 +90,18 @@ TEST(TcdFilesTest, HandedDescriptorStaysOpen) {
   }
   EXPECT_EQ(::write(fd, "x", 1), 1) << "the caller's descriptor must still be open";
   EXPECT_EQ(::close(fd), 0);
-
   TcdFileWriter own(path, true);
   own.CloseWriter();
   EXPECT_EQ(own.Handle(), 0);
   EXPECT_NO_THROW(own.CloseWriter());
   EXPECT_THROW(own.WriteRecord(Punch(1)), core::InvalidOperationException);
+
+  core::WriteFileAtomically(path, "");
+  TcdFileReader empty(path);
+  EXPECT_FALSE(empty.Read());
+  EXPECT_FALSE(empty.Record().has_value());
+  EXPECT_THROW(TcdFileReader(dir.path() / "none.TCD"), core::SystemError);
+  EXPECT_THROW(TcdFileWriter(dir.path() / "no" / "dir.TCD", false), core::SystemError);
 }
 
 TEST(TcdFilesTest, ReaderLineRules) {
@@ -133,52 +136,39 @@ TEST(TcdFilesTest, ReaderLineRules) {
   EXPECT_FALSE(reader.Read());
 }
 
-TEST(TcdFilesTest, EmptyAndMissingFiles) {
-  test::TempDir dir;
-  core::WriteFileAtomically(dir.path() / "empty.TCD", "");
-  TcdFileReader reader(dir.path() / "empty.TCD");
-  EXPECT_FALSE(reader.Read());
-  EXPECT_FALSE(reader.Record().has_value());
-  EXPECT_THROW(TcdFileReader(dir.path() / "none.TCD"), core::SystemError);
-  EXPECT_THROW(TcdFileWriter(dir.path() / "no" / "dir.TCD", false), core::SystemError);
-}
-
-TEST(TcdFilesTest, CopierWithAndWithoutOverrides) {
+TEST(TcdFilesTest, CopierCountsAndAppliesTheOverrides) {
   test::TempDir dir;
   const auto path = dir.path() / "c.TCD";
   {
     TcdFileWriter writer(path, false);
-    writer.WriteRecord(
-        TcdRecord("1", 1, 77, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {}, ""));
-    writer.WriteRecord(
-        TcdRecord("1", 2, 77, std::nullopt, "", "", "", "O", {}, {}, {}, {}, {}, ""));
-    writer.WriteRecord(
-        TcdRecord("1", 3, 78, std::nullopt, "", "", "", "I", {}, {}, {}, {}, {}, ""));
+    for (int seq : {1, 2, 3}) {
+      writer.WriteRecord(TcdRecord("1", seq, seq < 3 ? 77 : 78, std::nullopt, "", "", "",
+                                   seq == 2 ? "O" : "I", {}, {}, {}, {}, {}, ""));
+    }
   }
-  {
+  using Departments = std::vector<std::optional<int32_t>>;
+  auto copy = [&](const ITcdRecordOverrideService* service) {
     TcdFileReader reader(path);
     MemoryWriter out;
     CountingListener listener;
     TcdCopier copier(reader, out);
     copier.SetUpdateListener(&listener);
+    if (service != nullptr) copier.SetOverrideService(service);
     copier.Copy();
     EXPECT_EQ(copier.CopyCount(), 3);
     EXPECT_EQ(listener.counts, (std::vector<int32_t>{1, 2, 3}));
     EXPECT_FALSE(out.closed) << "the copier closes neither side";
-    for (const auto& r : out.records) EXPECT_FALSE(r.Department());
-  }
+    Departments departments;
+    for (const auto& r : out.records) departments.push_back(r.Department());
+    return departments;
+  };
+  EXPECT_EQ(copy(nullptr), (Departments{{}, {}, {}}));
   EmployeeInfoMap employees;
   employees.Add({77, 12, "task"});
   ParameterOverride settings;
   settings.LoadText("assignhomedept = yes\n");
-  TcdRecordOverrideService service(employees, settings);
-  TcdFileReader reader(path);
-  MemoryWriter out;
-  TcdCopier copier(reader, out);
-  copier.SetOverrideService(&service);
-  copier.Copy();
-  ASSERT_EQ(out.records.size(), 3u);
-  EXPECT_EQ(out.records[0].Department(), 12);
+  const TcdRecordOverrideService service(employees, settings);
+  EXPECT_EQ(copy(&service), (Departments{12, {}, {}}));
 }
 
 TEST(TcdFilesTest, ArchiveNamesAndAppends) {
@@ -189,18 +179,13 @@ TEST(TcdFilesTest, ArchiveNamesAndAppends) {
 
   Company company;
   company.Initialize("Acme", {}, "CLOCK1", "acme", D(2009, 1, 1), "weekly", {}, 0, dir.path());
-  EXPECT_THROW(
-      {
-        try {
-          TcdArchiveWriter(company, D(2009, 2, 1));
-        } catch (const core::SystemError& e) {
-          EXPECT_NE(std::string(e.what()).find("Couldn't open daily archive file."),
-                    std::string::npos)
-              << e.what();
-          throw;
-        }
-      },
-      core::SystemError);
+  try {
+    TcdArchiveWriter(company, D(2009, 2, 1));
+    ADD_FAILURE() << "archived into a missing folder";
+  } catch (const core::SystemError& e) {
+    EXPECT_NE(std::string(e.what()).find("Couldn't open daily archive file."), std::string::npos)
+        << e.what();
+  }
   std::filesystem::create_directory(dir.path() / "acme");
   for (int call = 0; call < 2; ++call) {
     TcdArchiveWriter archive(company, D(2009, 2, 1));

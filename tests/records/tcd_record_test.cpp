@@ -4,12 +4,13 @@
 
 #include "core/errors.h"
 #include "records/tcd_record_static.h"
+#include "records/transfer_fixture.h"
 
 namespace clockcomm::records {
 namespace {
 
-core::Date D(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
-core::TimeOfDay T(int h, int n, int s = 0) { return *core::TimeOfDay::FromHms(h, n, s); }
+using test_support::D;
+using test_support::T;
 
 TcdRecord Sample() {
   return TcdRecord("999", 1, 2, 3, "work", "level4", "level5", "I", std::nullopt, std::nullopt,
@@ -53,7 +54,8 @@ TEST(TcdRecordTest, DepartmentRules) {
                core::ArgumentException);
 }
 
-TEST(TcdRecordTest, JobNumberLengthOnlyCheckedBySetter) {
+// The setter checks the job's length; the constructor trims every text field and checks nothing.
+TEST(TcdRecordTest, JobNumberLengthAndTrimming) {
   TcdRecord r;
   r.SetJobNumber("1234567890123");
   EXPECT_EQ(r.JobNumber(), "1234567890123");
@@ -67,9 +69,6 @@ TEST(TcdRecordTest, JobNumberLengthOnlyCheckedBySetter) {
   TcdRecord built("1", 1, 1, std::nullopt, "  12345678901234  ", "", "", "I", {}, {}, {}, {}, {},
                   "");
   EXPECT_EQ(built.JobNumber(), "12345678901234");
-}
-
-TEST(TcdRecordTest, ConstructorTrimsTextFields) {
   TcdRecord trimmed(" 99 ", 1, 1, std::nullopt, " j ", " a ", " b ", " LO ", {}, {}, {}, {}, {},
                     " c ");
   EXPECT_EQ(trimmed.ClockNumber(), "99");
@@ -147,7 +146,7 @@ TEST(TcdRecordStaticTest, ConvertLettersToNumbers) {
   }
 }
 
-TEST(TcdRecordStaticTest, ParseLineForms) {
+TEST(TcdRecordStaticTest, ParseLineFormsAndRefusals) {
   struct Case {
     const char* legend;
     const char* line;
@@ -189,9 +188,6 @@ TEST(TcdRecordStaticTest, ParseLineForms) {
                                         << "\n  expected " << c.expected.ToTcdString(0);
     EXPECT_FALSE(got.IncludeSeconds());
   }
-}
-
-TEST(TcdRecordStaticTest, ParseRejectsShortLinesAndBadDepartments) {
   EXPECT_THROW(TcdRecordStatic::Parse("999,1,2,3,job,,,I,091020,1224,,,"),
                core::IndexOutOfRangeException);
   EXPECT_THROW(TcdRecordStatic::Parse(""), core::IndexOutOfRangeException);

@@ -1,18 +1,37 @@
-// A data directory with a registry, one company and its database, for the transfer tests.
+// A data directory with a registry, one company and its database, for the transfer and intake
+// tests, and the date helpers the record tests share.
 #pragma once
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "core/clock.h"
 #include "core/log_sink.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "records/company_factory.h"
+#include "records/intake/call_intake.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::records::test_support {
+
+inline core::Date D(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
+inline core::TimeOfDay T(int h, int n, int s = 0) { return *core::TimeOfDay::FromHms(h, n, s); }
+
+// Each row a query gives as its fields' text joined by '|', NULL as '-'.
+inline std::vector<std::string> RowsText(db::Database& db, const std::string& sql) {
+  std::vector<std::string> rows;
+  for (auto rs = db.Query(sql); !rs.Eof(); rs.MoveNext()) {
+    std::string row;
+    for (size_t i = 0; i < rs.FieldCount(); ++i) {
+      row += (i == 0 ? "" : "|") + (rs.Field(i).IsNull() ? "-" : rs.Field(i).AsText());
+    }
+    rows.push_back(row);
+  }
+  return rows;
+}
 
 class RecordingLog : public core::LogSink {
  public:
@@ -20,21 +39,16 @@ class RecordingLog : public core::LogSink {
     events.push_back(std::string(type) + ": " + std::string(d));
   }
   void Debug(std::string_view, std::string_view) override {}
-  void Screen(std::string_view m) override { screen.push_back(std::string(m)); }
-  bool HasEvent(std::string_view part) const {
-    for (const auto& e : events) {
-      if (e.find(part) != std::string::npos) return true;
-    }
-    return false;
+  void Screen(std::string_view m) override { screen.emplace_back(m); }
+  bool HasEvent(std::string_view part) const { return Has(events, part); }
+  bool HasScreen(std::string_view part) const { return Has(screen, part); }
+  std::vector<std::string> events, screen;
+
+ private:
+  static bool Has(const std::vector<std::string>& lines, std::string_view part) {
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const std::string& l) { return l.find(part) != std::string::npos; });
   }
-  bool HasScreen(std::string_view part) const {
-    for (const auto& e : screen) {
-      if (e.find(part) != std::string::npos) return true;
-    }
-    return false;
-  }
-  std::vector<std::string> events;
-  std::vector<std::string> screen;
 };
 
 class TransferFixture {
@@ -48,8 +62,7 @@ class TransferFixture {
         "[Pay Period Type]) VALUES ('Acme', 'Front', 'acme', '2009-10-18', 'weekly')");
     std::filesystem::create_directory(dir.path() / "acme");
     company_db_path = dir.path() / "acme" / "Company.db";
-    auto company_db = db::Open(company_db_path, db::OpenMode::kCreate);
-    db::CreateCompanySchema(*company_db);
+    db::CreateCompanySchema(*db::Open(company_db_path, db::OpenMode::kCreate));
   }
 
   Company LoadCompany() {
@@ -57,11 +70,12 @@ class TransferFixture {
     factory.Initialize(registry_path);
     return factory.GetCompany("Acme");
   }
-
-  std::unique_ptr<db::Database> OpenCompanyDb() {
-    return db::Open(company_db_path);
+  std::unique_ptr<db::Database> OpenCompanyDb() { return db::Open(company_db_path); }
+  // The given columns of [Clock Data Table], in punch order.
+  std::vector<std::string> Rows(const std::string& columns) {
+    return RowsText(*OpenCompanyDb(),
+                    "SELECT " + columns + " FROM [Clock Data Table] ORDER BY Punch");
   }
-
   int64_t RowCount() {
     return OpenCompanyDb()->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
   }
@@ -70,8 +84,27 @@ class TransferFixture {
   std::filesystem::path registry_path;
   std::filesystem::path company_db_path;
   RecordingLog log;
-  core::ManualClock clock{
-      core::DateTime(*core::Date::FromYmd(2009, 10, 21), *core::TimeOfDay::FromHms(9, 0))};
+  core::ManualClock clock{core::DateTime(D(2009, 10, 21), T(9, 0))};
+};
+
+// The same with a data folder for the call files and the registry loaded.
+class IntakeFixture : public TransferFixture {
+ public:
+  IntakeFixture() {
+    companies.Initialize(registry_path);
+    std::filesystem::create_directory(dir.path() / "data");
+  }
+  IntakePaths Paths() { return {dir.path() / "data", dir.path(), registry_path}; }
+  CallIntake MakeIntake() { return CallIntake(Paths(), companies, log, clock); }
+  std::vector<std::filesystem::path> DataFiles(const std::string& extension) {
+    std::vector<std::filesystem::path> out;
+    for (const auto& e : std::filesystem::directory_iterator(dir.path() / "data")) {
+      if (e.path().extension() == extension) out.push_back(e.path());
+    }
+    return out;
+  }
+
+  CompanyFactory companies{log, dir.path()};
 };
 
 }  // namespace clockcomm::records::test_support

@@ -10,20 +10,17 @@
 namespace clockcomm::shell {
 namespace {
 
-TEST(CommSettingsTest, NoFileGivesTheDefaultsAndAnEmptyModemStringIsSavedAsTheDefault) {
+TEST(CommSettingsTest, DefaultsRoundTripAndARefusedTerminalCountLeavesTheFile) {
   test::TempDir home;
-  CommSettings expected;
-  expected.program_folder = home.path().string() + "/";
-  EXPECT_EQ(ReadCommSettings(home.path()), expected);
-  EXPECT_EQ(expected.modem_init, "ATE1Q0V1X4S0=1");
+  CommSettings defaults;
+  defaults.program_folder = home.path().string() + "/";
+  EXPECT_EQ(ReadCommSettings(home.path()), defaults) << "no file: the defaults";
+  EXPECT_EQ(defaults.modem_init, "ATE1Q0V1X4S0=1");
   CommSettings blank;
   blank.modem_init = "";
   WriteCommSettings(home.path(), blank);
-  EXPECT_EQ(ReadCommSettings(home.path()).modem_init, "ATE1Q0V1X4S0=1");
-}
+  EXPECT_EQ(ReadCommSettings(home.path()).modem_init, "ATE1Q0V1X4S0=1") << "empty: the default";
 
-TEST(CommSettingsTest, RoundTripKeepsEveryFieldIncludingCommasInText) {
-  test::TempDir home;
   CommSettings s;
   s.comm_port = 4;
   s.connection_type = comm::ConnectionType::kModem;
@@ -45,16 +42,8 @@ TEST(CommSettingsTest, RoundTripKeepsEveryFieldIncludingCommasInText) {
   EXPECT_EQ(text,
             "4,1,3,\"07:05\",\"NONE\",\"AT&F,S0=2\",\"ASCII BR/PD Format\",9,0,"
             "\"/opt/clock, main/\",96,7,12.5,#TRUE#\r\n");
-}
-
-TEST(CommSettingsTest, TerminalCountOutsideOneTo96IsRefusedAndTheFileIsLeftAlone) {
-  test::TempDir home;
-  CommSettings good;
-  good.terminal_count = 5;
-  WriteCommSettings(home.path(), good);
-  const std::string before = core::ReadWholeFile(home.path() / "clockcomm.dta");
   for (int count : {0, 97, -1}) {
-    CommSettings bad = good;
+    CommSettings bad = s;
     bad.terminal_count = count;
     try {
       WriteCommSettings(home.path(), bad);
@@ -62,14 +51,8 @@ TEST(CommSettingsTest, TerminalCountOutsideOneTo96IsRefusedAndTheFileIsLeftAlone
     } catch (const core::ArgumentException& e) {
       EXPECT_STREQ(e.what(), "Please enter a value between 1 and 96 for Terminal Count");
     }
-    EXPECT_EQ(core::ReadWholeFile(home.path() / "clockcomm.dta"), before);
+    EXPECT_EQ(core::ReadWholeFile(home.path() / "clockcomm.dta"), text);
   }
-  CommSettings edges;
-  for (const char* text : {"0", "97", "x", ""}) {
-    EXPECT_THROW(ApplySetting(edges, "terminal_count", text), core::ArgumentException) << text;
-  }
-  for (const char* text : {"96", "1"}) ApplySetting(edges, "terminal_count", text);
-  EXPECT_EQ(edges.terminal_count, 1);
 }
 
 TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefuses) {
@@ -97,6 +80,11 @@ TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefus
   EXPECT_EQ(s.end_time, "NONE");
   ApplySetting(s, "auto_shutdown", "yes");
   EXPECT_TRUE(s.auto_shutdown);
+  for (const char* text : {"0", "97", "x", ""}) {
+    EXPECT_THROW(ApplySetting(s, "terminal_count", text), core::ArgumentException) << text;
+  }
+  for (const char* text : {"96", "1"}) ApplySetting(s, "terminal_count", text);
+  EXPECT_EQ(s.terminal_count, 1);
 
   struct Bad {
     const char* key;
@@ -120,7 +108,7 @@ TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefus
   }
 }
 
-TEST(CommSettingsTest, DescriptionAddsTimesOnlyWhenABeginTimeIsSet) {
+TEST(CommSettingsTest, DescriptionAndTheThreeOperatorLinesOfAnUnwritableFolder) {
   CommSettings s;
   s.comm_port = 2;
   EXPECT_EQ(DescribeCommSettings(s), "Communications set for: Comm Port 2, Serial");
@@ -129,9 +117,7 @@ TEST(CommSettingsTest, DescriptionAddsTimesOnlyWhenABeginTimeIsSet) {
   s.end_time = "17:30";
   EXPECT_EQ(DescribeCommSettings(s),
             "Communications set for: Comm Port 2, Modem, starting at 08:00, ending at 17:30.");
-}
 
-TEST(CommSettingsTest, UnwritableFolderGivesTheThreeOperatorLines) {
   test::TempDir home;
   const auto folder = home.path() / "missing";
   try {
@@ -147,7 +133,17 @@ TEST(CommSettingsTest, UnwritableFolderGivesTheThreeOperatorLines) {
   }
 }
 
-TEST(CommSettingsTest, MalformedFileIsReportedWithFileAndField) {
+// A stored terminal type number is that type, whichever build wrote the file (files of the
+// builds that numbered by list position read 4 as Mobility and 5 as HandPunch too); a malformed
+// file is reported with its name and the field.
+TEST(CommSettingsTest, ParsedFieldByField) {
+  for (const char* type_field : {"1", "2", "4", "5", "11"}) {
+    const std::string line = std::string("1,2,1,\"NONE\",\"NONE\",\"\",\"NONE\",3,1,\"/srv/\",1,") +
+                             type_field + ",0,#FALSE#\r\n";
+    const CommSettings s = ParseCommSettings(line, "clockcomm.dta");
+    EXPECT_EQ(static_cast<int>(s.terminal_type), std::stoi(type_field));
+    EXPECT_EQ(SettingText(s, "terminal_type"), type_field);
+  }
   test::TempDir home;
   struct Case {
     const char* text;
@@ -163,21 +159,11 @@ TEST(CommSettingsTest, MalformedFileIsReportedWithFileAndField) {
       ReadCommSettings(home.path());
       ADD_FAILURE() << c.text;
     } catch (const core::FormatException& e) {
-      EXPECT_NE(std::string(e.what()).find("clockcomm.dta"), std::string::npos) << e.what();
+      EXPECT_NE(std::string(e.what()).find((home.path() / "clockcomm.dta").string()),
+                std::string::npos)
+          << e.what();
       EXPECT_NE(std::string(e.what()).find(c.expected), std::string::npos) << e.what();
     }
-  }
-}
-
-// A stored terminal type number is that type, whichever build wrote the file (files of the
-// builds that numbered by list position read 4 as Mobility and 5 as HandPunch too).
-TEST(CommSettingsTest, StoredTerminalTypeIsItsNumber) {
-  for (const char* type_field : {"1", "2", "4", "5", "11"}) {
-    const std::string line = std::string("1,2,1,\"NONE\",\"NONE\",\"\",\"NONE\",3,1,\"/srv/\",1,") +
-                             type_field + ",0,#FALSE#\r\n";
-    const CommSettings s = ParseCommSettings(line, "clockcomm.dta");
-    EXPECT_EQ(static_cast<int>(s.terminal_type), std::stoi(type_field));
-    EXPECT_EQ(SettingText(s, "terminal_type"), type_field);
   }
 }
 

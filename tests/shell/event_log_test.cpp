@@ -25,28 +25,24 @@ core::DateTime At(int y, int m, int d, int hh = 0, int nn = 0, int ss = 0) {
 }
 core::Date Day(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
 
-TEST(EventLogTest, TextsAreCutTo255CharactersAndStoredAsIs) {
+TEST(EventLogTest, TextsAreCutTo255CharactersAndAPeriodRunsFromFirstToLastDayInclusive) {
   test::TempDir dir;
   auto log = EventLog::Open(dir.path() / "TCLOG.db");
   const std::string long_text(300, 'x');
-  const std::string exact(255, 'y');
   const std::string nasty = "it's #2009/10/20#'); DROP TABLE LogTable; --";
   log->Write(At(2009, 10, 20, 8), "Dock", 3, long_text, long_text);
-  log->Write(At(2009, 10, 20, 8), "Dock", 3, exact, nasty);
-  const auto rows = log->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
+  log->Write(At(2009, 10, 20, 8), "Dock", 3, std::string(255, 'y'), nasty);
+  auto rows = log->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_EQ(rows[0].event_type, std::string(255, 'x'));
   EXPECT_EQ(rows[0].description, std::string(255, 'x'));
-  EXPECT_EQ(rows[1].event_type, exact);
+  EXPECT_EQ(rows[1].event_type, std::string(255, 'y'));
   EXPECT_EQ(rows[1].description, nasty);
   EXPECT_EQ(rows[0].clock_name, "Dock");
   EXPECT_EQ(rows[0].clock_number, 3);
   EXPECT_EQ(rows[0].date_time, At(2009, 10, 20, 8));
-}
+  EXPECT_EQ(log->Purge(Day(2009, 10, 20), Day(2009, 10, 20)), 2);
 
-TEST(EventLogTest, PeriodRunsFromStartOfFirstDayToEndOfLastDayInclusive) {
-  test::TempDir dir;
-  auto log = EventLog::Open(dir.path() / "TCLOG.db");
   const core::DateTime times[] = {
       At(2009, 10, 19, 23, 59, 59),                                // before
       At(2009, 10, 20, 0, 0, 0),                                   // first second of the period
@@ -54,7 +50,7 @@ TEST(EventLogTest, PeriodRunsFromStartOfFirstDayToEndOfLastDayInclusive) {
       At(2009, 10, 23, 0, 0, 0),                                   // after
   };
   for (const auto& t : times) log->Write(t, "", 0, "Tick", t.ToString());
-  auto rows = log->Entries(Day(2009, 10, 20), Day(2009, 10, 22));
+  rows = log->Entries(Day(2009, 10, 20), Day(2009, 10, 22));
   ASSERT_EQ(rows.size(), 3u);
   EXPECT_EQ(rows.front().date_time, times[1]);
   EXPECT_EQ(rows.back().date_time, times[3]);
@@ -67,12 +63,20 @@ TEST(EventLogTest, PeriodRunsFromStartOfFirstDayToEndOfLastDayInclusive) {
   EXPECT_EQ(rows[1].date_time, times[4]);
 }
 
-TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
+// A program folder with its data folder, and a manual clock at 08:00.
+struct LogsRig {
+  LogsRig() { fs::create_directories(paths.DataDirectory()); }
   test::TempDir dir;
-  const MyPaths paths(dir.path(), dir.path() / "data");
-  fs::create_directories(paths.DataDirectory());
-  core::ManualClock clock(At(2009, 10, 20, 8));
-  Logs logs(paths, clock);
+  const MyPaths paths{dir.path(), dir.path() / "data"};
+  core::ManualClock clock{At(2009, 10, 20, 8)};
+  std::string DebugLog(const std::string& name = "Debug Log") {
+    return core::ReadWholeFile(paths.DebugLogDirectory() / (name + " - 2009-10-20.log"));
+  }
+};
+
+TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
+  LogsRig rig;
+  Logs logs(rig.paths, rig.clock);
   ASSERT_NE(logs.GetEventLog(), nullptr);
 
   constexpr int kThreads = 6;
@@ -102,9 +106,7 @@ TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
   }
   EXPECT_EQ(seen.size(), size_t{kThreads * kEach});
   EXPECT_EQ(rows.back().clock_name, "");
-  const std::string line0 =
-      core::ReadWholeFile(paths.DebugLogDirectory() / "Line 0 Debug Log - 2009-10-20.log");
-  EXPECT_EQ(line0.size(), kEach * std::string("08:00:00 - tick\r\n").size());
+  EXPECT_EQ(rig.DebugLog("Line 0 Debug Log").size(), kEach * std::string("08:00:00 - tick\r\n").size());
 }
 
 size_t Count(const std::string& text, const std::string& what) {
@@ -124,11 +126,9 @@ EventLogRetry QuickRetry() {
 }
 
 TEST(LogsTest, ALockedEventLogNeverHoldsUpTheCallLongAndTakesEventsOnceFree) {
-  test::TempDir dir;
-  const MyPaths paths(dir.path(), dir.path() / "data");
-  fs::create_directories(paths.DataDirectory());
-  core::ManualClock clock(At(2009, 10, 20, 8));
-  Logs logs(paths, clock, nullptr, QuickRetry());
+  LogsRig rig;
+  const MyPaths& paths = rig.paths;
+  Logs logs(paths, rig.clock, nullptr, QuickRetry());
   ASSERT_NE(logs.GetEventLog(), nullptr);
   logs.SetCurrentClock("Dock", 7);
 
@@ -151,8 +151,7 @@ TEST(LogsTest, ALockedEventLogNeverHoldsUpTheCallLongAndTakesEventsOnceFree) {
   EXPECT_NE(err.find("Event not written: Start of call - Terminal Upload Type = C (clock Dock 7)"),
             std::string::npos)
       << err;
-  const std::string debug =
-      core::ReadWholeFile(paths.DebugLogDirectory() / "Debug Log - 2009-10-20.log");
+  const std::string debug = rig.DebugLog();
   EXPECT_EQ(Count(debug, report), 2u) << debug;
   EXPECT_NE(debug.find("Event not written: Start of call - Terminal Upload Type = C"),
             std::string::npos);
@@ -183,11 +182,10 @@ TEST(LogsTest, AnEventLogThatCannotBeOpenedIsReportedAndOpenedLaterWhenMended) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.legend);
-    test::TempDir dir;
-    const MyPaths paths(dir.path(), dir.path() / "data");
-    fs::create_directories(paths.DataDirectory());
+    LogsRig rig;
+    const MyPaths& paths = rig.paths;
+    core::ManualClock& clock = rig.clock;
     row.spoil(paths.EventLogDatabase());
-    core::ManualClock clock(At(2009, 10, 20, 8));
     std::ostringstream screen;
     testing::internal::CaptureStderr();
     Logs logs(paths, clock, &screen, QuickRetry());
@@ -199,10 +197,9 @@ TEST(LogsTest, AnEventLogThatCannotBeOpenedIsReportedAndOpenedLaterWhenMended) {
     logs.Screen("still here");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(screen.str(), "still here\n");
-    EXPECT_EQ(core::ReadWholeFile(paths.DebugLogDirectory() / "Screen Log - 2009-10-20.log"),
+    EXPECT_EQ(rig.DebugLog("Screen Log"),
               "08:00:00 -  Could Not Access TCLOG.MDB Log File.\r\n08:00:00 - still here\r\n");
-    const std::string debug =
-        core::ReadWholeFile(paths.DebugLogDirectory() / "Debug Log - 2009-10-20.log");
+    const std::string debug = rig.DebugLog();
     EXPECT_NE(debug.find("08:00:00 - Event log unavailable: " + paths.EventLogDatabase().string() +
                          ": System error "),
               std::string::npos)
@@ -227,14 +224,11 @@ TEST(LogsTest, AnEventLogThatCannotBeOpenedIsReportedAndOpenedLaterWhenMended) {
 }
 
 TEST(LogsTest, ATextLogThatCannotBeWrittenIsReportedOncePerLogAndKindAndNothingThrows) {
-  test::TempDir dir;
-  const MyPaths paths(dir.path(), dir.path() / "data");
-  fs::create_directories(paths.DataDirectory());
-  const fs::path folder = paths.DebugLogDirectory();
+  LogsRig rig;
+  const fs::path folder = rig.paths.DebugLogDirectory();
   std::ofstream(folder) << "a file where the folder should be";
-  core::ManualClock clock(At(2009, 10, 20, 8));
   testing::internal::CaptureStderr();
-  Logs logs(paths, clock);
+  Logs logs(rig.paths, rig.clock);
   for (int i = 0; i < 3; ++i) {
     logs.Debug("", "general");
     logs.Debug("Dock", "named");
@@ -251,7 +245,7 @@ TEST(LogsTest, ATextLogThatCannotBeWrittenIsReportedOncePerLogAndKindAndNothingT
   testing::internal::CaptureStderr();
   logs.Debug("", "back");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_EQ(core::ReadWholeFile(folder / "Debug Log - 2009-10-20.log"), "08:00:00 - back\r\n");
+  EXPECT_EQ(rig.DebugLog(), "08:00:00 - back\r\n");
 
   // Failing again is news for the general debug log, which worked meanwhile, and not for the
   // screen log, which never did.
@@ -263,15 +257,6 @@ TEST(LogsTest, ATextLogThatCannotBeWrittenIsReportedOncePerLogAndKindAndNothingT
   logs.Screen("lost");
   err = testing::internal::GetCapturedStderr();
   EXPECT_EQ(Count(err, "Text log unavailable: "), 1u) << err;
-}
-
-TEST(LogsTest, ScreenMessageFillsTimeAndDetails) {
-  const auto now = At(2009, 10, 20, 8, 1, 2);
-  EXPECT_EQ(core::ScreenMessage("{0} Opening Com Port", now),
-            "2009-10-20 08:01:02 Opening Com Port");
-  EXPECT_EQ(core::ScreenMessage("{0} Polling {1} {2}", now, {"Dock", "555-1212"}),
-            "2009-10-20 08:01:02 Polling Dock 555-1212");
-  EXPECT_EQ(core::ScreenMessage("{3} {x} {", now, {"a"}), "{3} {x} {");  // unknown holes kept
 }
 
 TEST(EventLogReportTest, PagesCarryTheHeadingAndNeverSplitAnEvent) {

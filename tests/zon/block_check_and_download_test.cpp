@@ -6,7 +6,6 @@
 #include "zon/packet_encoder.h"
 #include "zon/protocol_char.h"
 #include "zon/punch_packet.h"
-#include "zon/validation_packets.h"
 
 namespace clockcomm::zon {
 namespace {
@@ -60,17 +59,6 @@ TEST(PacketEncoder, EveryLineReadsBackOnTheProgramsSide) {
   ASSERT_TRUE(request.Parse(hours.substr(1, hours.size() - 3)));
   EXPECT_EQ(request.BadgeNumber(), 12);
   EXPECT_EQ(request.Timestamp(), when);
-}
-
-TEST(ValidationDownload, PacketLayout) {
-  const std::string fs(1, ProtocolChar::kFs);
-  EXPECT_EQ(DownloadStartPacket(), std::string("\x01") + "DOWNLOAD" + "\x03");
-  const std::string row = TableRowPacket({"12", "Ada"});
-  ASSERT_EQ(row.front(), ProtocolChar::kStx);
-  const std::string covered = "12" + fs + "Ada" + ProtocolChar::kEtx;
-  EXPECT_EQ(row, std::string(1, ProtocolChar::kStx) + covered + BlockCheckOf(covered));
-  const std::string header = TableHeaderPacket("LEVEL1", 2);
-  EXPECT_EQ(header.substr(0, 10), std::string("\x01") + "LEVEL1" + fs + "2" + "\x03");
 }
 
 TEST(PunchPacket, ParsedOnceWithTheHeadersClockNumberAndTheKeypadFillerDropped) {

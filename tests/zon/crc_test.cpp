@@ -10,7 +10,7 @@
 namespace clockcomm::zon {
 namespace {
 
-TEST(VerifoneCrc16, CheckValuesAndTable) {
+TEST(VerifoneCrc16, CheckValuesTableFramingAndByteOrder) {
   VerifoneCrc16 crc;
   EXPECT_EQ(crc.CalculateCrc16("123456789"), 0xBB3D);
   EXPECT_EQ(crc.CalculateCrc16(""), 0);
@@ -20,23 +20,18 @@ TEST(VerifoneCrc16, CheckValuesAndTable) {
   const std::vector<uint16_t> head = {0x0000, 0xC0C1, 0xC181, 0x0140, 0xC301,
                                       0x03C0, 0x0280, 0xC241, 0xC601, 0x06C0};
   for (size_t i = 0; i < head.size(); ++i) EXPECT_EQ(crc.Table()[i], head[i]) << i;
-}
 
-TEST(VerifoneCrc16, ValidatesFramedPackets) {
-  VerifoneCrc16 crc;
   const std::string packet = crc.Frame("2,12,,,,,I,091020,1224,,,,1");
   EXPECT_EQ(packet.front(), '\x02');
   EXPECT_EQ(packet[packet.size() - 3], '\x03');
   EXPECT_TRUE(crc.IsValidPacket(packet));
 
-  std::string corrupted = packet;
-  corrupted[5] ^= 0x01;
-  EXPECT_FALSE(crc.IsValidPacket(corrupted));
-
-  // The leading byte is not covered.
-  std::string other_start = packet;
-  other_start[0] = 'X';
-  EXPECT_TRUE(crc.IsValidPacket(other_start));
+  std::string changed = packet;
+  changed[5] ^= 0x01;
+  EXPECT_FALSE(crc.IsValidPacket(changed));
+  changed = packet;
+  changed[0] = 'X';
+  EXPECT_TRUE(crc.IsValidPacket(changed)) << "the leading byte is not covered";
 
   // Three bytes: nothing covered, so the CRC must be zero.
   EXPECT_TRUE(crc.IsValidPacket(std::string("\x02\x00\x00", 3)));
@@ -44,27 +39,24 @@ TEST(VerifoneCrc16, ValidatesFramedPackets) {
   for (const std::string& shorter : {std::string(), std::string("\x02"), std::string("\x02\x03")}) {
     EXPECT_THROW(crc.IsValidPacket(shorter), core::ArgumentException);
   }
-}
 
-// Low byte first: swapping the two check bytes breaks the packet unless they are equal.
-TEST(VerifoneCrc16, SwappedBytesFailOnManyBodies) {
-  VerifoneCrc16 crc;
+  // Low byte first: swapping the two check bytes breaks the packet unless they are equal.
   int unequal = 0;
   for (int i = 0; i < 300; ++i) {
-    std::string packet = crc.Frame("body " + std::to_string(i));
-    const char lo = packet[packet.size() - 2];
-    const char hi = packet[packet.size() - 1];
-    if (lo == hi) continue;
+    changed = crc.Frame("body " + std::to_string(i));
+    const size_t n = changed.size();
+    if (changed[n - 2] == changed[n - 1]) continue;
     ++unequal;
-    std::swap(packet[packet.size() - 1], packet[packet.size() - 2]);
-    EXPECT_FALSE(crc.IsValidPacket(packet)) << i;
+    std::swap(changed[n - 1], changed[n - 2]);
+    EXPECT_FALSE(crc.IsValidPacket(changed)) << i;
   }
   EXPECT_GT(unequal, 250);
 }
 
 std::vector<uint8_t> Bytes(const std::string& s) { return {s.begin(), s.end()}; }
 
-TEST(ZonCrc, ExamplesAndTheExcludedLastByte) {
+// The check covers the packet up to its third-from-last byte.
+TEST(ZonCrc, ExamplesAndTheCoveredBytes) {
   EXPECT_EQ(GenZonCRC(std::vector<uint8_t>{}), 0);
   EXPECT_EQ(GenZonCRC(std::vector<uint8_t>{0xAB}), 0);  // its only byte is the excluded one
   EXPECT_EQ(GenZonCRC(std::vector<uint8_t>{0x01, 0x00}), 0xC005);
@@ -72,29 +64,20 @@ TEST(ZonCrc, ExamplesAndTheExcludedLastByte) {
   // Not CRC-16/ARC, and not the usual 0x8005 either.
   EXPECT_NE(GenZonCRC(Bytes("123456789x")), 0xBB3D);
   EXPECT_NE(GenZonCRC(Bytes("123456789x")), 0xFEE8);  // CRC-16/BUYPASS (0x8005, MSB first)
-}
 
-TEST(ZonCrc, CheckCoversUpToTheThirdFromLastByte) {
-  const std::string packet = AppendZonCRC(
-      "\x02"
-      "LI,1234,091020",
-      '\x03');
+  const std::string packet = AppendZonCRC(std::string(1, '\x02') + "LI,1234,091020", '\x03');
   ASSERT_TRUE(CheckZonCRC(packet));
 
-  // The byte just before the check is not covered: changing it keeps the packet valid.
-  std::string other_filler = packet;
-  other_filler[other_filler.size() - 3] = 'Z';
-  EXPECT_TRUE(CheckZonCRC(other_filler));
-
-  // The leading STX is covered.
-  std::string other_start = packet;
-  other_start[0] = '\x01';
-  EXPECT_FALSE(CheckZonCRC(other_start));
-
+  std::string changed = packet;
+  changed[changed.size() - 3] = 'Z';
+  EXPECT_TRUE(CheckZonCRC(changed)) << "the byte just before the check is not covered";
+  changed = packet;
+  changed[0] = '\x01';
+  EXPECT_FALSE(CheckZonCRC(changed)) << "the leading STX is";
   // High byte first: the opposite order from the other check.
-  std::string swapped = packet;
-  std::swap(swapped[swapped.size() - 1], swapped[swapped.size() - 2]);
-  EXPECT_EQ(CheckZonCRC(swapped), packet[packet.size() - 1] == packet[packet.size() - 2]);
+  changed = packet;
+  std::swap(changed[changed.size() - 1], changed[changed.size() - 2]);
+  EXPECT_EQ(CheckZonCRC(changed), packet[packet.size() - 1] == packet[packet.size() - 2]);
 
   EXPECT_FALSE(CheckZonCRC(""));
   EXPECT_FALSE(CheckZonCRC("x"));
@@ -105,11 +88,7 @@ TEST(ZonCrc, PacketWhoseCheckEndsInEnqStillValidates) {
   // judged by the plain comparison like any other.
   int found = 0;
   for (int i = 0; i < 5000 && found < 3; ++i) {
-    std::string body =
-        "\x02"
-        "BO," +
-        std::to_string(i);
-    std::string packet = AppendZonCRC(body, '\x03');
+    std::string packet = AppendZonCRC(std::string(1, '\x02') + "BO," + std::to_string(i), '\x03');
     if (static_cast<uint8_t>(packet.back()) != 0x05) continue;
     ++found;
     EXPECT_TRUE(CheckZonCRC(packet)) << i;

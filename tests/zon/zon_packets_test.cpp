@@ -10,17 +10,13 @@
 namespace clockcomm::zon {
 namespace {
 
+// The framed control packets of a framed line; the single bytes are in the recorded calls.
 TEST(ProtocolChar, ControlPacketsAreTheFramedBytes) {
   const ProtocolChar& pc = ProtocolChar::Shared();
-  EXPECT_EQ(&pc, &ProtocolChar::Shared());
   EXPECT_EQ(pc.ACK4(), std::string("\x02\x06\x03\x05"));
   EXPECT_EQ(pc.NAK4(), std::string("\x02\x15\x03\x16"));
   EXPECT_EQ(pc.EOT4(), std::string("\x02\x04\x03\x07"));
   EXPECT_EQ(pc.RSUS(), std::string("\x1e\x1f"));
-  const std::string singles = pc.SYN() + pc.SOH() + pc.STX() + pc.ETX() + pc.EOT() + pc.ENQ() +
-                              pc.ACK() + pc.BELL() + pc.FF() + pc.NAK() + pc.FS() + pc.GS() +
-                              pc.RS() + pc.US();
-  EXPECT_EQ(singles, std::string("\x16\x01\x02\x03\x04\x05\x06\x07\x0c\x15\x1c\x1d\x1e\x1f"));
 }
 
 std::string Header(const std::string& trailer) {
@@ -29,7 +25,7 @@ std::string Header(const std::string& trailer) {
          "101" + pc.FS() + "F" + trailer;
 }
 
-TEST(ZonHeaderPacket, ParsesTheHeaderAClockSends) {
+TEST(ZonHeaderPacket, ParsesTheHeaderAClockSendsWithAnUploadTypeOfWPF) {
   const std::string trailer = std::string("\x1c\x0c") + "\r\n";
   for (const std::string& text : {Header(trailer), Header("")}) {
     ZonHeaderPacket header = ZonHeaderPacketStatic::Parse(text);
@@ -38,9 +34,6 @@ TEST(ZonHeaderPacket, ParsesTheHeaderAClockSends) {
     EXPECT_EQ(header.ClockNumber(), 101);
     EXPECT_EQ(header.UploadType(), "F");
   }
-}
-
-TEST(ZonHeaderPacket, UploadTypeIsOneOfWPF) {
   for (const char* ok : {"W", "P", "F"}) EXPECT_NO_THROW(ZonHeaderPacket("c", 1, "a", ok)) << ok;
   for (const char* bad : {"X", "", "w", "f", ".", "W.P", "WP", ".W", "F."}) {
     SCOPED_TRACE(bad);
@@ -77,7 +70,7 @@ TEST(ZonHeaderPacket, BadHeadersRaiseTheirOwnErrors) {
             -5);
 }
 
-TEST(HoursRequestPacket, ParsesBadgeAndTimestamp) {
+TEST(HoursRequestPacket, ParsesBadgeAndTimestampOrRefusesKeepingItsFields) {
   struct Row {
     std::string text;
     int badge;
@@ -94,10 +87,7 @@ TEST(HoursRequestPacket, ParsesBadgeAndTimestamp) {
     EXPECT_EQ(packet.BadgeNumber(), row.badge);
     EXPECT_EQ(packet.Timestamp().ToString(), row.stamp);
   }
-}
-
-TEST(HoursRequestPacket, RefusesAndKeepsItsFields) {
-  const std::string fs = "\x1c";
+  // A refused packet keeps the fields of the last good one.
   HoursRequestPacket packet;
   ASSERT_TRUE(packet.Parse("HRS" + fs + "12" + fs + "2010201224"));
   for (const std::string& bad :

@@ -1,3 +1,5 @@
+// The call intake: the call file a line writes, its delivery, and the sweep that finishes the calls
+// of a process that died.
 #include "records/intake/call_intake.h"
 
 #include <gtest/gtest.h>
@@ -6,34 +8,35 @@
 
 #include "core/durable_file.h"
 #include "records/intake/call_file.h"
+#include "records/intake/call_state.h"
+#include "records/intake/intake_recovery.h"
 #include "records/tcd_record_static.h"
 #include "records/transfer_fixture.h"
 
 namespace clockcomm::records {
 namespace {
 
-using test_support::TransferFixture;
-
-class CallIntakeTest : public ::testing::Test, public TransferFixture {
+class IntakeTest : public ::testing::Test, public test_support::IntakeFixture {
  protected:
-  CallIntakeTest() {
-    companies.Initialize(registry_path);
-    std::filesystem::create_directory(dir.path() / "data");
-  }
-
-  CallIntake MakeIntake() {
-    return CallIntake({dir.path() / "data", dir.path(), registry_path}, companies, log, clock);
-  }
-
-  std::vector<std::filesystem::path> DataFiles(const std::string& extension) {
-    std::vector<std::filesystem::path> out;
-    for (const auto& e : std::filesystem::directory_iterator(dir.path() / "data")) {
-      if (e.path().extension() == extension) out.push_back(e.path());
+  // A call of the clock with n punches, left in the state a process dies in after `sealed`.
+  std::filesystem::path DeadCall(int n, bool sealed, const std::string& clock_name = "Front") {
+    CallIntake intake = MakeIntake();
+    EXPECT_EQ(intake.Open({clock_name, 7, "F"}), OpenResult::kOpened);
+    for (int i = 1; i <= n; ++i) {
+      char line[64];
+      std::snprintf(line, sizeof line, "7,%d,12,,,,,I,091020,08%02d,,,,1", i, i);
+      intake.Add(TcdRecordStatic::Parse(line));
     }
-    return out;
-  }
+    if (sealed) {
+      EXPECT_TRUE(intake.Seal());
+    }
+    return intake.File();
+  }  // the intake goes without Finish, as a killed process does
 
-  CompanyFactory companies{log, dir.path()};
+  SweepResult Sweep() { return IntakeRecovery(Paths(), companies, log, clock).Sweep(); }
+  std::vector<WaitingFile> Waiting() {
+    return IntakeRecovery(Paths(), companies, log, clock).Waiting();
+  }
 };
 
 TEST(CallFile, FirstFreeNumberOfTheDayAndTheExtensionByUploadType) {
@@ -50,7 +53,7 @@ TEST(CallFile, FirstFreeNumberOfTheDayAndTheExtensionByUploadType) {
 
 // A default job holding a comma or a quote reaches the row whole, and the fields after it stay
 // where they belong: the punch is carried as a record, never re-read from unquoted text.
-TEST_F(CallIntakeTest, DefaultJobsWithCommaAndQuoteReachTheRowsUnshifted) {
+TEST_F(IntakeTest, DefaultJobsWithCommaAndQuoteReachTheRowsUnshifted) {
   OpenCompanyDb()->Execute(
       "INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) VALUES "
       "(1, 44, 'a,b'), (2, 45, 'x\"y')");
@@ -64,24 +67,15 @@ TEST_F(CallIntakeTest, DefaultJobsWithCommaAndQuoteReachTheRowsUnshifted) {
   ASSERT_TRUE(intake.Seal());
   intake.Finish(true);
 
-  auto rows = OpenCompanyDb()->Query(
-      "SELECT [Card ID], Department, JobNumber, [Punch Type], [Date In], [Time In] "
-      "FROM [Clock Data Table] ORDER BY Punch");
-  const std::vector<std::vector<std::string>> expected = {
-      {"1", "44", "a,b", "I", "2009-10-20", "08:00:00"},
-      {"2", "45", "x\"y", "I", "2009-10-20", "08:05:00"},
-      {"1", "44", "job1", "I", "2009-10-20", "08:10:00"}};
-  for (const auto& want : expected) {
-    ASSERT_FALSE(rows.Eof());
-    for (size_t i = 0; i < want.size(); ++i) EXPECT_EQ(rows.Field(i).AsText(), want[i]) << i;
-    rows.MoveNext();
-  }
-  EXPECT_TRUE(rows.Eof());
+  EXPECT_EQ(
+      Rows("[Card ID], Department, JobNumber, [Punch Type], [Date In], [Time In]"),
+      (std::vector<std::string>{"1|44|a,b|I|2009-10-20|08:00:00", "2|45|x\"y|I|2009-10-20|08:05:00",
+                                "1|44|job1|I|2009-10-20|08:10:00"}));
 }
 
 // A failed call's file goes (the terminal keeps its punches), and so does its own .BAD; the
 // packets of calls without a header are kept in NOHEADER.BAD, which no later call removes.
-TEST_F(CallIntakeTest, AFailedCallLosesItsOwnFilesButNeverAnotherCallsRejects) {
+TEST_F(IntakeTest, AFailedCallLosesItsOwnFilesButNeverAnotherCallsRejects) {
   CallIntake intake = MakeIntake();
   for (const char* packet : {"garbage one", "garbage two"}) {
     intake.Reject(packet, "Data packet before header.");
@@ -106,7 +100,7 @@ TEST_F(CallIntakeTest, AFailedCallLosesItsOwnFilesButNeverAnotherCallsRejects) {
 }
 
 // A clock name used in a duplicate folder cannot climb out of that folder.
-TEST_F(CallIntakeTest, ADuplicateCopyStaysInsideItsFolderWhateverTheClockIsCalled) {
+TEST_F(IntakeTest, ADuplicateCopyStaysInsideItsFolderWhateverTheClockIsCalled) {
   std::filesystem::create_directory(dir.path() / "copies");
   core::WriteFileAtomically(
       dir.path() / "SettingsOverride.txt",
@@ -125,6 +119,78 @@ TEST_F(CallIntakeTest, ADuplicateCopyStaysInsideItsFolderWhateverTheClockIsCalle
     copies += e.is_regular_file();
   }
   EXPECT_EQ(copies, 1u);
+}
+
+// Sealed means the terminal may have been told: the sweep delivers it, once. Not sealed means it
+// never was: the file is set aside and never transferred, as the terminal sends it all again. A
+// call still in progress is left alone.
+TEST_F(IntakeTest, ADeadProcessesCallsAreDeliveredOrSetAsideByWhetherTheyWereSealed) {
+  const auto sealed = DeadCall(3, true);
+  const auto unsealed = DeadCall(2, false);
+  ASSERT_EQ(Waiting().size(), 2u);
+  CallIntake live = MakeIntake();
+  ASSERT_EQ(live.Open({"Front", 7, "F"}), OpenResult::kOpened);
+  live.Add(TcdRecordStatic::Parse("7,9,12,,,,,I,091020,0900,,,,1"));
+
+  const SweepResult swept = Sweep();
+  EXPECT_EQ(swept.delivered, 1);
+  EXPECT_EQ(swept.rows, 3);
+  EXPECT_EQ(swept.set_aside, 1);
+  EXPECT_EQ(RowCount(), 3);
+  EXPECT_TRUE(std::filesystem::exists(sealed));
+  EXPECT_FALSE(std::filesystem::exists(unsealed));
+  EXPECT_TRUE(std::filesystem::exists(SetAsidePath(unsealed)));
+  EXPECT_TRUE(std::filesystem::exists(live.File()));
+  EXPECT_TRUE(log.HasEvent("Recovered call file"));
+  EXPECT_TRUE(log.HasEvent("Incomplete call set aside"));
+  ASSERT_TRUE(live.Seal());
+  EXPECT_EQ(live.Finish(true), FinishResult::kDelivered);
+  EXPECT_EQ(RowCount(), 4);
+
+  // Nothing left to do; what waits now is the set-aside file, said as such.
+  const SweepResult again = Sweep();
+  EXPECT_EQ(again.delivered + again.set_aside + again.still_pending, 0);
+  const auto waiting = Waiting();
+  ASSERT_EQ(waiting.size(), 1u);
+  EXPECT_EQ(waiting[0].state, "set aside");
+  EXPECT_EQ(RowCount(), 4);
+}
+
+// A clock without company and a locked database keep the file pending with the reason; once the
+// cause is fixed the sweep delivers it.
+TEST_F(IntakeTest, PendingFilesWaitWithTheirReasonUntilTheCauseIsFixed) {
+  CallIntake intake = MakeIntake();
+  ASSERT_EQ(intake.Open({"Nowhere", 7, "F"}), OpenResult::kOpened);
+  intake.Add(TcdRecordStatic::Parse("7,1,12,,,,,I,091020,0800,,,,1"));
+  ASSERT_TRUE(intake.Seal());
+  EXPECT_EQ(intake.Finish(true), FinishResult::kPending);
+  EXPECT_TRUE(log.HasScreen("The punches of clock Nowhere wait in"));
+
+  const auto front = DeadCall(2, true);
+  auto blocker = OpenCompanyDb();
+  blocker->Execute("BEGIN EXCLUSIVE");
+  SweepResult swept = Sweep();
+  EXPECT_EQ(swept.still_pending, 2);
+  auto waiting = Waiting();
+  ASSERT_EQ(waiting.size(), 2u);
+  for (const auto& w : waiting) {
+    EXPECT_EQ(w.state, "pending");
+    EXPECT_NE(w.detail.find(w.file == front ? "locked" : "belongs to no company"),
+              std::string::npos)
+        << w.detail;
+  }
+
+  blocker->Execute("ROLLBACK");
+  auto registry = db::Open(registry_path);
+  registry->Execute("UPDATE Company SET [Clock Name] = 'Nowhere'");
+  registry->Execute(
+      "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
+      "[Pay Period Type]) VALUES ('Acme2', 'Front', 'acme', '2009-10-18', 'weekly')");
+  companies.Refresh();
+  swept = Sweep();
+  EXPECT_EQ(swept.delivered, 2);
+  EXPECT_EQ(RowCount(), 3);
+  EXPECT_TRUE(Waiting().empty());
 }
 
 }  // namespace

@@ -5,13 +5,13 @@
 #include <fstream>
 #include <vector>
 
-#include "test_support/temp_dir.h"
+#include "records/transfer_fixture.h"
 
 namespace clockcomm::records {
 namespace {
 namespace fs = std::filesystem;
 
-core::Date Day(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
+using test_support::D;
 
 TEST(HistoryPurgeTest, AgeFromTheNameWithTheFixedYearEndRule) {
   struct Case {
@@ -19,30 +19,22 @@ TEST(HistoryPurgeTest, AgeFromTheNameWithTheFixedYearEndRule) {
     core::Date today;
     std::optional<int> age;
   } cases[] = {
-      {"0102000A.TCD", Day(2010, 3, 15), 72},  // same year, common year
-      {"1231001.TCD", Day(2010, 2, 28), 60},   // last year: -306 + 366, kept
-      {"1231001.TCD", Day(2010, 3, 1), 61},    // one day later, deleted
-      {"1231001.TCD", Day(2008, 3, 1), 61},    // leap year: -305 + 366, the true age
-      {"0315.TCD", Day(2010, 3, 15), 0},       // today
-      {"0316.TCD", Day(2010, 3, 15), 365},     // tomorrow's date: a year ago, by the rule
-      {"0229.TCD", Day(2010, 3, 31), 30},      // no 29 Feb in 2010: taken as 1 March
-      {"1301.TCD", Day(2010, 3, 15), std::nullopt},
-      {"0100.TCD", Day(2010, 3, 15), std::nullopt},
-      {"ab01.TCD", Day(2010, 3, 15), std::nullopt},
-      {"01.TCD", Day(2010, 3, 15), std::nullopt},
+      {"0102000A.TCD", D(2010, 3, 15), 72},  // same year, common year
+      {"1231001.TCD", D(2010, 2, 28), 60},   // last year: -306 + 366, kept
+      {"1231001.TCD", D(2010, 3, 1), 61},    // one day later, deleted
+      {"1231001.TCD", D(2008, 3, 1), 61},    // leap year: -305 + 366, the true age
+      {"0315.TCD", D(2010, 3, 15), 0},       // today
+      {"0316.TCD", D(2010, 3, 15), 365},     // tomorrow's date: a year ago, by the rule
+      {"0229.TCD", D(2010, 3, 31), 30},      // no 29 Feb in 2010: taken as 1 March
+      {"1301.TCD", D(2010, 3, 15), std::nullopt},
+      {"0100.TCD", D(2010, 3, 15), std::nullopt},
+      {"ab01.TCD", D(2010, 3, 15), std::nullopt},
+      {"01.TCD", D(2010, 3, 15), std::nullopt},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(HistoryFileAge(c.name, c.today), c.age) << c.name << " on " << c.today.ToString();
   }
 }
-
-class RecordingSink : public core::LogSink {
- public:
-  void Event(std::string_view, std::string_view) override {}
-  void Debug(std::string_view, std::string_view) override {}
-  void Screen(std::string_view message) override { lines.emplace_back(message); }
-  std::vector<std::string> lines;
-};
 
 TEST(HistoryPurgeTest, DeletesOldTcdFilesOnlyAndLogsBothLines) {
   test::TempDir dir;
@@ -51,7 +43,7 @@ TEST(HistoryPurgeTest, DeletesOldTcdFilesOnlyAndLogsBothLines) {
     std::ofstream(dir.path() / name) << "x";
   }
   core::ManualClock clock(*core::DateTime::FromParts(2010, 3, 15, 9, 30));
-  RecordingSink log;
+  test_support::RecordingLog log;
   EXPECT_EQ(PurgeHistoryFiles(dir.path(), clock, log), 2);
 
   EXPECT_FALSE(fs::exists(dir.path() / "0102000A.TCD"));  // 72 days
@@ -60,9 +52,9 @@ TEST(HistoryPurgeTest, DeletesOldTcdFilesOnlyAndLogsBothLines) {
   EXPECT_TRUE(fs::exists(dir.path() / "0102000A.arc"));   // not a history file
   EXPECT_TRUE(fs::exists(dir.path() / "notes.TCD"));      // no date in the name
   EXPECT_TRUE(fs::exists(dir.path() / "0310004.TCD"));
-  EXPECT_EQ(log.lines, (std::vector<std::string>{
-                           "2010-03-15 09:30:00 Deleting history files more than 60 days old.",
-                           "2010-03-15 09:30:00 Event Complete."}));
+  EXPECT_EQ(log.screen, (std::vector<std::string>{
+                            "2010-03-15 09:30:00 Deleting history files more than 60 days old.",
+                            "2010-03-15 09:30:00 Event Complete."}));
 }
 
 }  // namespace
