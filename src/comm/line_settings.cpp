@@ -11,14 +11,14 @@ namespace {
 
 constexpr const char* kParam = "Settings";
 
-bool SupportedRate(int baud) {
+}  // namespace
+
+bool LineSettings::IsSupportedRate(int baud) {
   for (int rate : {110, 300, 600, 1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200}) {
     if (rate == baud) return true;
   }
   return false;
 }
-
-}  // namespace
 
 LineSettings LineSettings::Parse(std::string_view text) {
   auto fields = core::Split(text, ',');
@@ -29,7 +29,7 @@ LineSettings LineSettings::Parse(std::string_view text) {
   if (fields.size() != 4) throw fail("expected rate,parity,data bits,stop bits");
   LineSettings s;
   auto baud = core::ParseInt(fields[0]);
-  if (!baud || !SupportedRate(*baud)) throw fail("unsupported rate \"" + fields[0] + "\"");
+  if (!baud || !IsSupportedRate(*baud)) throw fail("unsupported rate \"" + fields[0] + "\"");
   s.baud = *baud;
   std::string parity = core::ToUpper(core::Trim(fields[1]));
   if (parity != "N" && parity != "O" && parity != "E") {

@@ -16,6 +16,8 @@ struct LineSettings {
 
   // Throws core::ArgumentException (parameter "Settings") naming the part that is wrong.
   static LineSettings Parse(std::string_view text);
+  // The rates a serial port can be set to.
+  static bool IsSupportedRate(int baud);
   std::string ToString() const;
 
   // Time the line needs to carry this many bytes (start, data, parity and stop bits each).

@@ -110,7 +110,11 @@ LineEvent ModemLine::Reach(const std::string& address, const WakeSet& wake) {
 LineEvent ModemLine::Connected(const std::string& result, std::string data) {
   LineEvent event{LineEvent::Kind::kConnected, result, ConnectSpeed(result), std::move(data)};
   online_ = true;
-  line_.SetSettings(event.speed + ",N,8,1");
+  // A carrier speed no port runs at (14400, 33600...) comes from a modem that holds its port at a
+  // fixed rate: the port stays as it is.
+  if (LineSettings::IsSupportedRate(std::stoi(event.speed))) {
+    line_.SetSettings(event.speed + ",N,8,1");
+  }
   return event;
 }
 

@@ -168,6 +168,17 @@ void LineRunner::FailedCall(std::string_view clock_name) {
   controller_.FinishCall(false, 0, {});
 }
 
+// A pass that failed mid-call leaves no call open: its file goes (delivered, once sealed) and a
+// modem is hung up, so the next pass waits for a new call.
+void LineRunner::EndCallAfterError() {
+  try {
+    if (!intake_.File().empty()) intake_.Finish(false);
+    ResetModem();
+  } catch (const core::Error& e) {
+    controller_.Event("Error", std::string("Ending the call: ") + e.what());
+  }
+}
+
 // ---------------------------------------------------------------------------------------------
 // Host mode
 
@@ -193,6 +204,7 @@ bool LineRunner::Host(bool once) {
       break;
     } catch (const core::Error& e) {
       controller_.Event("Error", std::string("CommLoop: ") + e.what());
+      EndCallAfterError();
     }
     if (once && good_calls_ + failed_calls_ > calls_before) break;
   }

@@ -95,6 +95,7 @@ class LineRunner : public OutboundPoller {
   bool PollWithRetries(const PollRow& location);
   bool PollLocation(const PollRow& location, int attempt);
   void FailedCall(std::string_view clock_name);
+  void EndCallAfterError();
 
   LineSettings settings_;
   terminal::CallController& controller_;

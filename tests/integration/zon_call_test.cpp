@@ -255,6 +255,12 @@ TEST_F(ModemCallTest, AConnectWithoutSpeedRunsTheCallAt300) {
   EXPECT_TRUE(screen_.Contains("Terminal is Connected at 300"));
 }
 
+// A carrier speed no serial port runs at (V.34's 33600) leaves the port at its own rate.
+TEST_F(ModemCallTest, AConnectAtACarrierSpeedThePortCannotTakeKeepsThePortRate) {
+  HostThroughModem(33600);
+  EXPECT_TRUE(screen_.Contains("Terminal is Connected at 33600"));
+}
+
 TEST_F(ModemCallTest, AFailedDialIsRetriedUntilTheThirdAttempt) {
   sim::TerminalConfig config;
   config.terminal_id = "7";

@@ -113,6 +113,7 @@ bool CallIntake::Seal() {
       std::filesystem::remove(StateMarker(file_, CallState::kReceiving));
     }
     core::SyncDirectory(delivery_.Paths().data_directory);
+    sealed_ = !file_.empty();
     return true;
   } catch (const std::exception& e) {
     log_.Event("System error",
@@ -124,6 +125,9 @@ bool CallIntake::Seal() {
 
 FinishResult CallIntake::Finish(bool succeeded) {
   writer_.reset();
+  // Once sealed the terminal may have been told its punches arrived: the file is delivered, and
+  // should the terminal send them again their content keys let each in once.
+  succeeded = succeeded || sealed_;
   FinishResult result = FinishResult::kEmpty;
   if (!succeeded) {
     std::error_code ec;
@@ -131,8 +135,14 @@ FinishResult CallIntake::Finish(bool succeeded) {
       std::filesystem::remove(file_, ec);
       ClearCallState(file_);
     }
-    // NOHEADER.BAD may hold other calls' packets: it stays.
-    if (!reject_file_.empty() && reject_file_.filename() != kNoHeaderRejectFile) {
+    // NOHEADER.BAD may hold other calls' packets: it stays, on disk.
+    if (reject_file_.filename() == kNoHeaderRejectFile) {
+      try {
+        core::SyncFile(reject_file_);
+      } catch (const core::SystemError& e) {
+        log_.Event("Error", "Couldn't sync " + reject_file_.string() + ": " + e.what());
+      }
+    } else if (!reject_file_.empty()) {
       std::filesystem::remove(reject_file_, ec);
     }
     Show("{0} Upload Incomplete");
@@ -169,6 +179,7 @@ void CallIntake::Reset() {
   lock_.reset();
   reject_file_.clear();
   record_count_ = 0;
+  sealed_ = false;
 }
 
 }  // namespace clockcomm::records

@@ -73,7 +73,7 @@ class CallIntake {
   // before the terminal is told that its punches arrived; false (logged) when they could not be.
   bool Seal();
   // The end of the call: a good call's file is delivered (or left pending); a failed one loses
-  // its file (the terminal kept its punches and sends them again).
+  // its file (the terminal kept its punches and sends them again), unless it was sealed.
   FinishResult Finish(bool succeeded);
   FinishResult LastFinish() const { return last_finish_; }
 
@@ -95,6 +95,7 @@ class CallIntake {
   std::optional<core::FileLock> lock_;
   std::filesystem::path reject_file_;
   int record_count_ = 0;
+  bool sealed_ = false;
   FinishResult last_finish_ = FinishResult::kEmpty;
 };
 

@@ -314,7 +314,7 @@ void ZonDriver::HandleData(std::string_view body) {
 
 void ZonDriver::EndCall() {
   // The punches reach the disk before the terminal hears that they were received.
-  if (!intake_.Seal()) call_.succeeded = false;
+  if (call_.succeeded && !intake_.Seal()) call_.succeeded = false;
   controller_.Event("End of call", call_.clock_name);
   const bool zon = context_.settings.terminal_type == terminal::TerminalType::kZonTranz;
   if (call_.succeeded) {

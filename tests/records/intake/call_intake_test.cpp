@@ -79,7 +79,6 @@ TEST_F(IntakeTest, AFailedCallLosesItsOwnFilesButNeverAnotherCallsRejects) {
   CallIntake intake = MakeIntake();
   for (const char* packet : {"garbage one", "garbage two"}) {
     intake.Reject(packet, "Data packet before header.");
-    EXPECT_TRUE(intake.Seal());
     intake.Finish(false);
   }
   const std::string kept = core::ReadWholeFile(dir.path() / "data" / kNoHeaderRejectFile);
@@ -89,7 +88,6 @@ TEST_F(IntakeTest, AFailedCallLosesItsOwnFilesButNeverAnotherCallsRejects) {
   ASSERT_EQ(intake.Open({"Front", 7, "F"}), OpenResult::kOpened);
   intake.Add(TcdRecordStatic::Parse("7,1,1,,,,,I,091020,0800,,,,1"));
   intake.Reject("not a punch", "bad");
-  ASSERT_TRUE(intake.Seal());
   EXPECT_EQ(DataFiles(".TCD").size(), 1u);
   EXPECT_EQ(DataFiles(".BAD").size(), 2u);
   intake.Finish(false);
@@ -97,6 +95,13 @@ TEST_F(IntakeTest, AFailedCallLosesItsOwnFilesButNeverAnotherCallsRejects) {
   EXPECT_EQ(DataFiles(".BAD").size(), 1u);  // NOHEADER.BAD only
   EXPECT_EQ(RowCount(), 0);
   EXPECT_TRUE(log.HasScreen("Upload Incomplete"));
+
+  // Sealed, the terminal may have been told: a call that fails after that still delivers.
+  ASSERT_EQ(intake.Open({"Front", 7, "F"}), OpenResult::kOpened);
+  intake.Add(TcdRecordStatic::Parse("7,1,1,,,,,I,091020,0800,,,,1"));
+  ASSERT_TRUE(intake.Seal());
+  EXPECT_EQ(intake.Finish(false), FinishResult::kDelivered);
+  EXPECT_EQ(RowCount(), 1);
 }
 
 // A clock name used in a duplicate folder cannot climb out of that folder.
