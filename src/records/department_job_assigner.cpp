@@ -6,8 +6,12 @@
 namespace clockcomm::records {
 
 bool DepartmentJobAssigner::Assign(TcdRecord& record) {
-  // A dash in a job is keypad filler, not data.
-  record.SetJobNumber(core::ReplaceAll(record.JobNumber(), "-", ""));
+  // A dash in a job is keypad filler, not data. A job longer than a job can be is left as the
+  // terminal sent it: the punch goes on whole.
+  if (std::string job = core::ReplaceAll(record.JobNumber(), "-", "");
+      job.size() != record.JobNumber().size() && job.size() <= kMaxJobNumberLength) {
+    record.SetJobNumber(job);
+  }
   const bool wanted = settings_.AssignHomeDept() || settings_.AssignDefaultJob();
   if (!wanted || company_db_ == nullptr || !PunchTypeInList(kPunchTypes, record.PunchType())) {
     return true;

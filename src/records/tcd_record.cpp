@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "core/errors.h"
@@ -126,14 +127,18 @@ std::string TcdRecord::ToTcdString(int quoting) const {
   std::string line;
   for (int i = 0; i < kTcdFieldCount; ++i) {
     if (i > 0) line += ',';
+    // A line is one record: a line break inside a text (a default job typed with one) is a blank.
+    std::string text = fields[i];
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
     // Quoted when asked, and always when the text holds a comma or a quote, so that the line
     // reads back field for field.
-    if (quoting == 1 || fields[i].find_first_of(",\"") != std::string::npos) {
+    if (quoting == 1 || text.find_first_of(",\"") != std::string::npos) {
       line += '"';
-      line += core::ReplaceAll(fields[i], "\"", "\"\"");
+      line += core::ReplaceAll(text, "\"", "\"\"");
       line += '"';
     } else {
-      line += fields[i];
+      line += text;
     }
   }
   return line;

@@ -51,12 +51,13 @@ TEST(CallFile, FirstFreeNumberOfTheDayAndTheExtensionByUploadType) {
   EXPECT_EQ(ClaimCallFile(dir.path(), day, "W")->filename(), "02010001.WHO");
 }
 
-// A default job holding a comma or a quote reaches the row whole, and the fields after it stay
-// where they belong: the punch is carried as a record, never re-read from unquoted text.
+// A default job holding a comma, a quote or a line break reaches the row whole (the break as a
+// blank), and the fields after it stay where they belong: the punch is carried as a record, never
+// re-read from unquoted text. A job too long for a row is no reason to lose the call.
 TEST_F(IntakeTest, DefaultJobsWithCommaAndQuoteReachTheRowsUnshifted) {
   OpenCompanyDb()->Execute(
       "INSERT INTO [Employee Table] ([Card ID], [Home Department], DefaultAssignment) VALUES "
-      "(1, 44, 'a,b'), (2, 45, 'x\"y')");
+      "(1, 44, 'a,b'), (2, 45, 'x\"y'), (3, 46, 'c' || char(10) || 'd')");
   core::WriteFileAtomically(dir.path() / "SettingsOverride.txt",
                             "assignhomedept = yes\nassigndefaultjob = yes\n");
   CallIntake intake = MakeIntake();
@@ -64,13 +65,16 @@ TEST_F(IntakeTest, DefaultJobsWithCommaAndQuoteReachTheRowsUnshifted) {
   intake.Add(TcdRecordStatic::Parse("7,1,1,,,,,I,091020,0800,,,,1"));
   intake.Add(TcdRecordStatic::Parse("7,2,2,,,,,I,091020,0805,,,,1"));
   intake.Add(TcdRecordStatic::Parse("7,3,1,,job-1,,,I,091020,0810,,,,1"));  // keypad dash
+  intake.Add(TcdRecordStatic::Parse("7,4,3,,,,,I,091020,0815,,,,1"));
+  intake.Add(TcdRecordStatic::Parse("7,5,3,,job-of-far-too-many-digits,,,I,091020,0820,,,,1"));
   ASSERT_TRUE(intake.Seal());
   intake.Finish(true);
 
   EXPECT_EQ(
       Rows("[Card ID], Department, JobNumber, [Punch Type], [Date In], [Time In]"),
       (std::vector<std::string>{"1|44|a,b|I|2009-10-20|08:00:00", "2|45|x\"y|I|2009-10-20|08:05:00",
-                                "1|44|job1|I|2009-10-20|08:10:00"}));
+                                "1|44|job1|I|2009-10-20|08:10:00", "3|46|c d|I|2009-10-20|08:15:00",
+                                "3|46|job-of-far-too-many-digits|I|2009-10-20|08:20:00"}));
 }
 
 // A failed call's file goes (the terminal keeps its punches), and so does its own .BAD; the
