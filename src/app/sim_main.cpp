@@ -57,6 +57,12 @@ void AddTerminalOptions(CLI::App& cmd, TerminalOptions& o) {
   cmd.add_flag("--second-header", c.faults.second_header,
                "Fault: send the header again after the first data packet");
   cmd.add_option("--nak-row", c.faults.nak_row, "Fault: refuse download row N once");
+  cmd.add_flag("--miss-eot", c.faults.miss_eot,
+               "Fault: miss the program's EOT once; the batch comes again next call");
+  cmd.add_option("--lose-ack", c.faults.lose_ack,
+                 "Fault: the ACK of data packet N is lost once; resent after the ACK wait");
+  cmd.add_option("--stray-nak", c.faults.stray_nak,
+                 "Fault: the ACK of data packet N arrives as a NAK once; resent at once");
   cmd.add_option("--hours", o.hours_badge,
                  "After each call, ask the hours of this badge (direct line only)");
 }

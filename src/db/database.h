@@ -16,13 +16,19 @@ namespace clockcomm::db {
 // Raised for any failure of the database engine; the message names the database file.
 class DatabaseError : public core::SystemError {
  public:
-  DatabaseError(int code, const std::string& description, bool busy = false)
-      : core::SystemError(code, description), busy_(busy) {}
-  // The database is locked by another user; the operation may succeed later.
-  bool Busy() const { return busy_; }
+  enum class Cause {
+    kOther,
+    kBusy,     // locked by another user; the operation may succeed later
+    kDamaged,  // the file is no database or is corrupt: it must be restored
+    kFull,     // the disk (or the database's limit) is full
+  };
+  DatabaseError(int code, const std::string& description, Cause cause = Cause::kOther)
+      : core::SystemError(code, description), cause_(cause) {}
+  bool Busy() const { return cause_ == Cause::kBusy; }
+  Cause GetCause() const { return cause_; }
 
  private:
-  bool busy_;
+  Cause cause_;
 };
 
 class Database {

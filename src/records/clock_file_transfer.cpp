@@ -190,7 +190,20 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
     result.rejected = static_cast<int>(bad_lines.size());
   } catch (const db::DatabaseError& e) {
     log_.Event("System error", e.what());
-    const std::string what = e.Busy() ? "is locked by another user" : "could not be written";
+    std::string what = "could not be written";
+    switch (e.GetCause()) {
+      case db::DatabaseError::Cause::kBusy:
+        what = "is locked by another user";
+        break;
+      case db::DatabaseError::Cause::kDamaged:
+        what = "is damaged (no readable database); restore it from a backup";
+        break;
+      case db::DatabaseError::Cause::kFull:
+        what = "could not be written: the disk is full";
+        break;
+      case db::DatabaseError::Cause::kOther:
+        break;
+    }
     throw TransferError("Company database " + db_path.string() + " " + what + " (" + e.what() +
                         "). " + std::to_string(result.inserted) + " row(s) of " + file_name +
                         " went in; the file stays where it was, run the transfer again.");

@@ -26,12 +26,19 @@ struct TerminalFaults {
   bool second_header = false;
   // The n-th table row of a download (counted over all tables, from 1) is answered NAK.
   std::optional<int> nak_row;
+  // The program's EOT is not seen, as if the line dropped right after it: the terminal keeps its
+  // punches and sends the whole batch again in its next call.
+  bool miss_eot = false;
+  // The ACK of data packet n is lost: the terminal waits its ACK wait and sends the packet again.
+  std::optional<int> lose_ack;
+  // Line noise turns the ACK of data packet n into a NAK: the packet is sent again at once.
+  std::optional<int> stray_nak;
 };
 
 struct TerminalTimeouts {
-  // The program answers a packet as soon as it has parsed and written it; its own reader gives
-  // up after 10 s of silence, so waiting longer than that gains nothing.
-  std::chrono::milliseconds ack_wait = 10s;
+  // The program answers a packet as soon as it has parsed and written it. Shorter than the
+  // program's 10 s packet time-out, so that a resend after a lost ACK still finds it waiting.
+  std::chrono::milliseconds ack_wait = 5s;
   // Before EOT the program closes, flushes and syncs the call's file.
   std::chrono::milliseconds eot_wait = 30s;
   // The program's ENQ after the terminal's call-in ENQ CRLF.

@@ -183,34 +183,48 @@ CallOutcome ZonTerminal::SendPacket(Call& call, const std::string& packet, int i
       ++stats_.packets_sent;
       if (attempt > 0) ++stats_.resends;
     });
-    switch (AwaitReply(call)) {
+    switch (AwaitReply(call, index)) {
       case Reply::kAck:
         return CallOutcome::kNone;
       case Reply::kNone:
         return CallOutcome::kNoAck;
       case Reply::kNak:
+      case Reply::kLost:
         break;
     }
   }
   return CallOutcome::kTooManyNaks;
 }
 
-ZonTerminal::Reply ZonTerminal::AwaitReply(Call& call) {
+ZonTerminal::Reply ZonTerminal::AwaitReply(Call& call, int index) {
+  auto& faults = config_.faults;
   const auto deadline = After(config_.timeouts.ack_wait);
+  bool lost = false;
   while (auto m = call.inbox.Next(HostContext::kCall, deadline)) {
     // A framed control with a damaged check is noise, not an answer.
     if (!m->check_ok) continue;
+    if (m->kind == Kind::kAck && index > 0 && Fire(faults.lose_ack, index)) {
+      lost = true;  // never seen: the wait runs out
+      continue;
+    }
+    if (m->kind == Kind::kNak ||
+        (m->kind == Kind::kAck && index > 0 && Fire(faults.stray_nak, index))) {
+      Update([&] { ++stats_.naks_received; });
+      return Reply::kNak;
+    }
     if (m->kind == Kind::kAck) {
       Update([&] { ++stats_.acks_received; });
       return Reply::kAck;
     }
-    if (m->kind == Kind::kNak) {
-      Update([&] { ++stats_.naks_received; });
-      return Reply::kNak;
-    }
     // Anything else (a late poll ENQ, stray end characters) is not an answer to this packet.
   }
-  return Reply::kNone;
+  return lost ? Reply::kLost : Reply::kNone;
+}
+
+bool ZonTerminal::SeesEot() {
+  if (!config_.faults.miss_eot) return true;
+  config_.faults.miss_eot = false;
+  return false;
 }
 
 void ZonTerminal::Delivered(size_t count) {
@@ -226,6 +240,7 @@ CallOutcome ZonTerminal::AwaitEot(Call& call, size_t batch_size) {
   const auto deadline = After(config_.timeouts.eot_wait);
   while (auto m = call.inbox.Next(HostContext::kCall, deadline)) {
     if (m->kind == Kind::kEot && m->check_ok) {
+      if (!SeesEot()) return CallOutcome::kNoEot;
       Delivered(batch_size);
       return CallOutcome::kCompleted;
     }
@@ -269,6 +284,7 @@ CallOutcome ZonTerminal::ReceiveTables(Call& call, size_t batch_size) {
         break;
       case Kind::kEot:
         if (!m->check_ok) break;
+        if (!SeesEot()) return CallOutcome::kNoEot;
         Delivered(batch_size);
         return CallOutcome::kCompleted;
       default:

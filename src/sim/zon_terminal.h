@@ -82,7 +82,8 @@ class ZonTerminal {
 
  private:
   struct Call;
-  enum class Reply { kAck, kNak, kNone };
+  // kLost: an ACK came but was lost on the line (fault), and the ACK wait has passed.
+  enum class Reply { kAck, kNak, kLost, kNone };
 
   CallOutcome RunCall(comm::IConnection& line, bool poll, LineKind kind,
                       comm::SteadyTime first_deadline);
@@ -90,10 +91,13 @@ class ZonTerminal {
   CallOutcome Upload(Call& call);
   // Sends a checked packet until it is acknowledged; index 0 is the header.
   CallOutcome SendPacket(Call& call, const std::string& packet, int index);
-  Reply AwaitReply(Call& call);
+  // The answer to packet index (0 the header, -1 a repeated header).
+  Reply AwaitReply(Call& call, int index);
   // After the end-of-upload packet: the tables, up to the EOT.
   CallOutcome ReceiveTables(Call& call, size_t batch_size);
   CallOutcome AwaitEot(Call& call, size_t batch_size);
+  // An EOT arrived; false when the miss-EOT fault makes the terminal not see it.
+  bool SeesEot();
   void Delivered(size_t count);
   // True once for a fault whose count has come; clears it.
   static bool Fire(std::optional<int>& fault, int count);

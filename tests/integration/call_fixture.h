@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -15,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "comm/pty_pair.h"
 #include "core/clock.h"
 #include "db/open.h"
 #include "db/schema.h"
@@ -22,6 +24,7 @@
 #include "shell/line_runner.h"
 #include "shell/logs.h"
 #include "shell/my_static.h"
+#include "sim/zon_terminal.h"
 #include "terminal/call_controller.h"
 #include "test_support/temp_dir.h"
 #include "zon/driver/zon_family.h"
@@ -119,7 +122,14 @@ class CallFixture : public ::testing::Test {
     company_db_->Execute(
         "INSERT INTO LEVEL3 (Code, Description) VALUES ('J1', 'Welding'), ('J2', 'Paint')");
     db::CreateEventLogSchema(*db::Open(paths_->EventLogDatabase(), db::OpenMode::kCreate));
+    Wire();
+  }
 
+  // The logs, the controller and the companies, made as the program makes them when it starts.
+  void Wire() {
+    services_.reset();
+    companies_.reset();
+    controller_.reset();
     logs_ = std::make_unique<shell::Logs>(*paths_, clock_);
     controller_ = std::make_unique<terminal::CallController>(clock_, *logs_, screen_);
     companies_ = std::make_unique<records::CompanyFactory>(*logs_, paths_->DataDirectory());
@@ -144,6 +154,31 @@ class CallFixture : public ::testing::Test {
     static const terminal::TerminalFamily family = zon::ZonFamily();
     return std::make_unique<shell::LineRunner>(std::move(settings), family,
                                                controller ? *controller : *controller_, *services_);
+  }
+
+  // Runs the host loop on a direct line while the terminal calls in; with once, it leaves after
+  // that call, else it runs until something ends it.
+  sim::CallOutcome HostOnce(sim::ZonTerminal& terminal, bool* loop_ok = nullptr, bool once = true) {
+    auto pty = comm::PtyPair::Open();
+    auto master = pty.TakeMaster();
+    auto loop = Runner(Settings(pty.SlavePath(), false));
+    auto outcome = std::async(std::launch::async, [&] {
+      EXPECT_TRUE(screen_.WaitFor("Waiting for next event")) << screen_.All();
+      return terminal.CallIn(*master);
+    });
+    const bool ok = loop->Host(once);
+    if (loop_ok != nullptr) *loop_ok = ok;
+    return outcome.get();
+  }
+
+  // Every punch of Punches(count, first_sequence) is in [Clock Data Table], each exactly once.
+  void ExpectEachPunchOnce(int count, int first_sequence = 1) {
+    auto rows = company_db_->Query(
+        "SELECT COUNT(*), COUNT(DISTINCT Punch) FROM [Clock Data Table] WHERE Punch BETWEEN ? AND "
+        "?",
+        {first_sequence, first_sequence + count - 1});
+    EXPECT_EQ(rows.Field(0).AsInt(), count) << screen_.All();
+    EXPECT_EQ(rows.Field(1).AsInt(), count);
   }
 
   int64_t Rows(const std::string& where = "1=1") {

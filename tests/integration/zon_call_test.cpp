@@ -22,21 +22,6 @@ using terminal::InputCounters;
 
 class ZonCallTest : public CallFixture {
  protected:
-  // Runs the host loop on a direct line while the terminal calls in; with once, it leaves after
-  // that call, else it runs until something ends it.
-  CallOutcome HostOnce(sim::ZonTerminal& terminal, bool* loop_ok = nullptr, bool once = true) {
-    auto pty = comm::PtyPair::Open();
-    auto master = pty.TakeMaster();
-    auto loop = Runner(Settings(pty.SlavePath(), false));
-    auto outcome = std::async(std::launch::async, [&] {
-      EXPECT_TRUE(screen_.WaitFor("Waiting for next event")) << screen_.All();
-      return terminal.CallIn(*master);
-    });
-    const bool ok = loop->Host(once);
-    if (loop_ok != nullptr) *loop_ok = ok;
-    return outcome.get();
-  }
-
   shell::PollRow Location(const std::string& name, const std::string& phone = "") {
     shell::PollRow row;
     row.location_id = 1;
@@ -128,10 +113,7 @@ TEST_F(ZonCallTest, ATerminalThatGoesSilentKeepsItsPunchesAndDeliversThemWholeNe
   EXPECT_EQ(HostOnce(terminal, &ok), CallOutcome::kCompleted) << screen_.All();
   EXPECT_TRUE(ok);
   EXPECT_TRUE(terminal.PendingPunches().empty());
-  EXPECT_EQ(Rows(), 5);
-  EXPECT_EQ(
-      company_db_->Query("SELECT COUNT(DISTINCT Punch) FROM [Clock Data Table]").Field(0).AsInt(),
-      5);
+  ExpectEachPunchOnce(5);
 }
 
 TEST_F(ZonCallTest, EndPressedDuringACallStopsAtOnceAndTheTerminalKeepsItsPunches) {

@@ -103,6 +103,50 @@ TEST(ZonTerminalTest, CorruptedPacketIsRefusedAndResentOnce) {
   }
 }
 
+// Faults on the program's answers, each once: a lost ACK is waited out and a stray NAK answered at
+// once, both by sending the packet again; a missed EOT keeps the punches for the next call.
+TEST(ZonTerminalTest, LostAckStrayNakAndMissedEotAreSurvivedByResending) {
+  struct Case {
+    const char* name;
+    void (*fault)(TerminalFaults&);
+    int naks_seen;
+    bool waited;  // the ACK wait passed before the resend
+  };
+  const std::vector<std::string> twice = {kPunches[0], kPunches[1], kPunches[1], kPunches[2]};
+  for (const Case& c :
+       {Case{"lost ACK", [](TerminalFaults& f) { f.lose_ack = 2; }, 0, true},
+        Case{"stray NAK", [](TerminalFaults& f) { f.stray_nak = 2; }, 1, false},
+        Case{"missed EOT", [](TerminalFaults& f) { f.miss_eot = true; }, 0, false}}) {
+    SCOPED_TRACE(c.name);
+    PtyLine pty;
+    TerminalConfig config = ShortWaits();
+    config.timeouts.ack_wait = 1s;
+    c.fault(config.faults);
+    const bool miss_eot = config.faults.miss_eot;
+    ZonTerminal terminal(config, kPunches);
+    ScriptedHost host(*pty.host_end, false);
+    const auto start = std::chrono::steady_clock::now();
+    auto outcome = StartCall(terminal, pty);
+    HostCall call = AnswerCallIn(host);
+    EXPECT_EQ(std::chrono::steady_clock::now() - start >= 1s, c.waited);
+    host.Eot();
+    EXPECT_EQ(call.data, miss_eot ? kPunches : twice);
+    EXPECT_EQ(terminal.Stats().naks_received, c.naks_seen);
+    EXPECT_EQ(terminal.Stats().resends, miss_eot ? 0 : 1);
+    EXPECT_EQ(outcome.get(), miss_eot ? CallOutcome::kNoEot : CallOutcome::kCompleted);
+    if (!miss_eot) {
+      EXPECT_TRUE(terminal.PendingPunches().empty());
+      continue;
+    }
+    EXPECT_EQ(terminal.PendingPunches(), kPunches);
+    auto second = StartCall(terminal, pty);
+    EXPECT_EQ(AnswerCallIn(host).data, kPunches);
+    host.Eot();
+    EXPECT_EQ(second.get(), CallOutcome::kCompleted);
+    EXPECT_TRUE(terminal.PendingPunches().empty());
+  }
+}
+
 TEST(ZonTerminalTest, PacketRefusedEveryTimeEndsTheCallAfterItsResends) {
   PtyLine pty;
   TerminalConfig config = ShortWaits();

@@ -10,6 +10,21 @@ namespace {
 // Statements kept prepared per connection; beyond this the cache is emptied.
 constexpr size_t kStatementCacheLimit = 64;
 
+DatabaseError::Cause CauseOf(int code) {
+  switch (code & 0xFF) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return DatabaseError::Cause::kBusy;
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      return DatabaseError::Cause::kDamaged;
+    case SQLITE_FULL:
+      return DatabaseError::Cause::kFull;
+    default:
+      return DatabaseError::Cause::kOther;
+  }
+}
+
 }  // namespace
 
 std::unique_ptr<SqliteDatabase> SqliteDatabase::Open(const std::filesystem::path& path, Mode mode,
@@ -26,7 +41,7 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::Open(const std::filesystem::path
   if (rc != SQLITE_OK) {
     std::string msg = handle ? sqlite3_errmsg(handle) : sqlite3_errstr(rc);
     sqlite3_close(handle);
-    throw DatabaseError(rc, "Cannot open database " + name + ": " + msg);
+    throw DatabaseError(rc, "Cannot open database " + name + ": " + msg, CauseOf(rc));
   }
   sqlite3_busy_timeout(handle, static_cast<int>(busy_wait.count()));
   std::unique_ptr<SqliteDatabase> db(new SqliteDatabase(handle, name));
@@ -52,8 +67,7 @@ SqliteDatabase::~SqliteDatabase() {
 
 void SqliteDatabase::Fail(int code, std::string_view what) {
   std::string msg = std::string(what) + " in " + name_ + ": " + sqlite3_errmsg(handle_);
-  const int primary = code & 0xFF;
-  throw DatabaseError(code, msg, primary == SQLITE_BUSY || primary == SQLITE_LOCKED);
+  throw DatabaseError(code, msg, CauseOf(code));
 }
 
 sqlite3_stmt* SqliteDatabase::Prepare(std::string_view sql) {

@@ -150,6 +150,15 @@ FinishResult CallIntake::Finish(bool succeeded) {
   }
   if (succeeded && record_count_ > 0) {
     const DeliveryResult delivered = delivery_.Deliver(origin_, file_);
+    if (delivered.already_present > 0) {
+      // A batch or packet sent again after a lost EOT, ACK or NAK: said, so that a terminal that
+      // keeps re-sending is noticed.
+      const std::string counts =
+          std::to_string(delivered.already_present) + " of " + std::to_string(record_count_);
+      Show("{0} {1} punches were already in the database and were not added again", {counts});
+      log_.Event("Punches already present",
+                 file_.string() + ": " + counts + " punches were already in the database");
+    }
     try {
       if (delivered.delivered) {
         ClearCallState(file_);
