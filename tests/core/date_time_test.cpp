@@ -103,13 +103,5 @@ TEST(DateTime, SecondsAndTruncation) {
   EXPECT_EQ(DateTime::FromSeconds(-1).ToString(), "1969-12-31 23:59:59");
 }
 
-TEST(Errors, FixedMessages) {
-  EXPECT_STREQ(TimeoutException().what(), "A timeout has occurred.");
-  EXPECT_STREQ(ItemNotFoundException().what(), "The specified item was not found.");
-  EXPECT_STREQ(SystemError(53, "File not found").what(), "System error 53: File not found");
-  ArgumentException e("Threshold cannot be negative.", "Threshold");
-  EXPECT_EQ(e.ParamName(), "Threshold");
-}
-
 }  // namespace
 }  // namespace clockcomm::core

@@ -112,11 +112,6 @@ TEST(CommSettingsTest, DescriptionAndTheThreeOperatorLinesOfAnUnwritableFolder) 
   CommSettings s;
   s.comm_port = 2;
   EXPECT_EQ(DescribeCommSettings(s), "Communications set for: Comm Port 2, Serial");
-  s.connection_type = comm::ConnectionType::kModem;
-  s.begin_time = "08:00";
-  s.end_time = "17:30";
-  EXPECT_EQ(DescribeCommSettings(s),
-            "Communications set for: Comm Port 2, Modem, starting at 08:00, ending at 17:30.");
 
   test::TempDir home;
   const auto folder = home.path() / "missing";

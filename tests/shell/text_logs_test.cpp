@@ -44,7 +44,7 @@ TEST(TextLogsTest, EachLogHasItsFileNameAndLineFormat) {
             "08:05:09 - 2009-10-20 08:05:09 Opening Com Port\r\n");
 }
 
-TEST(TextLogsTest, NewDayFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
+TEST(TextLogsTest, ANewDaysFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
   test::TempDir dir;
   const fs::path folder = dir.path();
   // Today is 2010-01-10: 60 days before is 2009-11-11, which is kept.
@@ -54,7 +54,7 @@ TEST(TextLogsTest, NewDayFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
   Touch(folder / "Screen Log - 2009-01-01.log");  // another log: left for its own purge
   Touch(folder / "Clock 7 Debug Log - 2009-01-01.log");
   Touch(folder / "Debug Log - notes.log");  // no date after the prefix: not ours
-  core::ManualClock clock(At(2010, 1, 10, 12));
+  core::ManualClock clock(At(2010, 1, 10, 23, 59, 59));
   TextLogs logs(folder, clock);
   logs.WriteDebug({"x"});
 
@@ -69,20 +69,15 @@ TEST(TextLogsTest, NewDayFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
   logs.WriteNamedDebug("Clock 7", {"y"});
   EXPECT_FALSE(fs::exists(folder / "Clock 7 Debug Log - 2009-01-01.log"));
   EXPECT_TRUE(fs::exists(folder / "Screen Log - 2009-01-01.log"));
-}
 
-TEST(TextLogsTest, PurgeRunsWhenTheDaysFileIsCreatedNotOnEveryWrite) {
-  test::TempDir dir;
-  core::ManualClock clock(At(2010, 3, 1, 23, 59, 59));
-  TextLogs logs(dir.path(), clock);
-  logs.WriteScreen({"creates today's file"});
-  Touch(dir.path() / "Screen Log - 2009-01-01.log");
-  logs.WriteScreen({"appends; no purge"});
-  EXPECT_TRUE(fs::exists(dir.path() / "Screen Log - 2009-01-01.log"));
-  clock.Advance(std::chrono::seconds(1));  // midnight: a new day's file
-  logs.WriteScreen({"new day"});
-  EXPECT_FALSE(fs::exists(dir.path() / "Screen Log - 2009-01-01.log"));
-  EXPECT_TRUE(fs::exists(dir.path() / "Screen Log - 2010-03-02.log"));
+  // Appending to the day's file purges nothing; the next day's first write does.
+  Touch(folder / "Debug Log - 2009-01-01.log");
+  logs.WriteDebug({"appends"});
+  EXPECT_TRUE(fs::exists(folder / "Debug Log - 2009-01-01.log"));
+  clock.Advance(std::chrono::seconds(1));
+  logs.WriteDebug({"new day"});
+  EXPECT_FALSE(fs::exists(folder / "Debug Log - 2009-01-01.log"));
+  EXPECT_TRUE(fs::exists(folder / "Debug Log - 2010-01-11.log"));
 }
 
 }  // namespace

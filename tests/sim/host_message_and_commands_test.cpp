@@ -162,15 +162,5 @@ TEST(ModemCommandTest, DialTakesTheRestOfTheLineAsItsNumber) {
   EXPECT_EQ(DialedNumber("P9,,5551234"), "95551234");
 }
 
-TEST(ModemCommandTest, FormatsResultCodes) {
-  EXPECT_EQ(FormatResult(ResultCode::kOk, true), "\r\nOK\r\n");
-  EXPECT_EQ(FormatResult(ResultCode::kConnect, true, 2400), "\r\nCONNECT 2400\r\n");
-  EXPECT_EQ(FormatResult(ResultCode::kConnect, true), "\r\nCONNECT\r\n");
-  EXPECT_EQ(FormatResult(ResultCode::kNoCarrier, true), "\r\nNO CARRIER\r\n");
-  EXPECT_EQ(FormatResult(ResultCode::kNoDialtone, true), "\r\nNO DIALTONE\r\n");
-  EXPECT_EQ(FormatResult(ResultCode::kBusy, false), "7\r");
-  EXPECT_EQ(FormatResult(ResultCode::kConnect, false, 2400), "10\r");
-}
-
 }  // namespace
 }  // namespace clockcomm::sim

@@ -5,7 +5,6 @@
 
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "comm/pty_pair.h"
@@ -33,13 +32,12 @@ struct PtyLine {
 };
 
 struct HostCall {
-  std::string header;             // without block check and CRLF
+  std::string header;             // the first header, without block check
   std::vector<std::string> data;  // punch lines accepted, without block check
   int bad_checks = 0;             // packets answered NAK
   int headers = 0;
   bool end_of_transmission = false;
   bool end_of_upload = false;
-  bool timed_out = false;
 };
 
 class ScriptedHost {
@@ -65,48 +63,36 @@ class ScriptedHost {
     }
   }
 
-  // Reads packets, checking each block check (xor of all bytes before it) and answering it,
-  // until an end packet or silence.
+  // Reads packets, checking and answering each, until an end packet or silence.
   HostCall ReceiveUpload() {
     HostCall call;
+    const std::string end = std::string("00") + ProtocolChar::kFs;
     for (;;) {
       bool timed_out = false;
-      std::string packet = ReadLine(&timed_out);
-      if (timed_out) {
-        call.timed_out = true;
-        return call;
-      }
-      const std::string end = std::string("00") + ProtocolChar::kFs;
-      if (packet == end + ProtocolChar::kEot) {
-        call.end_of_transmission = true;
-        return call;
-      }
-      if (packet == end + ProtocolChar::kEnq) {
-        call.end_of_upload = true;
-        return call;
-      }
-      if (packet.empty() || !CheckOk(packet)) {
+      const std::string packet = ReadLine(&timed_out);
+      call.end_of_transmission = packet == end + ProtocolChar::kEot;
+      call.end_of_upload = packet == end + ProtocolChar::kEnq;
+      if (timed_out || call.end_of_transmission || call.end_of_upload) return call;
+      if (!CheckOk(packet)) {
         ++call.bad_checks;
         Nak();
         continue;
       }
-      std::string body = packet.substr(0, packet.size() - 1);
-      if (!body.empty() && body[0] == ProtocolChar::kStx) {
-        ++call.headers;
-        if (call.header.empty()) call.header = body;
-      } else {
+      const std::string body = packet.substr(0, packet.size() - 1);
+      if (body[0] != ProtocolChar::kStx) {
         call.data.push_back(body);
+      } else if (++call.headers == 1) {
+        call.header = body;
       }
       Ack();
     }
   }
 
+  // The block check is the xor of all bytes before it.
   static bool CheckOk(const std::string& packet) {
     return !packet.empty() && packet.back() == zon::BlockCheckOf(std::string_view(packet).substr(
                                                    0, packet.size() - 1));
   }
-
-  zon::PacketReader& Reader() { return reader_; }
 
  private:
   comm::IConnection& line_;

@@ -52,19 +52,35 @@ std::string Frame(char lead, const std::string& body) {
   return frame + DownloadBlockCheck(frame);
 }
 
-TEST(ZonTerminalTest, CallInUploadsHeaderAndPunchesAndForgetsThemOnEot) {
-  for (bool framed : {false, true}) {
-    SCOPED_TRACE(framed ? "framed ACK4/EOT4" : "single characters");
+// Packet 0 is the header, 1.. the data packets; a corrupted one is refused and resent once.
+TEST(ZonTerminalTest, CallInUploadsHeaderAndPunchesResendsWhatIsRefusedAndForgetsThemOnEot) {
+  struct Case {
+    const char* legend;
+    bool framed;
+    std::optional<int> corrupt;
+  } cases[] = {
+      {"single characters", false, std::nullopt},
+      {"framed ACK4/EOT4", true, std::nullopt},
+      {"header corrupted", false, 0},
+      {"first punch corrupted, framed", true, 1},
+      {"last punch corrupted", false, 3},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.legend);
     PtyLine pty;
-    ZonTerminal terminal(ShortWaits(), kPunches);
+    TerminalConfig config = ShortWaits();
+    config.faults.corrupt_packet = c.corrupt;
+    ZonTerminal terminal(config, kPunches);
     auto outcome = StartCall(terminal, pty);
-    ScriptedHost host(*pty.host_end, framed);
+    ScriptedHost host(*pty.host_end, c.framed);
     HostCall call = AnswerCallIn(host);
 
-    auto header = zon::ZonHeaderPacketStatic::Parse(call.header);
-    EXPECT_EQ(header, zon::ZonHeaderPacket("DEMODATA", 101, "TC28", "F"));
-    EXPECT_EQ(call.data, kPunches);
-    EXPECT_EQ(call.bad_checks, 0);
+    const int resent = c.corrupt ? 1 : 0;
+    EXPECT_EQ(zon::ZonHeaderPacketStatic::Parse(call.header),
+              zon::ZonHeaderPacket("DEMODATA", 101, "TC28", "F"));
+    EXPECT_EQ(call.headers, 1);
+    EXPECT_EQ(call.data, kPunches) << "a resent packet takes its place, nothing twice";
+    EXPECT_EQ(call.bad_checks, resent);
     EXPECT_TRUE(call.end_of_transmission);
     EXPECT_TRUE(terminal.PendingPunches() == kPunches) << "punches go only when EOT comes";
     host.Eot();
@@ -72,34 +88,11 @@ TEST(ZonTerminalTest, CallInUploadsHeaderAndPunchesAndForgetsThemOnEot) {
     EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
     EXPECT_TRUE(terminal.PendingPunches().empty());
     auto stats = terminal.Stats();
-    EXPECT_EQ(stats.packets_sent, 4);
+    EXPECT_EQ(stats.packets_sent, 4 + resent);
     EXPECT_EQ(stats.acks_received, 4);
     EXPECT_EQ(stats.eots_received, 1);
-    EXPECT_EQ(stats.resends, 0);
-  }
-}
-
-TEST(ZonTerminalTest, CorruptedPacketIsRefusedAndResentOnce) {
-  // Packet 0 is the header, 1.. the data packets.
-  for (int corrupt : {0, 1, 3}) {
-    SCOPED_TRACE(corrupt);
-    PtyLine pty;
-    TerminalConfig config = ShortWaits();
-    config.faults.corrupt_packet = corrupt;
-    ZonTerminal terminal(config, kPunches);
-    auto outcome = StartCall(terminal, pty);
-    ScriptedHost host(*pty.host_end, false);
-    HostCall call = AnswerCallIn(host);
-    host.Eot();
-
-    EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
-    EXPECT_EQ(call.bad_checks, 1);
-    EXPECT_EQ(call.headers, 1);
-    EXPECT_EQ(call.data, kPunches) << "the resent packet takes its place, nothing twice";
-    auto stats = terminal.Stats();
-    EXPECT_EQ(stats.naks_received, 1);
-    EXPECT_EQ(stats.resends, 1);
-    EXPECT_EQ(stats.packets_sent, 5);
+    EXPECT_EQ(stats.naks_received, resent);
+    EXPECT_EQ(stats.resends, resent);
   }
 }
 

@@ -17,9 +17,6 @@ TEST(VerifoneCrc16, CheckValuesTableFramingAndByteOrder) {
   // Bytes above 0x7F are unsigned: the CRC of 0xFF alone is the table's last entry.
   EXPECT_EQ(crc.CalculateCrc16("\xff"), 0x4040);
   EXPECT_EQ(crc.CalculateCrc16("A"), 0x30C0);
-  const std::vector<uint16_t> head = {0x0000, 0xC0C1, 0xC181, 0x0140, 0xC301,
-                                      0x03C0, 0x0280, 0xC241, 0xC601, 0x06C0};
-  for (size_t i = 0; i < head.size(); ++i) EXPECT_EQ(crc.Table()[i], head[i]) << i;
 
   const std::string packet = crc.Frame("2,12,,,,,I,091020,1224,,,,1");
   EXPECT_EQ(packet.front(), '\x02');

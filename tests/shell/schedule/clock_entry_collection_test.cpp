@@ -18,8 +18,9 @@ using testing::Hm;
 using testing::Row;
 
 TEST(ClockEntry, FromPollRow) {
-  ClockEntry entry =
-      ClockEntry::FromPollRow(Row(7, "Dock", Hm(6, 45), false, "555-0199"), ClockLine{comm::ConnectionType::kModem, terminal::TerminalType::kZonTranz, 3});
+  ClockEntry entry = ClockEntry::FromPollRow(
+      Row(7, "Dock", Hm(6, 45), false, "555-0199"),
+      ClockLine{comm::ConnectionType::kModem, terminal::TerminalType::kZonTranz, 3});
   EXPECT_EQ(entry.Address(), "555-0199");
   EXPECT_EQ(entry.GroupKey(), "555-0199");
   EXPECT_EQ(entry.CallTime().GetTime(), Hm(6, 45));
@@ -52,39 +53,6 @@ TEST(ClockEntryComparer, CallTimeThenLineThenPollListOrder) {
     EXPECT_EQ(ClockEntryComparer::Compare(c.a, c.b), c.expected) << c.legend;
     EXPECT_EQ(ClockEntryComparer::Compare(c.b, c.a), -c.expected) << c.legend;
   }
-}
-
-TEST(ClockEntryCollectionList, AddItemRemoveContainsLoadRefresh) {
-  core::ManualClock clock;
-  ClockEntryCollection collection(clock);
-  EXPECT_THROW(collection.Refresh(), core::InvalidOperationException);
-
-  testing::MemoryPollList list({Row(1, "A", Hm(9, 0)), Row(2, "B", std::nullopt)});
-  collection.Load(list, ClockLine{comm::ConnectionType::kModem, terminal::TerminalType::kZonTranz, 4});
-  ASSERT_EQ(collection.Count(), 2u);
-  const ClockEntry b = collection.Item(1);
-  EXPECT_EQ(b.Name(), "B");
-  EXPECT_EQ(b.ComPort(), 4);
-  EXPECT_TRUE(collection.Contains(b));
-  EXPECT_THROW(collection.Item(2), core::IndexOutOfRangeException);
-
-  ClockEntry extra;
-  extra.SetName("Extra");
-  EXPECT_FALSE(collection.Contains(extra));
-  EXPECT_THROW(collection.Remove(extra), core::ItemNotFoundException);
-  collection.Add(extra);
-  collection.Remove(b);
-  std::vector<std::string> names;
-  for (const ClockEntry& e : collection.Entries()) names.push_back(e.Name());
-  EXPECT_EQ(names, (std::vector<std::string>{"A", "Extra"}));
-
-  list.Add(Row(3, "C", Hm(10, 0)));
-  collection.Refresh();  // reloads the list: the hand-added entry goes, the new row comes
-  EXPECT_EQ(collection.Count(), 3u);
-  EXPECT_EQ(collection.Item(2).Name(), "C");
-  EXPECT_EQ(collection.Item(2).ComPort(), 4);
-  collection.RemoveAll();
-  EXPECT_EQ(collection.Count(), 0u);
 }
 
 // Records TimeHit calls with the clock's time, and lets the test wait for the timer's ticks.

@@ -45,7 +45,7 @@ TEST(ScheduledEvent, ElapsedAtAndAfterNextEventOnly) {
   EXPECT_FALSE(event.Elapsed(At(2009, 10, 19, 23, 0)));
 }
 
-TEST(EventSchedule, ItemByPositionKeyOrGridCell) {
+TEST(EventSchedule, ItemByPositionOrKey) {
   EventSchedule schedule;
   const auto now = At(2009, 10, 20, 10, 0);
   schedule.Add(ScheduledEvent("7", Hm(9, 0)), now);
@@ -53,20 +53,8 @@ TEST(EventSchedule, ItemByPositionKeyOrGridCell) {
   EXPECT_EQ(schedule.Count(), 2u);
   EXPECT_EQ(schedule.Item(1).Key(), "12");
   EXPECT_EQ(schedule.Item(std::string_view("7")).NextEvent(), At(2009, 10, 21, 9, 0));
-  EXPECT_EQ(&schedule.Item(db::Value(int64_t{1})), &schedule.Item(1));
-  EXPECT_EQ(&schedule.Item(db::Value("7")), &schedule.Item(0));
-
   EXPECT_THROW(schedule.Item(2), core::IndexOutOfRangeException);
-  EXPECT_THROW(schedule.Item(db::Value(-1)), core::IndexOutOfRangeException);
   EXPECT_THROW(schedule.Item(std::string_view("8")), core::ItemNotFoundException);
-  for (const db::Value& bad : {db::Value(), db::Value(1.5)}) {
-    try {
-      schedule.Item(bad);
-      ADD_FAILURE() << "no error for an index that is neither a number nor a key";
-    } catch (const core::ArgumentException& e) {
-      EXPECT_STREQ(e.what(), "Unsupported index type.");
-    }
-  }
   EXPECT_THROW(schedule.Add(ScheduledEvent("7", Hm(1, 0)), now), core::ArgumentException);
 }
 
@@ -91,40 +79,6 @@ TEST(EventSchedule, RemoveContainsClearAndIncrement) {
   EXPECT_THROW(schedule.IncrementEvent("a", now), core::ItemNotFoundException);
   schedule.Clear();
   EXPECT_EQ(schedule.Count(), 0u);
-}
-
-TEST(EventSchedule, LoadFromAnyGridOfRows) {
-  EventSchedule schedule;
-  const auto now = At(2009, 10, 20, 10, 0);
-  try {
-    schedule.LoadFrom(nullptr, now);
-    ADD_FAILURE() << "a missing grid was accepted";
-  } catch (const core::ArgumentException& e) {
-    EXPECT_STREQ(e.what(), "grid cannot be Nothing.");
-  }
-
-  // A list given by the console, with its own column names and blank times.
-  db::Recordset console(
-      {"Key", "Time"},
-      {{"north", "08:15"}, {"south", ""}, {"east", db::Value()}, {"west", "1899-12-30 18:45:00"}});
-  schedule.LoadFrom(&console, now, "key", "TIME");
-  ASSERT_EQ(schedule.Count(), 2u);
-  EXPECT_EQ(schedule.Item(0).Key(), "north");
-  EXPECT_EQ(schedule.Item(0).NextEvent(), At(2009, 10, 21, 8, 15));
-  EXPECT_EQ(schedule.Item(1).TimeOfDay(), Hm(18, 45));
-
-  // A bad time or a missing column refuses the whole grid and keeps what was loaded.
-  db::Recordset bad({"LocationID", "DialTime"}, {{int64_t{1}, "09:00"}, {int64_t{2}, "9 o'clock"}});
-  try {
-    schedule.LoadFrom(&bad, now);
-    ADD_FAILURE() << "an unreadable time was accepted";
-  } catch (const core::FormatException& e) {
-    EXPECT_NE(std::string(e.what()).find("Row 2"), std::string::npos) << e.what();
-    EXPECT_NE(std::string(e.what()).find("9 o'clock"), std::string::npos) << e.what();
-  }
-  EXPECT_THROW(schedule.LoadFrom(&console, now), core::ItemNotFoundException);
-  EXPECT_EQ(schedule.Count(), 2u);
-  EXPECT_TRUE(schedule.Contains("north"));
 }
 
 }  // namespace

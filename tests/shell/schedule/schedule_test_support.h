@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/clock.h"
@@ -37,28 +38,24 @@ inline PollRow Row(int64_t id, std::string name, std::optional<core::TimeOfDay> 
 
 class RecordingLog : public core::LogSink {
  public:
-  void Event(std::string_view type, std::string_view description) override {
-    Add("event: " + std::string(type) + " / " + std::string(description));
+  void Event(std::string_view type, std::string_view text) override {
+    Add("event: " + std::string(type) + " / " + std::string(text));
   }
-  void Debug(std::string_view name, std::string_view message) override {
-    Add("debug" + std::string(name.empty() ? "" : "[" + std::string(name) + "]") + ": " +
-        std::string(message));
+  void Debug(std::string_view name, std::string_view text) override {
+    Add("debug" + (name.empty() ? "" : "[" + std::string(name) + "]") + ": " + std::string(text));
   }
-  void Screen(std::string_view message) override { Add("screen: " + std::string(message)); }
+  void Screen(std::string_view text) override { Add("screen: " + std::string(text)); }
 
   std::vector<std::string> Lines() const {
     std::lock_guard lock(mutex_);
     return lines_;
   }
-  bool Has(const std::string& line) const {
-    auto lines = Lines();
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-  }
+  bool Has(const std::string& line) const { return std::ranges::count(Lines(), line) > 0; }
   // The lines that start with prefix, in order.
   std::vector<std::string> Matching(const std::string& prefix) const {
     std::vector<std::string> out;
     for (const auto& l : Lines()) {
-      if (l.rfind(prefix, 0) == 0) out.push_back(l);
+      if (l.starts_with(prefix)) out.push_back(l);
     }
     return out;
   }
@@ -72,26 +69,21 @@ class RecordingLog : public core::LogSink {
   std::vector<std::string> lines_;
 };
 
+// Reads fail once with "database is locked" after FailNextRead.
 class MemoryPollList : public PollRowSource {
  public:
   explicit MemoryPollList(std::vector<PollRow> rows = {}) : rows_(std::move(rows)) {}
   std::vector<PollRow> ReadPollRows() override {
     std::lock_guard lock(mutex_);
     ++reads_;
-    if (fail_next_) {
-      fail_next_ = false;
-      throw core::Error("database is locked");
-    }
+    if (std::exchange(fail_next_, false)) throw core::Error("database is locked");
     return rows_;
   }
   void Add(PollRow row) {
     std::lock_guard lock(mutex_);
     rows_.push_back(std::move(row));
   }
-  void FailNextRead() {
-    std::lock_guard lock(mutex_);
-    fail_next_ = true;
-  }
+  void FailNextRead() { fail_next_ = true; }  // before the loop starts
   int Reads() const {
     std::lock_guard lock(mutex_);
     return reads_;
@@ -109,12 +101,13 @@ struct PollRecord {
   core::DateTime call_time;  // the entry's call time
   core::DateTime polled_at;  // the clock when the poll began
   friend bool operator==(const PollRecord&, const PollRecord&) = default;
+  friend std::ostream& operator<<(std::ostream& os, const PollRecord& r) {
+    return os << r.name << " due " << r.call_time.ToString() << " polled "
+              << r.polled_at.ToString();
+  }
 };
 
-inline std::ostream& operator<<(std::ostream& os, const PollRecord& r) {
-  return os << r.name << " due " << r.call_time.ToString() << " polled " << r.polled_at.ToString();
-}
-
+// Throws "line is dead" for the entry named in throw_for, after recording it.
 class RecordingPoller : public OutboundPoller {
  public:
   explicit RecordingPoller(core::Clock& clock) : clock_(clock) {}
@@ -124,7 +117,7 @@ class RecordingPoller : public OutboundPoller {
       polls_.push_back({entry.Name(), entry.CallTime(), clock_.Now()});
     }
     cv_.notify_all();
-    if (entry.Name() == throw_for_) throw core::Error("line is dead");
+    if (entry.Name() == throw_for) throw core::Error("line is dead");
   }
   std::vector<PollRecord> Polls() const {
     std::lock_guard lock(mutex_);
@@ -135,14 +128,13 @@ class RecordingPoller : public OutboundPoller {
     std::unique_lock lock(mutex_);
     return cv_.wait_for(lock, std::chrono::seconds(5), [&] { return polls_.size() >= n; });
   }
-  void ThrowFor(std::string name) { throw_for_ = std::move(name); }
+  std::string throw_for;
 
  private:
   core::Clock& clock_;
   mutable std::mutex mutex_;
   mutable std::condition_variable cv_;
   std::vector<PollRecord> polls_;
-  std::string throw_for_;
 };
 
 }  // namespace clockcomm::shell::testing

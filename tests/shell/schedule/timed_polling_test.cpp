@@ -36,19 +36,6 @@ TEST(TimedPollingCallList, CallTimeIsBaseDatePlusDialTimeOrNextDayWhenEarlier) {
   }
 }
 
-TEST(TimedPollingCallList, OnlySelectedRowsWithACallTimeInCallTimeOrder) {
-  PollRow unreadable = Row(5, "Bad", std::nullopt);
-  unreadable.dial_time_text = "25:99";
-  auto entries = TimedPolling::CallList(
-      {Row(1, "Night", Hm(1, 0)), Row(2, "NoTime", std::nullopt), Row(3, "Off", Hm(9, 0), false),
-       Row(4, "Noon", Hm(12, 0)), unreadable, Row(6, "Evening", Hm(18, 0))},
-      At(2009, 10, 20, 10, 0));
-  std::vector<std::string> names;
-  for (const auto& e : entries) names.push_back(e.Name());
-  EXPECT_EQ(names, (std::vector<std::string>{"Noon", "Evening", "Night"}));
-  EXPECT_EQ(entries[2].CallTime(), At(2009, 10, 21, 1, 0));
-}
-
 // Runs the cycle on its own thread against a manual clock. Each step moves the clock once the
 // loop (and the auto-end watcher) wait, then waits until the expected number of polls is made.
 class TimedPollingRun : public ::testing::Test {
@@ -193,7 +180,7 @@ TEST_F(TimedPollingRun, CallTimeInTheRepeatedHourIsCalledOnce) {
 }
 
 TEST_F(TimedPollingRun, AFailedPollOrListReadIsLoggedAndTheCycleGoesOn) {
-  poller_.ThrowFor("Dead");
+  poller_.throw_for = "Dead";
   Start(At(2009, 10, 20, 8, 0), {Row(1, "Dead", Hm(9, 0)), Row(2, "Alive", Hm(9, 0))}, std::nullopt,
         /*fail_first_read=*/true);
   StepTo(At(2009, 10, 20, 8, 1), 0);  // the read is tried again a minute later
@@ -206,21 +193,14 @@ TEST_F(TimedPollingRun, AFailedPollOrListReadIsLoggedAndTheCycleGoesOn) {
                "database is locked"));
 }
 
-TEST(TimedPollingNoEntries, StopsWithTheMessageWhenNoRowHasACallTime) {
-  core::ManualClock clock(At(2009, 10, 20, 8, 0));
-  core::StopSignal stop;
-  testing::RecordingLog log;
-  testing::RecordingPoller poller(clock);
-  testing::MemoryPollList list({Row(1, "NoTime", std::nullopt), Row(2, "Off", Hm(9, 0), false)});
-  TimedPolling polling(list, poller, log, clock, stop);
-  EXPECT_EQ(polling.Run(), TimedPollingResult::kNoEntries);
-  EXPECT_TRUE(poller.Polls().empty());
-  EXPECT_TRUE(log.Has(
-      "event: Cannot Process Request / There are no clocks with call times. Clock entries must "
-      "have call times to be AutoPolled."));
-  EXPECT_TRUE(
-      log.Has("screen: There are no clocks with call times. Clock entries must have "
-              "call times to be AutoPolled."));
+TEST_F(TimedPollingRun, StopsWithTheMessageWhenNoRowHasACallTime) {
+  Start(At(2009, 10, 20, 8, 0), {Row(1, "NoTime", std::nullopt), Row(2, "Off", Hm(9, 0), false)});
+  EXPECT_EQ(Finish(), TimedPollingResult::kNoEntries);
+  EXPECT_TRUE(poller_.Polls().empty());
+  const std::string text =
+      "There are no clocks with call times. Clock entries must have call times to be AutoPolled.";
+  EXPECT_TRUE(log_.Has("event: Cannot Process Request / " + text));
+  EXPECT_TRUE(log_.Has("screen: " + text));
 }
 
 }  // namespace
