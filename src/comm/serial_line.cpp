@@ -291,15 +291,6 @@ int SerialLine::OutputCount() const {
   return count;
 }
 
-int SerialLine::InputCount() const {
-  RequireOpen("InputCount");
-  int count = 0;
-  if (::ioctl(fd_, FIONREAD, &count) < 0) {
-    throw core::SystemError::FromErrno(errno, "FIONREAD " + device_path_);
-  }
-  return count;
-}
-
 bool SerialLine::SetDtr(bool on) {
   RequireOpen("SetDtr");
   int bits = TIOCM_DTR;

@@ -69,9 +69,8 @@ class SerialLine {
   void Drain();
   WaitResult WaitForInput(SteadyTime deadline, const WakeSet& wake);
 
-  // Bytes waiting in the output and input queues of the driver.
+  // Bytes waiting in the output queue of the driver.
   int OutputCount() const;
-  int InputCount() const;
 
   // Raises or drops DTR. Returns false when the device has no modem lines (a pty).
   bool SetDtr(bool on);

@@ -32,31 +32,6 @@ class ZonCallTest : public CallFixture {
   }
 };
 
-// The conversation itself is a golden transcript (direct_host_call); here the terminal's side.
-TEST_F(ZonCallTest, HostCallOnADirectLineStoresEveryPunchOnceBeforeTheTerminalForgetsThem) {
-  sim::ZonTerminal terminal(sim::TerminalConfig{}, Punches(6));
-  bool ok = false;
-  EXPECT_EQ(HostOnce(terminal, &ok), CallOutcome::kCompleted) << screen_.All();
-  EXPECT_TRUE(ok);
-  EXPECT_TRUE(terminal.PendingPunches().empty());
-  EXPECT_EQ(terminal.Stats().eots_received, 1);
-  EXPECT_EQ(Rows(), 6);
-  EXPECT_EQ(DataFiles(".TCD").size(), 1u);
-  EXPECT_EQ(DataFiles(".ARC").size(), 1u);
-}
-
-TEST_F(ZonCallTest, ACorruptedPacketIsRefusedWithNakAndTakenWhenResent) {
-  sim::TerminalConfig config;
-  config.faults.corrupt_packet = 2;
-  sim::ZonTerminal terminal(config, Punches(4));
-  EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
-  EXPECT_EQ(terminal.Stats().naks_received, 1);
-  EXPECT_EQ(terminal.Stats().resends, 1);
-  EXPECT_EQ(Rows(), 4);
-  EXPECT_EQ(Events("Packet resent: "), 1);
-  EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{1, 0, 0, 0}));
-}
-
 TEST_F(ZonCallTest, AGoodPacketThatIsNoPunchIsAcknowledgedAndKeptBesideTheCallFile) {
   auto punches = Punches(3);
   punches.insert(punches.begin() + 1, "not,a,punch");

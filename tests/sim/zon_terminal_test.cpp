@@ -158,31 +158,6 @@ TEST(ZonTerminalTest, PacketRefusedEveryTimeEndsTheCallAfterItsResends) {
   EXPECT_EQ(terminal.PendingPunches(), kPunches);
 }
 
-TEST(ZonTerminalTest, PunchesStayWithoutEotAndGoWholeWithTheNextCall) {
-  PtyLine pty;
-  TerminalConfig config = ShortWaits();
-  config.timeouts.eot_wait = 100ms;
-  ZonTerminal terminal(config, kPunches);
-  ScriptedHost host(*pty.host_end, false);
-
-  auto first = StartCall(terminal, pty);
-  HostCall broken = AnswerCallIn(host);
-  EXPECT_TRUE(broken.end_of_transmission);
-  EXPECT_EQ(first.get(), CallOutcome::kNoEot);  // the host never sent EOT
-  EXPECT_EQ(terminal.PendingPunches(), kPunches);
-
-  const std::string late = "5,9,,,,,I,091021,0700,,,,1";
-  terminal.AddPunches({late});
-  auto second = StartCall(terminal, pty);
-  HostCall whole = AnswerCallIn(host);
-  host.Eot();
-  EXPECT_EQ(second.get(), CallOutcome::kCompleted);
-  std::vector<std::string> expected = kPunches;
-  expected.push_back(late);
-  EXPECT_EQ(whole.data, expected);
-  EXPECT_TRUE(terminal.PendingPunches().empty());
-}
-
 TEST(ZonTerminalTest, DroppedLineIsSeenByTheHostAndKeepsThePunches) {
   PtyLine pty;
   TerminalConfig config = ShortWaits();

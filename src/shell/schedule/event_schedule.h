@@ -1,5 +1,4 @@
-// A list of daily events known by position or by key, loaded from any table of rows (the poll
-// list, or a list the console sends).
+// A list of daily events known by position or by key.
 #pragma once
 
 #include <cstddef>
@@ -9,14 +8,9 @@
 #include <vector>
 
 #include "core/date_time.h"
-#include "db/recordset.h"
-#include "db/value.h"
 #include "shell/schedule/scheduled_event.h"
 
 namespace clockcomm::shell {
-
-inline constexpr const char* kGridNothingMessage = "grid cannot be Nothing.";
-inline constexpr const char* kUnsupportedIndexMessage = "Unsupported index type.";
 
 class EventSchedule {
  public:
@@ -27,9 +21,6 @@ class EventSchedule {
   const ScheduledEvent& Item(size_t index) const;
   // By key; throws ItemNotFoundException naming the key.
   ScheduledEvent& Item(std::string_view key);
-  // A grid cell as index: an integer is a position, text a key. Anything else (null, a real)
-  // throws ArgumentException "Unsupported index type.".
-  ScheduledEvent& Item(const db::Value& index);
 
   // Adds the event with its next time set after `now`. Throws ArgumentException when an event
   // with the same key is already here.
@@ -45,14 +36,6 @@ class EventSchedule {
 
   // The first event (in list order) that has elapsed at `now`.
   ScheduledEvent* FirstElapsed(const core::DateTime& now);
-
-  // Replaces the events with one per row of the grid whose time cell is not empty, keyed by the
-  // key cell's text. Throws ArgumentException "grid cannot be Nothing." for a null grid,
-  // ItemNotFoundException for a missing column, and FormatException naming the row and text for
-  // a time cell that is not a time of day; the schedule is left as it was on any error.
-  void LoadFrom(const db::Recordset* grid, const core::DateTime& now,
-                std::string_view key_column = "LocationID",
-                std::string_view time_column = "DialTime");
 
  private:
   const ScheduledEvent* Find(std::string_view key) const;
