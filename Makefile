@@ -1,12 +1,14 @@
 # Entry points: `make demo` runs the main job on the embedded default; `make test` installs what is
-# missing, builds, and runs every test (plain build, sanitizer build, short fuzz runs).
+# missing, builds, and runs every test (plain build, sanitizer build, short fuzz runs); `make soak`
+# kills the program 1,000 times in real calls and checks that every punch went in once.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 JOBS       ?= $(shell nproc)
 FUZZ_SECONDS ?= 15
+SOAK_KILL_POINTS ?= 1000
 
-.PHONY: all bootstrap build test unit-test asan-test fuzz-test bench demo format clean
+.PHONY: all bootstrap build test unit-test asan-test fuzz-test soak bench demo format clean
 
 all: build
 
@@ -33,6 +35,10 @@ fuzz-test: bootstrap
 	scripts/run-fuzzers $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
 test: unit-test asan-test fuzz-test
+
+soak: bootstrap $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target test_integration
+	CLOCKCOMM_KILL_POINTS=$(SOAK_KILL_POINTS) $(BUILD)/test_integration --gtest_filter='KillRestartTest.*'
 
 bench: build
 	scripts/run-benchmarks $(BUILD)

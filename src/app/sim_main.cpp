@@ -101,7 +101,8 @@ void PrintStats(const sim::ZonTerminal& terminal) {
 }
 
 int RunZon(TerminalOptions& options, const std::string& device, bool use_pty, bool call_in,
-           double interval, bool once, const std::string& settings, core::StopSignal& stop) {
+           double interval, bool once, bool until_delivered, const std::string& settings,
+           core::StopSignal& stop) {
   sim::ZonTerminal terminal(Finish(options), LoadPunches(options), &stop);
   std::optional<comm::PtyPair> pair;
   comm::SerialLine serial;
@@ -143,6 +144,7 @@ int RunZon(TerminalOptions& options, const std::string& device, bool use_pty, bo
         outcome == sim::CallOutcome::kDroppedLine) {
       break;
     }
+    if (until_delivered && terminal.PendingPunches().empty()) break;
   }
   PrintStats(terminal);
   return once && outcome != sim::CallOutcome::kCompleted ? 1 : 0;
@@ -191,8 +193,9 @@ int main(int argc, char** argv) {
 
   app::TerminalOptions zon_options;
   std::string device, settings = "9600,N,8,1";
-  bool use_pty = false, call_in = false, once = false;
+  bool use_pty = false, call_in = false, once = false, until_delivered = false;
   double interval = 0;
+  std::optional<int> reply_wait_ms;
   auto* zon = app.add_subcommand("zon", "A Zon/Tranz terminal on a serial device or a new pty");
   auto* device_opt = zon->add_option("--device", device, "Serial device to open");
   auto* pty_opt = zon->add_flag("--pty", use_pty, "Create a pty pair and print its slave path");
@@ -201,6 +204,8 @@ int main(int argc, char** argv) {
   zon->add_flag("--call-in", call_in, "Call the program (host mode) instead of answering polls");
   zon->add_option("--interval", interval, "Seconds before each call-in")->capture_default_str();
   zon->add_flag("--once", once, "Leave after one call; exit status 0 only if it completed");
+  zon->add_flag("--until-delivered", until_delivered, "Leave after a call that left no punches");
+  zon->add_option("--reply-wait-ms", reply_wait_ms, "Wait only MS for each ACK and for the EOT");
   app::AddTerminalOptions(*zon, zon_options);
 
   app::TerminalOptions modem_terminal;
@@ -234,7 +239,12 @@ int main(int argc, char** argv) {
         std::cerr << "clockcomm-sim zon: give --device PATH or --pty" << std::endl;
         return 2;
       }
-      return app::RunZon(zon_options, device, use_pty, call_in, interval, once, settings, stop);
+      if (reply_wait_ms) {
+        zon_options.config.timeouts.ack_wait = std::chrono::milliseconds(*reply_wait_ms);
+        zon_options.config.timeouts.eot_wait = std::chrono::milliseconds(*reply_wait_ms);
+      }
+      return app::RunZon(zon_options, device, use_pty, call_in, interval, once, until_delivered,
+                         settings, stop);
     }
     modem_options.speed = speed == "none" ? std::nullopt : std::optional<int>(std::stoi(speed));
     modem_options.fail_code =

@@ -169,19 +169,31 @@ void SerialLine::Lock(const std::optional<fs::path>& lock_file) {
   }
 }
 
+// The lock file appears whole or not at all: the PID goes into a file of this process first,
+// which is then linked to the lock's name (link fails when the name exists). A process killed
+// half way leaves at most that file of its own, never a lock file without a PID, which would
+// refuse the port to every later start until someone removed it.
 void SerialLine::TakeLockFile(const fs::path& file) {
-  const std::string text = LockFileText(::getpid());
-  // Two rounds: a stale file is removed in the first and ours made in the second.
+  const fs::path own = file.parent_path() / ("LTMP." + std::to_string(::getpid()));
+  {
+    const std::string text = LockFileText(::getpid());
+    int fd = ::open(own.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+    if (fd < 0) throw core::SystemError::FromErrno(errno, "lock file " + own.string());
+    const ssize_t written = ::write(fd, text.data(), text.size());
+    const int error = errno;
+    ::close(fd);
+    if (written != static_cast<ssize_t>(text.size())) {
+      ::unlink(own.c_str());
+      throw core::SystemError::FromErrno(written < 0 ? error : EIO, "lock file " + own.string());
+    }
+  }
+  struct RemoveOwn {
+    const fs::path& path;
+    ~RemoveOwn() { ::unlink(path.c_str()); }
+  } remove_own{own};
+  // Two rounds: a stale file is removed in the first and ours linked in the second.
   for (int round = 0; round < 2; ++round) {
-    int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
-    if (fd >= 0) {
-      const ssize_t written = ::write(fd, text.data(), text.size());
-      const int error = errno;
-      ::close(fd);
-      if (written != static_cast<ssize_t>(text.size())) {
-        ::unlink(file.c_str());
-        throw core::SystemError::FromErrno(written < 0 ? error : EIO, "lock file " + file.string());
-      }
+    if (::link(own.c_str(), file.c_str()) == 0) {
       lock_file_ = file;
       return;
     }

@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -291,6 +293,37 @@ TEST(SerialLineLocking, LockFilesOfDeadProcessesAreTakenOverOthersRefuse) {
     // The port itself was released: a line without lock files opens it.
     SerialLine unlocked(dir.path() / "none");
     EXPECT_NO_THROW(unlocked.Open(pty.SlavePath()));
+  }
+}
+
+// A process that dies between making its lock file and writing its PID must not leave a lock
+// file without a PID, which would refuse the port to every later start. The file size limit
+// makes the first byte written to a file end the child with SIGXFSZ, right in that gap.
+TEST(SerialLineLocking, AProcessKilledWhileTakingTheLockLeavesNoLockFileBehind) {
+  test::TempDir dir;
+  PtyPair pty = PtyPair::Open();
+  const std::filesystem::path lock_file =
+      dir.path() / ("LCK.." + std::filesystem::path(pty.SlavePath()).filename().string());
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const rlimit no_file_growth{0, 0};
+    ::setrlimit(RLIMIT_FSIZE, &no_file_growth);
+    ::signal(SIGXFSZ, SIG_DFL);
+    SerialLine line(dir.path());
+    line.Open(pty.SlavePath());
+    ::_exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGXFSZ) << "status " << status;
+  EXPECT_FALSE(std::filesystem::exists(lock_file));
+  SerialLine line(dir.path());
+  ASSERT_NO_THROW(line.Open(pty.SlavePath()));
+  EXPECT_EQ(core::ReadWholeFile(lock_file), PidText(::getpid()));
+  line.Close();
+  // What is left is the dead process's own file, never a lock.
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    EXPECT_EQ(entry.path().filename().string(), "LTMP." + std::to_string(child));
   }
 }
 
