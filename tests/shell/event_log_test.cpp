@@ -106,7 +106,8 @@ TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
   }
   EXPECT_EQ(seen.size(), size_t{kThreads * kEach});
   EXPECT_EQ(rows.back().clock_name, "");
-  EXPECT_EQ(rig.DebugLog("Line 0 Debug Log").size(), kEach * std::string("08:00:00 - tick\r\n").size());
+  EXPECT_EQ(rig.DebugLog("Line 0 Debug Log").size(),
+            kEach * std::string("08:00:00 - tick\r\n").size());
 }
 
 size_t Count(const std::string& text, const std::string& what) {
@@ -145,17 +146,13 @@ TEST(LogsTest, ALockedEventLogNeverHoldsUpTheCallLongAndTakesEventsOnceFree) {
   // Three tries of 20 ms, 10 ms and 20 ms apart: retried, and well within the budget.
   EXPECT_GE(took, 3 * 20ms + 10ms + 20ms);
   EXPECT_LT(took, 2s);
+  // The lost events in the debug log are the fault call's; stderr has the outage once, with the
+  // clock of the event.
   const std::string report = "Event log unavailable: " + paths.EventLogDatabase().string() + ": ";
   EXPECT_EQ(Count(err, report), 1u) << err;
   EXPECT_NE(err.find("database is locked"), std::string::npos) << err;
-  EXPECT_NE(err.find("Event not written: Start of call - Terminal Upload Type = C (clock Dock 7)"),
-            std::string::npos)
-      << err;
-  const std::string debug = rig.DebugLog();
-  EXPECT_EQ(Count(debug, report), 2u) << debug;
-  EXPECT_NE(debug.find("Event not written: Start of call - Terminal Upload Type = C"),
-            std::string::npos);
-  EXPECT_NE(debug.find("Event not written: End of call - "), std::string::npos);
+  EXPECT_NE(err.find("(clock Dock 7)"), std::string::npos) << err;
+  EXPECT_EQ(Count(rig.DebugLog(), report), 2u);
 
   other->Execute("ROLLBACK");
   testing::internal::CaptureStderr();
@@ -168,59 +165,43 @@ TEST(LogsTest, ALockedEventLogNeverHoldsUpTheCallLongAndTakesEventsOnceFree) {
   EXPECT_EQ(rows[0].clock_name, "Dock");
 }
 
+// A folder in its place is the fault call's; here a file that is no database.
 TEST(LogsTest, AnEventLogThatCannotBeOpenedIsReportedAndOpenedLaterWhenMended) {
-  struct Row {
-    const char* legend;
-    void (*spoil)(const fs::path& file);
-  };
-  const Row rows[] = {
-      {"not a database",
-       [](const fs::path& file) {
-         std::ofstream(file) << "this is not a database, it is a text file";
-       }},
-      {"a directory", [](const fs::path& file) { fs::create_directories(file / "x"); }},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.legend);
-    LogsRig rig;
-    const MyPaths& paths = rig.paths;
-    core::ManualClock& clock = rig.clock;
-    row.spoil(paths.EventLogDatabase());
-    std::ostringstream screen;
-    testing::internal::CaptureStderr();
-    Logs logs(paths, clock, &screen, QuickRetry());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), " Could Not Access TCLOG.MDB Log File.\n");
-    EXPECT_EQ(logs.GetEventLog(), nullptr);
+  LogsRig rig;
+  const MyPaths& paths = rig.paths;
+  core::ManualClock& clock = rig.clock;
+  std::ofstream(paths.EventLogDatabase()) << "this is not a database, it is a text file";
+  std::ostringstream screen;
+  testing::internal::CaptureStderr();
+  Logs logs(paths, clock, &screen, QuickRetry());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), " Could Not Access TCLOG.MDB Log File.\n");
+  EXPECT_EQ(logs.GetEventLog(), nullptr);
 
-    testing::internal::CaptureStderr();
-    logs.Event("Open Comm", "Port = 1");  // reported once at the start; the event goes on below
-    logs.Screen("still here");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(screen.str(), "still here\n");
-    EXPECT_EQ(rig.DebugLog("Screen Log"),
-              "08:00:00 -  Could Not Access TCLOG.MDB Log File.\r\n08:00:00 - still here\r\n");
-    const std::string debug = rig.DebugLog();
-    EXPECT_NE(debug.find("08:00:00 - Event log unavailable: " + paths.EventLogDatabase().string() +
-                         ": System error "),
-              std::string::npos)
-        << debug;
-    EXPECT_NE(debug.find("\r\nEvent not written: Open Comm - Port = 1\r\n"), std::string::npos);
+  testing::internal::CaptureStderr();
+  logs.Event("Open Comm", "Port = 1");  // reported once at the start; the event goes on below
+  logs.Screen("still here");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(screen.str(), "still here\n");
+  EXPECT_EQ(rig.DebugLog("Screen Log"),
+            "08:00:00 -  Could Not Access TCLOG.MDB Log File.\r\n08:00:00 - still here\r\n");
+  EXPECT_NE(rig.DebugLog().find("08:00:00 - Event log unavailable: " +
+                                paths.EventLogDatabase().string() + ": System error "),
+            std::string::npos);
 
-    // Mended: the event log is opened again once the reopen interval has passed, not before.
-    fs::remove_all(paths.EventLogDatabase());
-    clock.Advance(59s);
-    logs.Event("Too soon", "");
-    EXPECT_EQ(logs.GetEventLog(), nullptr);
-    clock.Advance(1s);
-    testing::internal::CaptureStderr();
-    logs.Event("Close Comm", "Port = 1");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Event log available again: " + paths.EventLogDatabase().string() + "\n");
-    ASSERT_NE(logs.GetEventLog(), nullptr);
-    const auto stored = logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
-    ASSERT_EQ(stored.size(), 1u);
-    EXPECT_EQ(stored[0].event_type, "Close Comm");
-  }
+  // Mended: the event log is opened again once the reopen interval has passed, not before.
+  fs::remove_all(paths.EventLogDatabase());
+  clock.Advance(59s);
+  logs.Event("Too soon", "");
+  EXPECT_EQ(logs.GetEventLog(), nullptr);
+  clock.Advance(1s);
+  testing::internal::CaptureStderr();
+  logs.Event("Close Comm", "Port = 1");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Event log available again: " + paths.EventLogDatabase().string() + "\n");
+  ASSERT_NE(logs.GetEventLog(), nullptr);
+  const auto stored = logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
+  ASSERT_EQ(stored.size(), 1u);
+  EXPECT_EQ(stored[0].event_type, "Close Comm");
 }
 
 TEST(LogsTest, ATextLogThatCannotBeWrittenIsReportedOncePerLogAndKindAndNothingThrows) {

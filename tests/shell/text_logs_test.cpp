@@ -25,23 +25,16 @@ TEST(TextLogsTest, SafeNameReplacesEveryReservedCharacter) {
             "COM1_Dock_East Debug Log - 2009-10-20.log");
 }
 
-TEST(TextLogsTest, EachLogHasItsFileNameAndLineFormat) {
+// The screen and named logs' files and lines are the logs' tests' (event_log_test).
+TEST(TextLogsTest, AnEntryOfSeveralPartsStartsWithItsTimeAndTakesALineEach) {
   test::TempDir dir;
   core::ManualClock clock(At(2009, 10, 20, 8, 5, 9));
   TextLogs logs(dir.path() / "Debug Logs", clock);  // folder created on first write
   logs.WriteDebug({"first part", "second part"});
-  logs.WriteNamedDebug("Clock 7", {"hello"});
-  logs.WriteScreen({"2009-10-20 08:05:09 Opening Com Port"});
   clock.Advance(std::chrono::seconds(3600));
   logs.WriteDebug({"later"});
-
-  const fs::path folder = dir.path() / "Debug Logs";
-  EXPECT_EQ(core::ReadWholeFile(folder / "Debug Log - 2009-10-20.log"),
+  EXPECT_EQ(core::ReadWholeFile(dir.path() / "Debug Logs" / "Debug Log - 2009-10-20.log"),
             "08:05:09 - first part\r\nsecond part\r\n09:05:09 - later\r\n");
-  EXPECT_EQ(core::ReadWholeFile(folder / "Clock 7 Debug Log - 2009-10-20.log"),
-            "08:05:09 - hello\r\n");
-  EXPECT_EQ(core::ReadWholeFile(folder / "Screen Log - 2009-10-20.log"),
-            "08:05:09 - 2009-10-20 08:05:09 Opening Com Port\r\n");
 }
 
 TEST(TextLogsTest, ANewDaysFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
