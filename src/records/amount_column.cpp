@@ -15,9 +15,4 @@ const char* AmountColumnForPunchType(std::string_view punch_type) {
   return pos == std::string_view::npos ? kAmountColumns[0] : kAmountColumns[pos];
 }
 
-const char* AmountColumnBySearch(std::string_view punch_type) {
-  const size_t pos = kAmountTypes.find(punch_type);
-  return pos == std::string_view::npos ? kAmountColumns[0] : kAmountColumns[pos];
-}
-
 }  // namespace clockcomm::records

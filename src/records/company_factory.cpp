@@ -44,12 +44,4 @@ std::optional<Company> CompanyFactory::GetCompanyByClockName(std::string_view cl
   return std::nullopt;
 }
 
-std::vector<std::string> CompanyFactory::GetClockList() const {
-  std::vector<std::string> clocks;
-  for (const auto& c : companies_) {
-    if (!c.ClockName().empty()) clocks.push_back(c.ClockName());
-  }
-  return clocks;
-}
-
 }  // namespace clockcomm::records

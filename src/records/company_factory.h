@@ -43,9 +43,6 @@ class CompanyFactory {
   // The first company, in load order, whose clock name matches ignoring case.
   std::optional<Company> GetCompanyByClockName(std::string_view clock_name) const;
   std::vector<Company> GetCompanyList() const { return companies_; }
-  // The clock names of the registry in load order, empty names left out.
-  std::vector<std::string> GetClockList() const;
-  void Dispose() { companies_.clear(); }
 
  private:
   core::LogSink& log_;

@@ -11,10 +11,6 @@ namespace clockcomm::records {
 
 class DatabaseWriter {
  public:
-  // The statements as text, for export and the logs.
-  static std::string CompanyStampText(const core::Date& today);
-  static std::string RegistryStampText(std::string_view clock_name, const core::Date& today);
-
   // Executed with bound values. The clock name matches ignoring case, as lookups do.
   static void StampCompanyDatabase(db::Database& company_db, const core::Date& today);
   // Returns the number of registry rows stamped.

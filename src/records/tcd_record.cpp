@@ -89,17 +89,6 @@ bool SameOptional(const std::optional<T>& a, const std::optional<T>& b) {
 
 }  // namespace
 
-bool TcdRecord::Equals(const TcdRecord& o) const {
-  // Compared in the order that rejects most unequal punches soonest.
-  return badge_id_ == o.badge_id_ && punch_type_ == o.punch_type_ &&
-         SameOptional(time_in_, o.time_in_) && SameOptional(time_out_, o.time_out_) &&
-         SameOptional(date_in_, o.date_in_) && SameOptional(date_out_, o.date_out_) &&
-         SameOptional(department_, o.department_) && job_number_ == o.job_number_ &&
-         clock_number_ == o.clock_number_ && sequence_number_ == o.sequence_number_ &&
-         level4_ == o.level4_ && level5_ == o.level5_ && SameOptional(amount_, o.amount_) &&
-         punch_class_ == o.punch_class_;
-}
-
 std::string TcdRecord::ToTcdString(int quoting) const {
   const auto time_format =
       include_seconds_ ? core::kFormatHourMinuteSecond : core::kFormatHourMinute;

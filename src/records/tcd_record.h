@@ -78,9 +78,6 @@ class TcdRecord {
 
   bool IncludeSeconds() const { return include_seconds_; }
   void SetIncludeSeconds(bool v) { include_seconds_ = v; }
-
-  // All fourteen fields equal; IncludeSeconds is not compared.
-  bool Equals(const TcdRecord& other) const;
   // The TCD line without line end; quoting == 1 puts every field in double quotes.
   std::string ToTcdString(int quoting) const;
   std::string ToString() const { return ToTcdString(0); }

@@ -36,15 +36,6 @@ ScheduledEvent& EventSchedule::Add(ScheduledEvent event, const core::DateTime& n
   return events_.back();
 }
 
-void EventSchedule::Remove(std::string_view key) {
-  auto it = std::find_if(events_.begin(), events_.end(),
-                         [&](const ScheduledEvent& e) { return e.Key() == key; });
-  if (it == events_.end()) {
-    throw core::ItemNotFoundException("EventSchedule has no event " + std::string(key) + ".");
-  }
-  events_.erase(it);
-}
-
 void EventSchedule::IncrementEvent(std::string_view key, const core::DateTime& now) {
   ScheduledEvent& event = Item(key);
   core::DateTime after = now;

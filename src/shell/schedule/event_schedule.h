@@ -25,9 +25,6 @@ class EventSchedule {
   // Adds the event with its next time set after `now`. Throws ArgumentException when an event
   // with the same key is already here.
   ScheduledEvent& Add(ScheduledEvent event, const core::DateTime& now);
-  // Throws ItemNotFoundException naming the key.
-  void Remove(std::string_view key);
-  void Clear() { events_.clear(); }
   bool Contains(std::string_view key) const { return Find(key) != nullptr; }
 
   // Moves an event that has fallen due (or is about to) on to its next day: the next time after
