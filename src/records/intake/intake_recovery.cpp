@@ -1,6 +1,7 @@
 #include "records/intake/intake_recovery.h"
 
 #include <algorithm>
+#include <chrono>
 
 #include "core/errors.h"
 #include "core/file_lock.h"
@@ -24,6 +25,28 @@ std::vector<std::pair<std::filesystem::path, CallState>> MarkedFiles(
                         [](const auto& a, const auto& b) { return a.first == b.first; }),
             out.end());
   return out;
+}
+
+// Long enough that no live process is still between creating its call file and locking it.
+constexpr auto kLeftoverAge = std::chrono::minutes(10);
+
+bool OlderThan(const std::filesystem::path& file, std::filesystem::file_time_type::duration age) {
+  std::error_code ec;
+  const auto written = std::filesystem::last_write_time(file, ec);
+  return !ec && std::filesystem::file_time_type::clock::now() - written > age;
+}
+
+// A process killed while opening a call leaves an empty call file without a state marker, or a
+// marker's temporary; nothing was received into either.
+bool IsOpeningLeftover(const std::filesystem::path& file) {
+  const std::string name = file.filename().string();
+  if (name.ends_with(".receiving.tmp") || name.ends_with(".pending.tmp")) return true;
+  const std::string extension = file.extension().string();
+  std::error_code ec;
+  return (extension == ".TCD" || extension == ".WHO") && file.stem().string().size() == 8 &&
+         std::filesystem::file_size(file, ec) == 0 && !ec &&
+         !std::filesystem::exists(StateMarker(file, CallState::kReceiving), ec) &&
+         !std::filesystem::exists(StateMarker(file, CallState::kPending), ec);
 }
 
 std::string Describe(const CallStateRecord& record) {
@@ -77,7 +100,27 @@ SweepResult IntakeRecovery::Sweep() {
       log_.Event("Error", "Recovery of " + file.string() + ": " + e.what());
     }
   }
+  RemoveOpeningLeftovers();
   return result;
+}
+
+void IntakeRecovery::RemoveOpeningLeftovers() {
+  std::error_code ec;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(delivery_.Paths().data_directory, ec)) {
+    const std::filesystem::path& file = entry.path();
+    if (!IsOpeningLeftover(file) || !OlderThan(file, kLeftoverAge)) continue;
+    const std::string name = file.string();
+    const std::filesystem::path call_file =
+        name.ends_with(".tmp") ? MarkedFile(name.substr(0, name.size() - 4))->first : file;
+    if (std::filesystem::exists(call_file, ec) && !core::FileLock::TryLock(call_file)) continue;
+    if (std::filesystem::remove(file, ec)) {
+      log_.Event("Empty call file removed",
+                 file.string() +
+                     ": left by a call whose process died while opening it; nothing "
+                     "had been received.");
+    }
+  }
 }
 
 std::vector<WaitingFile> IntakeRecovery::Waiting() const {

@@ -41,6 +41,9 @@ class IntakeRecovery {
   std::vector<WaitingFile> Waiting() const;
 
  private:
+  // Empty call files and marker temporaries of calls killed while opening, once old enough.
+  void RemoveOpeningLeftovers();
+
   CallDelivery delivery_;
   core::LogSink& log_;
 };

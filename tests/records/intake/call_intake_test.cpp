@@ -148,8 +148,21 @@ TEST_F(IntakeTest, ADeadProcessesCallsAreDeliveredOrSetAsideByWhetherTheyWereSea
   EXPECT_EQ(live.Finish(true), FinishResult::kDelivered);
   EXPECT_EQ(RowCount(), 4);
 
+  // A process killed while opening a call left an empty file and a marker's temporary; once old
+  // enough they go, while a call opened just now is left alone.
+  const auto data = dir.path() / "data";
+  const auto old = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  for (const char* name : {"10200098.TCD", "10200098.TCD.receiving.tmp", "10200099.TCD"}) {
+    std::ofstream(data / name).flush();
+    if (std::string(name) != "10200099.TCD") std::filesystem::last_write_time(data / name, old);
+  }
+
   // Nothing left to do; what waits now is the set-aside file, said as such.
   const SweepResult again = Sweep();
+  EXPECT_FALSE(std::filesystem::exists(data / "10200098.TCD"));
+  EXPECT_FALSE(std::filesystem::exists(data / "10200098.TCD.receiving.tmp"));
+  EXPECT_TRUE(std::filesystem::exists(data / "10200099.TCD"));
+  EXPECT_TRUE(log.HasEvent("Empty call file removed"));
   EXPECT_EQ(again.delivered + again.set_aside + again.still_pending, 0);
   const auto waiting = Waiting();
   ASSERT_EQ(waiting.size(), 1u);
