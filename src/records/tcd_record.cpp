@@ -81,12 +81,6 @@ std::string AmountText(float amount) {
   return fmt::format("{}", amount);
 }
 
-template <typename T>
-bool SameOptional(const std::optional<T>& a, const std::optional<T>& b) {
-  if (!a || !b) return !a && !b;
-  return *a == *b;
-}
-
 }  // namespace
 
 std::string TcdRecord::ToTcdString(int quoting) const {
@@ -98,26 +92,25 @@ std::string TcdRecord::ToTcdString(int quoting) const {
   auto time_text = [&](const std::optional<core::TimeOfDay>& t) {
     return t ? t->Format(time_format) : std::string();
   };
-  const std::string fields[kTcdFieldCount] = {
-      clock_number_,
-      std::to_string(sequence_number_),
-      std::to_string(badge_id_),
-      department_ ? std::to_string(*department_) : std::string(),
-      job_number_,
-      level4_,
-      level5_,
-      punch_type_,
-      date_text(date_in_),
-      time_text(time_in_),
-      date_text(date_out_),
-      time_text(time_out_),
-      amount_ ? AmountText(*amount_) : std::string(),
-      punch_class_};
+  std::string fields[kTcdFieldCount] = {clock_number_,
+                                        std::to_string(sequence_number_),
+                                        std::to_string(badge_id_),
+                                        department_ ? std::to_string(*department_) : std::string(),
+                                        job_number_,
+                                        level4_,
+                                        level5_,
+                                        punch_type_,
+                                        date_text(date_in_),
+                                        time_text(time_in_),
+                                        date_text(date_out_),
+                                        time_text(time_out_),
+                                        amount_ ? AmountText(*amount_) : std::string(),
+                                        punch_class_};
   std::string line;
   for (int i = 0; i < kTcdFieldCount; ++i) {
     if (i > 0) line += ',';
     // A line is one record: a line break inside a text (a default job typed with one) is a blank.
-    std::string text = fields[i];
+    std::string& text = fields[i];
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
     // Quoted when asked, and always when the text holds a comma or a quote, so that the line

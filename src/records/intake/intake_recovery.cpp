@@ -105,6 +105,9 @@ SweepResult IntakeRecovery::Sweep() {
 }
 
 void IntakeRecovery::RemoveOpeningLeftovers() {
+  const auto now = clock_.Steady();
+  if (next_leftover_scan_ && now < *next_leftover_scan_) return;
+  next_leftover_scan_ = now + kLeftoverAge;
   std::error_code ec;
   for (const auto& entry :
        std::filesystem::directory_iterator(delivery_.Paths().data_directory, ec)) {

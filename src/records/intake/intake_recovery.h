@@ -6,6 +6,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,7 +35,7 @@ class IntakeRecovery {
  public:
   IntakeRecovery(IntakePaths paths, CompanyFactory& companies, core::LogSink& log,
                  core::Clock& clock)
-      : delivery_(std::move(paths), companies, log, clock), log_(log) {}
+      : delivery_(std::move(paths), companies, log, clock), log_(log), clock_(clock) {}
 
   SweepResult Sweep();
   // Every file of the data folder that waits for something, in name order.
@@ -46,6 +47,9 @@ class IntakeRecovery {
 
   CallDelivery delivery_;
   core::LogSink& log_;
+  core::Clock& clock_;
+  // Leftovers count only once they are old, so the folder is scanned for them no more often.
+  std::optional<core::Clock::Monotonic> next_leftover_scan_;
 };
 
 }  // namespace clockcomm::records

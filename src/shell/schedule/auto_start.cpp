@@ -67,13 +67,16 @@ std::optional<core::TimeOfDay> ParseSettingTime(std::string_view text, std::stri
   return time;
 }
 
+core::DateTime NextTimeOfDay(const core::TimeOfDay& time, const core::DateTime& after) {
+  core::DateTime next(after.GetDate(), time);
+  return next <= after ? next.AddDays(1) : next;
+}
+
 std::optional<core::DateTime> NextEndDeadline(std::string_view end_time,
                                               const core::DateTime& now) {
   const auto end = ParseSettingTime(end_time, "end_time");
   if (!end) return std::nullopt;
-  core::DateTime deadline(now.GetDate(), *end);
-  if (deadline <= now) deadline = deadline.AddDays(1);
-  return deadline;
+  return NextTimeOfDay(*end, now);
 }
 
 AutoStart::AutoStart(int mode, std::string_view begin_time, std::string_view end_time,
@@ -95,16 +98,12 @@ bool AutoStart::InWindow(const core::TimeOfDay& t) const {
 
 core::DateTime AutoStart::StartMoment(const core::DateTime& now) const {
   if (!begin_ || InWindow(now.GetTime())) return now;
-  core::DateTime begin(now.GetDate(), *begin_);
-  if (begin <= now) begin = begin.AddDays(1);
-  return begin;
+  return NextTimeOfDay(*begin_, now);
 }
 
 std::optional<core::DateTime> AutoStart::EndDeadline(const core::DateTime& start) const {
   if (!end_) return std::nullopt;
-  core::DateTime end(start.GetDate(), *end_);
-  if (end <= start) end = end.AddDays(1);
-  return end;
+  return NextTimeOfDay(*end_, start);
 }
 
 bool AutoStart::Run(const Runner& runner) {

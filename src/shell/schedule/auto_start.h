@@ -33,6 +33,8 @@ std::string ModeLine(int com_port, bool modem, AutoStartMode autostarted,
 // the setting for any other text that is not a time of day.
 std::optional<core::TimeOfDay> ParseSettingTime(std::string_view text, std::string_view setting);
 
+// The first moment after `after` that the clock shows the time of day.
+core::DateTime NextTimeOfDay(const core::TimeOfDay& time, const core::DateTime& after);
 // The next moment the clock shows the end time setting after now; nothing for "NONE".
 std::optional<core::DateTime> NextEndDeadline(std::string_view end_time, const core::DateTime& now);
 
