@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "integration/call_fixture.h"
+#include "test_support/child_process.h"
 #include "test_support/run_clockcomm.h"
 
 namespace clockcomm::test {
@@ -207,18 +208,15 @@ void RunOnASmallTmpfs() {
     GTEST_SKIP() << "no private mount namespace here (unshare -m needs CAP_SYS_ADMIN)";
   }
   const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-  const fs::path out = mount_point.path().string() + ".out";
-  const std::string command =
-      "unshare -m sh -c 'mount -t tmpfs -o size=8m clockcomm-test \"$0\" || exit 77; "
-      "export " +
-      std::string(kTmpfsVariable) +
-      "=\"$0\" TMPDIR=\"$0\"; exec \"$1\" "
-      "--gtest_filter=\"$2\"' '" +
-      mount_point.path().string() + "' '" + fs::read_symlink("/proc/self/exe").string() + "' '" +
-      test->test_suite_name() + "." + test->name() + "' >'" + out.string() + "' 2>&1";
-  const int status = std::system(command.c_str());
-  const std::string output = core::ReadWholeFile(out);
-  fs::remove(out);
+  Child run({"unshare", "-m", "sh", "-c",
+             "mount -t tmpfs -o size=8m clockcomm-test \"$0\" || exit 77; export " +
+                 std::string(kTmpfsVariable) +
+                 "=\"$0\" TMPDIR=\"$0\"; exec \"$1\" --gtest_filter=\"$2\"",
+             mount_point.path().string(), fs::read_symlink("/proc/self/exe").string(),
+             std::string(test->test_suite_name()) + "." + test->name()});
+  if (!run.Drain(Steady::now() + 300s)) run.Signal(SIGKILL);
+  const int status = run.Wait();
+  const std::string output = run.Tail(SIZE_MAX);
   if (WIFEXITED(status) && WEXITSTATUS(status) == 77) {
     GTEST_SKIP() << "tmpfs cannot be mounted here: " << output;
   }
