@@ -3,8 +3,10 @@
 // simulators on real pty pairs.
 #pragma once
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
@@ -31,66 +33,53 @@
 
 namespace clockcomm::test {
 
-// Records every screen line and lets a test wait for one.
+// Records every screen line and status and lets a test wait for one.
 class RecordingScreen : public terminal::ScreenSink {
  public:
-  void Line(std::string_view text) override {
-    std::lock_guard lock(mutex_);
-    lines_.emplace_back(text);
-    cv_.notify_all();
-  }
-  void Status(std::string_view text) override {
-    std::lock_guard lock(mutex_);
-    status_ = std::string(text);
-    statuses_.emplace_back(text);
-    cv_.notify_all();
-  }
-  void AppendStatus(std::string_view text) override {
-    std::lock_guard lock(mutex_);
-    status_ += text;
-  }
-  // True when a line (or status) containing text was shown within the timeout.
+  void Line(std::string_view text) override { Add(lines_, text); }
+  void Status(std::string_view text) override { Add(statuses_, text); }
+  void AppendStatus(std::string_view) override {}
+  // True when a line or status containing text was shown within the timeout.
   bool WaitFor(const std::string& text,
                std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
     std::unique_lock lock(mutex_);
-    return cv_.wait_for(lock, timeout, [&] { return ContainsLocked(text); });
+    return cv_.wait_for(lock, timeout, [&] { return CountLocked(text, true) > 0; });
   }
   bool Contains(const std::string& text) const {
     std::lock_guard lock(mutex_);
-    return ContainsLocked(text);
+    return CountLocked(text, true) > 0;
   }
+  // Lines (statuses not counted) containing text.
   int Count(const std::string& text) const {
     std::lock_guard lock(mutex_);
-    int n = 0;
-    for (const auto& l : lines_) n += l.find(text) != std::string::npos;
-    return n;
+    return CountLocked(text, false);
   }
   std::vector<std::string> Lines() const {
     std::lock_guard lock(mutex_);
     return lines_;
   }
   std::string All() const {
-    std::lock_guard lock(mutex_);
     std::string out;
-    for (const auto& l : lines_) out += l + "\n";
+    for (const auto& line : Lines()) out += line + "\n";
     return out;
   }
 
  private:
-  bool ContainsLocked(const std::string& text) const {
-    for (const auto& l : lines_) {
-      if (l.find(text) != std::string::npos) return true;
-    }
-    for (const auto& s : statuses_) {
-      if (s.find(text) != std::string::npos) return true;
-    }
-    return false;
+  void Add(std::vector<std::string>& to, std::string_view text) {
+    std::lock_guard lock(mutex_);
+    to.emplace_back(text);
+    cv_.notify_all();
+  }
+  int CountLocked(const std::string& text, bool with_statuses) const {
+    auto count = [&](const std::vector<std::string>& shown) {
+      return std::ranges::count_if(
+          shown, [&](const std::string& s) { return s.find(text) != std::string::npos; });
+    };
+    return static_cast<int>(count(lines_) + (with_statuses ? count(statuses_) : 0));
   }
   mutable std::mutex mutex_;
   std::condition_variable cv_;
-  std::vector<std::string> lines_;
-  std::vector<std::string> statuses_;
-  std::string status_;
+  std::vector<std::string> lines_, statuses_;
 };
 
 class CallFixture : public ::testing::Test {
@@ -181,23 +170,19 @@ class CallFixture : public ::testing::Test {
     EXPECT_EQ(rows.Field(1).AsInt(), count);
   }
 
-  int64_t Rows(const std::string& where = "1=1") {
-    return company_db_->Query("SELECT COUNT(*) FROM [Clock Data Table] WHERE " + where)
-        .Field(0)
-        .AsInt();
+  int64_t Rows() {
+    return company_db_->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
   }
 
   // Entries of the event log of this type (and, when given, with this description).
   int64_t Events(const std::string& type, const std::optional<std::string>& description = {}) {
-    auto log = db::Open(paths_->EventLogDatabase());
-    if (description) {
-      return log
-          ->Query("SELECT COUNT(*) FROM LogTable WHERE EventType = ? AND EventDes = ?",
-                  {type, *description})
-          .Field(0)
-          .AsInt();
-    }
-    return log->Query("SELECT COUNT(*) FROM LogTable WHERE EventType = ?", {type}).Field(0).AsInt();
+    return db::Open(paths_->EventLogDatabase())
+        ->Query(
+            "SELECT COUNT(*) FROM LogTable WHERE EventType = ? AND EventDes = "
+            "COALESCE(?, EventDes)",
+            {type, description})
+        .Field(0)
+        .AsInt();
   }
 
   std::vector<std::filesystem::path> DataFiles(const std::string& extension) {
@@ -208,15 +193,12 @@ class CallFixture : public ::testing::Test {
     return out;
   }
 
+  // count punches numbered from first_sequence, in and out by turns, badges 12 and 13.
   static std::vector<std::string> Punches(int count, int first_sequence = 1) {
     std::vector<std::string> out;
     for (int i = 0; i < count; ++i) {
-      const int minute = i % 60;
-      const int hour = 6 + (i / 60) % 12;
-      char line[64];
-      std::snprintf(line, sizeof line, "%d,%d,,,,,%s,091020,%02d%02d,,,,1", first_sequence + i,
-                    12 + (i % 2), i % 2 == 0 ? "I" : "O", hour, minute);
-      out.emplace_back(line);
+      out.push_back(fmt::format("{},{},,,,,{},091020,{:02}{:02},,,,1", first_sequence + i,
+                                12 + i % 2, i % 2 == 0 ? "I" : "O", 6 + (i / 60) % 12, i % 60));
     }
     return out;
   }

@@ -1,23 +1,16 @@
-// The golden transcripts of tests/transcripts replayed through a pty into the real line runner with
-// the Zon family: the test plays the far end (a terminal, or a modem and its terminal) byte for
-// byte, checks every byte the program answers, and compares what the conversation left behind
-// (call files, [Clock Data Table], screen and event log) with the .chk file beside it.
+// The golden transcripts replayed through a pty into the real line runner with the Zon family:
+// the test plays the far end (a terminal, or a modem and its terminal) byte for byte, checks every
+// byte the program answers, and compares what the conversation left behind with the .chk file.
 #include <gtest/gtest.h>
 
-#include <future>
-
 #include "comm/pty_pair.h"
-#include "integration/call_fixture.h"
-#include "integration/transcript_results.h"
+#include "integration/transcript_fixture.h"
 
 namespace clockcomm::test {
 namespace {
 
 using namespace std::chrono_literals;
 using Kind = sim::TranscriptStep::Kind;
-
-const std::filesystem::path kTranscripts =
-    std::filesystem::path(CLOCKCOMM_SOURCE_DIR) / "tests" / "transcripts";
 
 std::vector<std::string> TranscriptNames() {
   std::vector<std::string> names;
@@ -39,13 +32,8 @@ bool InOrder(const std::vector<std::string>& expected, const std::vector<std::st
   return true;
 }
 
-class TranscriptTest : public CallFixture, public ::testing::WithParamInterface<std::string> {
+class TranscriptTest : public TranscriptFixture, public ::testing::WithParamInterface<std::string> {
  protected:
-  void SetUp() override {
-    CallFixture::SetUp();
-    controller_ = std::make_unique<terminal::CallController>(manual_, *logs_, screen_);
-  }
-
   // Plays the far end; returns what went wrong, "" when the program said every byte expected.
   std::string Play(const sim::Transcript& transcript, comm::IConnection& far) {
     std::string received;
@@ -71,31 +59,27 @@ class TranscriptTest : public CallFixture, public ::testing::WithParamInterface<
     }
     return received.empty() ? "" : "more than the transcript: " + sim::EscapeBytes(received);
   }
-
-  core::ManualWallClock manual_{*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0)};
 };
 
 TEST_P(TranscriptTest, ReplayedIntoTheRealLoop) {
-  const auto transcript =
-      sim::ParseTranscript(core::ReadWholeFile(kTranscripts / (GetParam() + ".chat")));
+  const std::string text = core::ReadWholeFile(kTranscripts / (GetParam() + ".chat"));
+  const auto transcript = sim::ParseTranscript(text);
   const auto expected = ParseResults(core::ReadWholeFile(kTranscripts / (GetParam() + ".chk")));
   ASSERT_FALSE(transcript.header.empty()) << "a transcript says what it shows";
+  EXPECT_EQ(sim::FormatTranscript(transcript), text) << "the recorder writes what is read back";
 
   auto pty = comm::PtyPair::Open();
   auto far = pty.TakeMaster();
-  auto loop =
-      Runner(Settings(pty.SlavePath(), transcript.Setting("line") == "modem"), controller_.get());
-  auto played = std::async(std::launch::async, [&] {
-    std::string failure = Play(transcript, *far);
+  const std::string failure = RunLine(pty.SlavePath(), transcript, [&] {
+    std::string what = Play(transcript, *far);
     // A failed replay, or one whose far end ends the run, presses End so that the loop stops.
-    if (!failure.empty() || transcript.Setting("run") == "host-end") controller_->PressEnd();
-    return failure;
+    if (!what.empty() || transcript.Setting("run") == "host-end") controller_->PressEnd();
+    return what;
   });
-  RunAsTranscriptSays(*loop, transcript);
-  EXPECT_EQ(played.get(), "") << screen_.All();
+  EXPECT_EQ(failure, "") << screen_.All();
   EXPECT_EQ(sim::EscapeBytes(far->Read()), "") << "the program said more than the transcript";
 
-  const CallResults actual = GatherResults(*paths_, *company_db_, screen_, *controller_);
+  const CallResults actual = Results();
   EXPECT_EQ(actual.counters, expected.counters);
   EXPECT_EQ(actual.tcd, expected.tcd);
   EXPECT_EQ(actual.rows, expected.rows);
