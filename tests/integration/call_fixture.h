@@ -147,10 +147,13 @@ class CallFixture : public ::testing::Test {
 
   // Runs the host loop on a direct line while the terminal calls in; with once, it leaves after
   // that call, else it runs until something ends it.
-  sim::CallOutcome HostOnce(sim::ZonTerminal& terminal, bool* loop_ok = nullptr, bool once = true) {
+  sim::CallOutcome HostOnce(sim::ZonTerminal& terminal, bool* loop_ok = nullptr, bool once = true,
+                            std::chrono::milliseconds packet_timeout = std::chrono::seconds(3)) {
     auto pty = comm::PtyPair::Open();
     auto master = pty.TakeMaster();
-    auto loop = Runner(Settings(pty.SlavePath(), false));
+    auto settings = Settings(pty.SlavePath(), false);
+    settings.packet_timeout = packet_timeout;
+    auto loop = Runner(settings);
     auto outcome = std::async(std::launch::async, [&] {
       EXPECT_TRUE(screen_.WaitFor("Waiting for next event")) << screen_.All();
       return terminal.CallIn(*master);
