@@ -149,7 +149,9 @@ class ModemCallTest : public ZonCallTest, public ::testing::WithParamInterface<C
 // A site's own init string answering on the second ring; End leaves the modem with auto-answer
 // off, whatever the site's string said.
 TEST_P(ModemCallTest, AHostedCallThroughTheModemRunsAtTheSpeedItConnectsAt) {
-  sim::ZonTerminal terminal(sim::TerminalConfig{}, Punches(3));
+  sim::TerminalConfig config;
+  config.faults.corrupt_packet = 1;  // refused with the framed NAK4, sent again
+  sim::ZonTerminal terminal(config, Punches(3));
   sim::ModemOptions options;
   options.speed = GetParam().speed;
   options.ring_interval = milliseconds(500);
@@ -166,6 +168,7 @@ TEST_P(ModemCallTest, AHostedCallThroughTheModemRunsAtTheSpeedItConnectsAt) {
   EXPECT_TRUE(screen_.Contains(GetParam().shown)) << screen_.All();
   EXPECT_EQ(rig.modem.Stats().rings, 2);
   EXPECT_TRUE(terminal.PendingPunches().empty());
+  EXPECT_EQ(terminal.Stats().resends, 1);
   ExpectEachPunchOnce(3);
   rig.Stop();
   EXPECT_EQ(rig.modem.Register(0), 0);
@@ -173,7 +176,11 @@ TEST_P(ModemCallTest, AHostedCallThroughTheModemRunsAtTheSpeedItConnectsAt) {
 
 INSTANTIATE_TEST_SUITE_P(Speeds, ModemCallTest,
                          ::testing::Values(Connect{std::nullopt, "Terminal is Connected at 300"},
-                                           Connect{33600, "Terminal is Connected at 33600"}));
+                                           Connect{33600, "Terminal is Connected at 33600"}),
+                         [](const auto& connect) {
+                           const auto speed = connect.param.speed;
+                           return speed ? "At" + std::to_string(*speed) : std::string("NoSpeed");
+                         });
 
 // Dials that fail are retried up to the third attempt; three failures give the location up.
 TEST_F(ModemCallTest, AFailedDialIsRetriedUntilTheThirdAttempt) {

@@ -1,3 +1,6 @@
+// The simulated modem from the program's side of its port. A whole call through it, from the
+// init string and RING to the terminal's punches, the escape and the hang-up, is the integration's
+// modem calls and the modem transcript; here the modem's own rules.
 #include "sim/hayes_modem.h"
 
 #include <gtest/gtest.h>
@@ -12,21 +15,10 @@ namespace {
 
 using namespace std::chrono_literals;
 using test::ScriptedHost;
-using zon::ProtocolChar;
 
 const std::vector<std::string> kPunches = {"2,12,,,,,I,091020,1224,,,,1",
                                            "3,12,,,,,O,091020,1705,,,,1"};
 constexpr auto kGuard = 100ms;
-
-TerminalConfig TerminalSetup() {
-  TerminalConfig config;
-  config.terminal_id = "101";
-  config.timeouts.ack_wait = 2s;
-  config.timeouts.eot_wait = 2s;
-  config.timeouts.answer_wait = 2s;
-  config.timeouts.poll_step_wait = 2s;
-  return config;
-}
 
 ModemOptions Options() {
   ModemOptions options;
@@ -35,66 +27,64 @@ ModemOptions Options() {
   return options;
 }
 
-// The program's side: the modem port (a pty slave) and a modem running on its master.
-class ModemRig {
- public:
-  explicit ModemRig(ModemOptions options, TerminalConfig config = TerminalSetup())
-      : pair_(comm::PtyPair::Open()), terminal_(std::move(config), kPunches, &stop_) {
-    port_.Open(pair_.SlavePath());
-    program_ = std::make_unique<comm::SerialConnection>(port_);
-    modem_ = std::make_unique<HayesModem>(pair_.TakeMaster(), options, stop_);
-    modem_->AddToPhoneBook("555-1234", terminal_);
-    thread_ = std::thread([this] { modem_->Run(); });
+// The program's port (a pty slave) and a modem on its master, the terminal at 5551234.
+struct ModemRig {
+  explicit ModemRig(ModemOptions options, TerminalConfig config = {})
+      : terminal(std::move(config), kPunches, &stop) {
+    port.Open(pair.SlavePath());
+    modem = std::make_unique<HayesModem>(pair.TakeMaster(), options, stop);
+    modem->AddToPhoneBook("555-1234", terminal);
+    thread = std::thread([this] { modem->Run(); });
   }
   ~ModemRig() {
-    stop_.Request();
-    thread_.join();
+    stop.Request();
+    thread.join();
   }
 
-  void Write(const std::string& text) { program_->WriteText(text); }
-
-  // Reads until the text has come (or 2 s passed) and returns everything read.
-  std::string ReadUntil(const std::string& needle, std::chrono::milliseconds wait = 2s) {
-    const auto deadline = std::chrono::steady_clock::now() + wait;
-    while (received_.find(needle) == std::string::npos) {
-      if (program_->WaitForInput(deadline, {}) != comm::WaitResult::kReadable) break;
-      received_ += program_->Read();
+  void Write(const std::string& text) { program.WriteText(text); }
+  // Reads until the text has come (or 2 s passed) and returns everything read up to it.
+  std::string ReadUntil(const std::string& needle) {
+    const auto deadline = std::chrono::steady_clock::now() + 2s;
+    while (received.find(needle) == std::string::npos &&
+           program.WaitForInput(deadline, {}) == comm::WaitResult::kReadable) {
+      received += program.Read();
     }
-    size_t at = received_.find(needle);
-    size_t end = at == std::string::npos ? received_.size() : at + needle.size();
-    std::string out = received_.substr(0, end);
-    received_.erase(0, end);
+    const size_t at = received.find(needle);
+    const size_t end = at == std::string::npos ? received.size() : at + needle.size();
+    std::string out = received.substr(0, end);
+    received.erase(0, end);
     return out;
   }
   // True when nothing at all came during the wait.
   bool QuietFor(std::chrono::milliseconds wait) {
-    if (program_->WaitForInput(std::chrono::steady_clock::now() + wait, {}) ==
+    if (program.WaitForInput(std::chrono::steady_clock::now() + wait, {}) ==
         comm::WaitResult::kTimedOut) {
       return true;
     }
-    received_ += program_->Read();
+    received += program.Read();
     return false;
   }
-
+  // The echo (or the blank line before the result) and the result line.
   std::string Command(const std::string& command) {
     Write(command + "\r");
-    std::string first = ReadUntil("\r\n", 2s);  // the echo, or the blank line before the code
-    return first + ReadUntil("\r\n", 2s);
+    std::string first = ReadUntil("\r\n");
+    return first + ReadUntil("\r\n");
+  }
+  // Takes the incoming call at once (S0=1) and reads up to its CONNECT.
+  void Connect() {
+    EXPECT_EQ(Command("ATE0S0=1"), "ATE0S0=1\r\r\nOK\r\n");
+    modem->IncomingCall("5551234");
+    EXPECT_EQ(ReadUntil("\r\nCONNECT 2400\r\n"), "\r\nRING\r\n\r\nCONNECT 2400\r\n");
   }
 
-  comm::IConnection& Program() { return *program_; }
-  HayesModem& Modem() { return *modem_; }
-  ZonTerminal& Terminal() { return terminal_; }
-
- private:
-  core::StopSignal stop_;
-  comm::PtyPair pair_;
-  comm::SerialLine port_;
-  std::unique_ptr<comm::SerialConnection> program_;
-  ZonTerminal terminal_;
-  std::unique_ptr<HayesModem> modem_;
-  std::thread thread_;
-  std::string received_;
+  core::StopSignal stop;
+  comm::PtyPair pair = comm::PtyPair::Open();
+  comm::SerialLine port;
+  comm::SerialConnection program{port};
+  ZonTerminal terminal;
+  std::unique_ptr<HayesModem> modem;
+  std::thread thread;
+  std::string received;
 };
 
 TEST(HayesModemTest, AnswersCommandsWithEchoAndVerboseCodes) {
@@ -123,15 +113,13 @@ TEST(HayesModemTest, AnswersCommandsWithEchoAndVerboseCodes) {
       EXPECT_EQ(rig.ReadUntil(step.expected), step.expected);
     }
   }
-  EXPECT_EQ(rig.Modem().Stats().commands, 9);
+  EXPECT_EQ(rig.modem->Stats().commands, 9);
 }
 
-// A whole call through the modem, from RING to the terminal's punches, is the modem transcript
-// and the integration's host call; here the modem's own rules.
 TEST(HayesModemTest, WithoutAutoAnswerItRingsUntilAnsweredByAta) {
   ModemRig rig(Options());
   EXPECT_EQ(rig.Command("ATE0S0=0"), "ATE0S0=0\r\r\nOK\r\n");
-  rig.Modem().IncomingCall("5551234");
+  rig.modem->IncomingCall("5551234");
   EXPECT_EQ(rig.ReadUntil("\r\nRING\r\n"), "\r\nRING\r\n");
   EXPECT_TRUE(rig.QuietFor(100ms)) << "no answer without S0";
   rig.Write("ATA\r");
@@ -140,7 +128,7 @@ TEST(HayesModemTest, WithoutAutoAnswerItRingsUntilAnsweredByAta) {
 
 TEST(HayesModemTest, DialResultsForFailuresUnknownNumbersAndNoLine) {
   ModemOptions busy = Options();
-  busy.fail_dials = 2;
+  busy.fail_dials = 1;
   busy.fail_code = ResultCode::kBusy;
   ModemOptions unplugged = Options();
   unplugged.no_dialtone = true;
@@ -149,11 +137,9 @@ TEST(HayesModemTest, DialResultsForFailuresUnknownNumbersAndNoLine) {
     ModemOptions options;
     std::vector<std::pair<const char*, const char*>> dials;  // command, answer
   } cases[] = {
-      {"failed dials, then the call",
+      {"a failed dial, then the call",
        busy,
-       {{"ATDT5551234", "\r\nBUSY\r\n"},
-        {"ATDT5551234", "\r\nBUSY\r\n"},
-        {"ATDT5551234", "\r\nCONNECT 2400\r\n"}}},
+       {{"ATDT5551234", "\r\nBUSY\r\n"}, {"ATDT5551234", "\r\nCONNECT 2400\r\n"}}},
       {"nobody at that number", Options(), {{"ATDT5559999", "\r\nNO CARRIER\r\n"}}},
       {"no number", Options(), {{"ATD", "\r\nERROR\r\n"}}},
       {"no line plugged in", unplugged, {{"ATDT5551234", "\r\nNO DIALTONE\r\n"}}},
@@ -167,13 +153,11 @@ TEST(HayesModemTest, DialResultsForFailuresUnknownNumbersAndNoLine) {
 }
 
 TEST(HayesModemTest, TerminalDroppingTheLineGivesNoCarrier) {
-  TerminalConfig config = TerminalSetup();
+  TerminalConfig config;
   config.faults.drop_after = 1;
   ModemRig rig(Options(), config);
-  EXPECT_EQ(rig.Command("ATE0S0=1"), "ATE0S0=1\r\r\nOK\r\n");
-  rig.Modem().IncomingCall("5551234");
-  rig.ReadUntil("\r\nCONNECT 2400\r\n");
-  ScriptedHost host(rig.Program(), true);
+  rig.Connect();
+  ScriptedHost host(rig.program, true);
   host.Enq();
   EXPECT_TRUE(ScriptedHost::CheckOk(host.ReadLine()));  // header
   host.Ack();
@@ -181,20 +165,19 @@ TEST(HayesModemTest, TerminalDroppingTheLineGivesNoCarrier) {
   host.Ack();
   EXPECT_EQ(host.ReadLine(), "");
   EXPECT_EQ(host.ReadLine(), "NO CARRIER");
-  EXPECT_FALSE(rig.Modem().Connected());
-  EXPECT_EQ(rig.Modem().Stats().carrier_losses, 1);
-  EXPECT_EQ(rig.Terminal().PendingPunches(), kPunches);
+  EXPECT_FALSE(rig.modem->Connected());
+  EXPECT_EQ(rig.modem->Stats().carrier_losses, 1);
+  EXPECT_EQ(rig.modem->LastTerminalOutcome(), CallOutcome::kDroppedLine);
+  EXPECT_EQ(rig.terminal.PendingPunches(), kPunches);
 }
 
 TEST(HayesModemTest, PlusesWithoutGuardTimeAreDataAndTheEscapeNeedsSilence) {
   ModemRig rig(Options());
-  EXPECT_EQ(rig.Command("ATE0S0=1"), "ATE0S0=1\r\r\nOK\r\n");
-  rig.Modem().IncomingCall("5551234");
-  rig.ReadUntil("\r\nCONNECT 2400\r\n");
+  rig.Connect();
   rig.Write("+++ATH\r");  // no guard time: all of it goes down the line
   EXPECT_TRUE(rig.QuietFor(kGuard * 3));
-  EXPECT_TRUE(rig.Modem().Connected());
-  EXPECT_EQ(rig.Modem().Stats().escapes, 0);
+  EXPECT_TRUE(rig.modem->Connected());
+  EXPECT_EQ(rig.modem->Stats().escapes, 0);
 
   rig.Write("+++");
   EXPECT_EQ(rig.ReadUntil("\r\nOK\r\n"), "\r\nOK\r\n");
@@ -203,9 +186,9 @@ TEST(HayesModemTest, PlusesWithoutGuardTimeAreDataAndTheEscapeNeedsSilence) {
   rig.Write("+++");
   EXPECT_EQ(rig.ReadUntil("\r\nOK\r\n"), "\r\nOK\r\n");
   EXPECT_EQ(rig.Command("ATH"), "\r\nOK\r\n");
-  EXPECT_FALSE(rig.Modem().Connected());
-  EXPECT_EQ(rig.Modem().LastTerminalOutcome(), CallOutcome::kLineClosed);
-  const auto stats = rig.Modem().Stats();
+  EXPECT_FALSE(rig.modem->Connected());
+  EXPECT_EQ(rig.modem->LastTerminalOutcome(), CallOutcome::kLineClosed);
+  const auto stats = rig.modem->Stats();
   EXPECT_EQ(stats.escapes, 2);
   EXPECT_EQ(stats.rings, 1);
   EXPECT_EQ(stats.connects, 1);

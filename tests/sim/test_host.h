@@ -48,10 +48,11 @@ class ScriptedHost {
   }
 
   void Send(const std::string& text) { line_.WriteText(text); }
+  void Send(char c) { Send(std::string(1, c)); }
   void Ack() { Send(framed_ ? ProtocolChar::Shared().ACK4() : ProtocolChar::Shared().ACK()); }
   void Nak() { Send(framed_ ? ProtocolChar::Shared().NAK4() : ProtocolChar::Shared().NAK()); }
   void Eot() { Send(framed_ ? ProtocolChar::Shared().EOT4() : ProtocolChar::Shared().EOT()); }
-  void Enq() { Send(ProtocolChar::Shared().ENQ()); }
+  void Enq() { Send(ProtocolChar::kEnq); }
 
   // The next line, CRLF removed; "" with timed_out set when the terminal stayed silent.
   std::string ReadLine(bool* timed_out = nullptr) {
