@@ -1,21 +1,26 @@
-// The golden conversations of tests/transcripts, replayed by transcript_test.cpp and recorded by
-// tests/tools/record_transcripts.cpp, both against the real line runner on a manual wall clock.
-// Beside each <name>.chat, <name>.chk holds what the conversation left behind: the call files'
-// TCD lines, rows of [Clock Data Table], screen lines and event-log entries, escaped as transcript
-// bytes are.
+// The golden conversations of tests/transcripts, replayed and recorded again by transcript_test.cpp
+// and recorded anew by tests/tools/record_transcripts.cpp, against the real line runner on a manual
+// wall clock. Beside each <name>.chat, <name>.chk holds what the conversation left behind: the call
+// files' TCD lines, rows of [Clock Data Table], screen lines and event-log entries, escaped as
+// transcript bytes are.
 #pragma once
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/durable_file.h"
 #include "core/text.h"
 #include "db/open.h"
 #include "integration/call_fixture.h"
+#include "sim/hayes_modem.h"
 #include "sim/transcript.h"
+#include "sim/transcript_tap.h"
+#include "sim/zon_terminal.h"
 
 namespace clockcomm::test {
 
@@ -67,6 +72,41 @@ inline CallResults ParseResults(const std::string& text) {
   return r;
 }
 
+// A recorded conversation: the simulated terminal and what its far end does. The header and the
+// settings of each are those of its .chat (write them first for a new one): a modem line puts the
+// simulated modem before the terminal, "run: poll" has the terminal answer the poll, else it calls
+// in once the program is ready.
+struct Scenario {
+  std::string name;
+  sim::TerminalConfig terminal;
+  int punch_count = 0;               // of the fixture's punches, unless punches are given
+  std::vector<std::string> punches;  // else
+  bool ask_hours = false;  // after the call: badge 12's hours and an unknown badge's, then End
+};
+
+inline std::vector<Scenario> Scenarios() {
+  sim::TerminalConfig poll, nak, download;
+  poll.terminal_id = "7";
+  nak.faults.corrupt_packet = 2;
+  download.end_with_upload = true;
+  // Badge 12: today 08:00-12:30; the week from Monday 19 October adds 08:00-16:00; the week before
+  // not.
+  const std::vector<std::string> hours = {
+      "1,12,,,,,I,091012,0800,,,,1", "2,12,,,,,O,091012,0900,,,,1", "3,12,,,,,I,091019,0800,,,,1",
+      "4,12,,,,,O,091019,1600,,,,1", "5,12,,,,,I,091020,0800,,,,1", "6,12,,,,,O,091020,1230,,,,1"};
+  return {{"direct_host_call", {}, 3},
+          {"modem_host_call", {}, 2},
+          {"direct_poll", poll, 2},
+          {"nak_resend", nak, 3},
+          {"validation_download", download, 2},
+          {"hours_request", {}, 0, hours, true}};
+}
+
+inline std::string ScenarioName(const testing::TestParamInfo<Scenario>& scenario) {
+  return scenario.param.name;
+}
+inline void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.name; }
+
 class TranscriptFixture : public CallFixture {
  protected:
   void SetUp() override {
@@ -110,7 +150,7 @@ class TranscriptFixture : public CallFixture {
              "[Clock Data Table] ORDER BY ID");
          !q.Eof(); q.MoveNext()) {
       std::vector<std::string> fields;
-      for (int i = 0; i < 6; ++i) fields.push_back(q.Field(i).IsNull() ? "" : q.Field(i).AsText());
+      for (int i = 0; i < 6; ++i) fields.push_back(q.Field(i).AsText());  // null: ""
       r.rows.push_back(core::Join(fields, "|"));
     }
     // The data folder is a new temporary one each run.
@@ -128,6 +168,67 @@ class TranscriptFixture : public CallFixture {
     return r;
   }
 
+  // Runs the scenario's simulators against the line through a tap that writes down every byte, and
+  // saves the conversation and what it left behind into dir.
+  void Record(const Scenario& s, const std::filesystem::path& dir) {
+    const sim::Transcript golden =
+        sim::ParseTranscript(core::ReadWholeFile(kTranscripts / (s.name + ".chat")));
+    sim::ZonTerminal terminal(s.terminal, s.punches.empty() ? Punches(s.punch_count) : s.punches);
+    sim::TranscriptTap tap;
+    RunLine(tap.ProgramPath(), golden, [&] {
+      if (golden.Setting("line") == "modem") return ThroughModem(tap, terminal);
+      auto line = tap.TakeFarEnd();
+      if (golden.Setting("run") == "poll") {
+        EXPECT_EQ(terminal.AnswerPoll(*line, sim::LineKind::kDirect,
+                                      std::chrono::steady_clock::now() + std::chrono::seconds(20)),
+                  sim::CallOutcome::kCompleted);
+        return;
+      }
+      EXPECT_TRUE(screen_.WaitFor(kReady));
+      tap.Sync(kReady);
+      EXPECT_EQ(terminal.CallIn(*line), sim::CallOutcome::kCompleted);
+      if (s.ask_hours) {
+        EXPECT_TRUE(terminal.RequestHours(*line, 12, manual_.Now()).has_value());
+        EXPECT_TRUE(terminal.RequestHours(*line, 99, manual_.Now()).has_value());
+        controller_->PressEnd();
+      }
+    });
+    sim::Transcript transcript = tap.Finish();
+    transcript.header = golden.header;
+    transcript.settings = golden.settings;
+    std::ofstream(dir / (s.name + ".chat"), std::ios::binary) << sim::FormatTranscript(transcript);
+
+    // The transfer's own lines are the intake's tests' business; a transcript is about the call.
+    CallResults results = Results();
+    auto transfer_line = [](const std::string& line) {
+      for (const char* text : {"record(s) in batch.", "Start of data transfer",
+                               "Start of Data Transfer", "Data transferred to the archive file.",
+                               "Transfer for clock", "Deleting history files", "Event Complete."}) {
+        if (line.find(text) != std::string::npos) return true;
+      }
+      return false;
+    };
+    std::erase_if(results.screen, transfer_line);
+    std::erase_if(results.events, transfer_line);
+    std::ofstream(dir / (s.name + ".chk"), std::ios::binary) << FormatResults(results);
+  }
+
+  // The far end is a modem with the terminal behind it, answering until the loop has ended.
+  void ThroughModem(sim::TranscriptTap& tap, sim::ZonTerminal& terminal) {
+    core::StopSignal stop;
+    sim::HayesModem modem(tap.TakeFarEnd(), sim::ModemOptions{}, stop);
+    modem.AddToPhoneBook("5551234", terminal);
+    std::thread run([&] { modem.Run(); });
+    EXPECT_TRUE(screen_.WaitFor(kReady));
+    tap.Sync(kReady);
+    modem.IncomingCall("5551234");
+    EXPECT_TRUE(loop_done_.WaitFor(std::chrono::seconds(60)));
+    stop.Request();
+    run.join();
+    EXPECT_EQ(terminal.LastOutcome(), sim::CallOutcome::kCompleted);
+  }
+
+  static constexpr const char* kReady = "Waiting for next event";
   core::ManualWallClock manual_{*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0)};
   core::StopSignal loop_done_;  // set once the loop has returned
 };
