@@ -16,8 +16,6 @@ TEST(PunchSourceTest, GeneratedPunchesAreDistinctWellFormedLinesOfTheDay) {
   const auto day = core::Date::FromYmdOrThrow(2009, 10, 20);
   auto punches = GeneratePunches(1000, day);
   ASSERT_EQ(punches.size(), 1000u);
-  EXPECT_EQ(punches[0], "1,1,,,,,I,091020,0600,,,,1");
-  EXPECT_EQ(punches[1], "2,1,,,,,O,091020,1400,,,,1");
   EXPECT_EQ(std::set<std::string>(punches.begin(), punches.end()).size(), punches.size());
   zon::Zon2xToTcdFormatter formatter;
   for (const auto& punch : punches) {

@@ -32,12 +32,9 @@ struct PtyLine {
 };
 
 struct HostCall {
-  std::string header;             // the first header, without block check
+  std::string header;             // the last header, without block check
   std::vector<std::string> data;  // punch lines accepted, without block check
-  int bad_checks = 0;             // packets answered NAK
-  int headers = 0;
-  bool end_of_transmission = false;
-  bool end_of_upload = false;
+  bool end_of_upload = false;     // "00" FS ENQ, rather than "00" FS EOT or silence
 };
 
 class ScriptedHost {
@@ -71,19 +68,17 @@ class ScriptedHost {
     for (;;) {
       bool timed_out = false;
       const std::string packet = ReadLine(&timed_out);
-      call.end_of_transmission = packet == end + ProtocolChar::kEot;
       call.end_of_upload = packet == end + ProtocolChar::kEnq;
-      if (timed_out || call.end_of_transmission || call.end_of_upload) return call;
+      if (timed_out || call.end_of_upload || packet == end + ProtocolChar::kEot) return call;
       if (!CheckOk(packet)) {
-        ++call.bad_checks;
         Nak();
         continue;
       }
       const std::string body = packet.substr(0, packet.size() - 1);
-      if (body[0] != ProtocolChar::kStx) {
-        call.data.push_back(body);
-      } else if (++call.headers == 1) {
+      if (body[0] == ProtocolChar::kStx) {
         call.header = body;
+      } else {
+        call.data.push_back(body);
       }
       Ack();
     }
