@@ -87,7 +87,10 @@ TEST_F(CallCommandsTest, RefusalsNameWhatIsMissing) {
   ASSERT_EQ(Run("settings set connection_type=Serial").exit_code, 0);
   r = Run("host --once --port /dev/clockcomm-no-such-port");
   EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.out.find("Invalid Com Port"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("Invalid Com Port\nSelect valid Com Port and then restart."),
+            std::string::npos)
+      << r.out;
+  EXPECT_EQ(r.out.find("Mode ="), std::string::npos) << "the loop is not entered: " << r.out;
   EXPECT_NE(r.err.find("/dev/clockcomm-no-such-port"), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("No such file"), std::string::npos) << r.err;
 
