@@ -4,7 +4,6 @@
 #include <sys/resource.h>
 
 #include <chrono>
-#include <random>
 #include <thread>
 
 #include "comm/pty_pair.h"
@@ -81,35 +80,6 @@ class PacketReaderOverPty : public ::testing::Test {
   std::unique_ptr<comm::FdConnection> terminal_;
 };
 
-TEST_F(PacketReaderOverPty, ReadsPacketsSplitAtArbitraryPoints) {
-  std::string stream;
-  std::vector<std::string> expected;
-  for (int i = 0; i < 40; ++i) {
-    std::string packet =
-        "\x02"
-        "1\x1cpacket " +
-        std::to_string(i) + std::string(i % 7, '#');
-    expected.push_back(packet);
-    stream += packet + "\r\n";
-  }
-  std::thread terminal([&] {
-    std::mt19937 rng(20091020);
-    size_t at = 0;
-    while (at < stream.size()) {
-      size_t n = std::uniform_int_distribution<size_t>(1, 9)(rng);
-      terminal_->WriteText(stream.substr(at, n));
-      at += n;
-      if (n % 3 == 0) std::this_thread::sleep_for(1ms);  // let some pieces arrive on their own
-    }
-  });
-  PacketReader reader(conn_);
-  reader.SetTimeout(2000);
-  std::vector<std::string> got;
-  for (size_t i = 0; i < expected.size(); ++i) got.push_back(reader.ReadPacket());
-  terminal.join();
-  EXPECT_EQ(got, expected);
-}
-
 TEST_F(PacketReaderOverPty, TimesOutOnASilentLineWithoutUsingTheCpu) {
   PacketReader reader(conn_);
   reader.SetTimeout(300);
@@ -153,20 +123,6 @@ TEST_F(PacketReaderOverPty, CancelFromAnotherThreadWithinMilliseconds) {
   canceller.join();
   EXPECT_LT(latency, 100ms);
   EXPECT_EQ(reader.CancelledCount(), 1u);
-  RecordProperty(
-      "cancel_latency_us",
-      static_cast<int>(std::chrono::duration_cast<std::chrono::microseconds>(latency).count()));
-}
-
-TEST_F(PacketReaderOverPty, TerminalHangUpOrAClosedLineRaisesInsteadOfReadingSilence) {
-  PacketReader reader(conn_);
-  reader.SetTimeout(5000);
-  terminal_.reset();
-  auto start = Clock::now();
-  EXPECT_THROW(reader.ReadPacket(), comm::ConnectionClosedError);
-  EXPECT_LT(Clock::now() - start, 1s);
-  line_.Close();
-  EXPECT_THROW(reader.ReadPacket(), comm::ConnectionClosedError);
 }
 
 }  // namespace

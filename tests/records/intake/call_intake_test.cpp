@@ -1,5 +1,5 @@
-// The call intake: the call file a line writes, its delivery, and the sweep that finishes the calls
-// of a process that died.
+// The call intake: the call file a line writes, its delivery, the sweep that finishes the calls of
+// a process that died, and the purge of old call files that runs with each delivery.
 #include "records/intake/call_intake.h"
 
 #include <gtest/gtest.h>
@@ -9,12 +9,15 @@
 #include "core/durable_file.h"
 #include "records/intake/call_file.h"
 #include "records/intake/call_state.h"
+#include "records/intake/history_purge.h"
 #include "records/intake/intake_recovery.h"
 #include "records/tcd_record_static.h"
 #include "records/transfer_fixture.h"
 
 namespace clockcomm::records {
 namespace {
+
+using test_support::D;
 
 class IntakeTest : public ::testing::Test, public test_support::IntakeFixture {
  protected:
@@ -170,9 +173,9 @@ TEST_F(IntakeTest, ADeadProcessesCallsAreDeliveredOrSetAsideByWhetherTheyWereSea
   EXPECT_EQ(RowCount(), 4);
 }
 
-// A clock without company keeps the file pending with the reason; once a company has the clock
-// the sweep delivers it. (A locked or damaged database is the fault calls'.)
-TEST_F(IntakeTest, APendingFileWaitsWithItsReasonUntilTheCauseIsFixed) {
+// A clock without company keeps the file pending with the reason. (A locked or damaged database,
+// and the delivery once the cause is gone, are the fault calls'.)
+TEST_F(IntakeTest, APendingFileWaitsWithItsReason) {
   CallIntake intake = MakeIntake();
   ASSERT_EQ(intake.Open({"Nowhere", 7, "F"}), OpenResult::kOpened);
   intake.Add(TcdRecordStatic::Parse("7,1,12,,,,,I,091020,0800,,,,1"));
@@ -185,12 +188,50 @@ TEST_F(IntakeTest, APendingFileWaitsWithItsReasonUntilTheCauseIsFixed) {
   EXPECT_EQ(waiting[0].state, "pending");
   EXPECT_NE(waiting[0].detail.find("belongs to no company"), std::string::npos)
       << waiting[0].detail;
+}
 
-  db::Open(registry_path)->Execute("UPDATE Company SET [Clock Name] = 'Nowhere'");
-  companies.Refresh();
-  EXPECT_EQ(Sweep().delivered, 1);
-  EXPECT_EQ(RowCount(), 1);
-  EXPECT_TRUE(Waiting().empty());
+TEST(HistoryPurgeTest, AgeFromTheNameWithTheFixedYearEndRule) {
+  struct Case {
+    const char* name;
+    core::Date today;
+    std::optional<int> age;
+  } cases[] = {
+      {"0102000A.TCD", D(2010, 3, 15), 72},  // same year, common year
+      {"1231001.TCD", D(2010, 2, 28), 60},   // last year: -306 + 366, kept
+      {"1231001.TCD", D(2010, 3, 1), 61},    // one day later, deleted
+      {"1231001.TCD", D(2008, 3, 1), 61},    // leap year: -305 + 366, the true age
+      {"0315.TCD", D(2010, 3, 15), 0},       // today
+      {"0316.TCD", D(2010, 3, 15), 365},     // tomorrow's date: a year ago, by the rule
+      {"0229.TCD", D(2010, 3, 31), 30},      // no 29 Feb in 2010: taken as 1 March
+      {"1301.TCD", D(2010, 3, 15), std::nullopt},
+      {"0100.TCD", D(2010, 3, 15), std::nullopt},
+      {"ab01.TCD", D(2010, 3, 15), std::nullopt},
+      {"01.TCD", D(2010, 3, 15), std::nullopt},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(HistoryFileAge(c.name, c.today), c.age) << c.name << " on " << c.today.ToString();
+  }
+}
+
+// 72 days old, and 75 by the rule from last year's date, go; 14 days old, another extension and no
+// date in the name stay.
+TEST(HistoryPurgeTest, DeletesOldTcdFilesOnlyAndLogsBothLines) {
+  test::TempDir dir;
+  const std::pair<const char*, bool> files[] = {{"0102000A.TCD", false},
+                                                {"1231001.TCD", false},
+                                                {"0301002.tcd", true},
+                                                {"0102000A.arc", true},
+                                                {"notes.TCD", true}};
+  for (const auto& [name, stays] : files) std::ofstream(dir.path() / name) << "x";
+  core::ManualClock clock(*core::DateTime::FromParts(2010, 3, 15, 9, 30));
+  test_support::RecordingLog log;
+  EXPECT_EQ(PurgeHistoryFiles(dir.path(), clock, log), 2);
+  for (const auto& [name, stays] : files) {
+    EXPECT_EQ(std::filesystem::exists(dir.path() / name), stays) << name;
+  }
+  EXPECT_EQ(log.screen, (std::vector<std::string>{
+                            "2010-03-15 09:30:00 Deleting history files more than 60 days old.",
+                            "2010-03-15 09:30:00 Event Complete."}));
 }
 
 }  // namespace
