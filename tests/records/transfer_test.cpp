@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -15,6 +16,9 @@
 
 namespace clockcomm::records {
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
 
 using test_support::TransferFixture;
 
@@ -165,12 +169,8 @@ TEST(ClockFileTransferTest, NoCompanyOrNoCompanyDatabaseLeavesTheFile) {
   EXPECT_THROW(transfer.Transfer(Company(), file), TransferError);
   EXPECT_TRUE(f.log.HasScreen("- Invalid Object: 'CurrentCompany'.  Canceling transfer."));
   std::filesystem::remove(f.company_db_path);
-  try {
-    transfer.Transfer(f.LoadCompany(), file);
-    ADD_FAILURE() << "transferred without a company database";
-  } catch (const TransferError& e) {
-    EXPECT_NE(std::string(e.what()).find("was not found"), std::string::npos) << e.what();
-  }
+  EXPECT_THAT([&] { transfer.Transfer(f.LoadCompany(), file); },
+              ThrowsMessage<TransferError>(HasSubstr("was not found")));
   EXPECT_EQ(core::ReadWholeFile(file), "1,1,1,,,,,I,,,,,,\r\n");
   EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "keep.ARC"));
 }

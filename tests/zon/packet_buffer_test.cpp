@@ -1,5 +1,6 @@
 #include "zon/packet_buffer.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,6 +10,8 @@
 
 namespace clockcomm::zon {
 namespace {
+
+using ::testing::ThrowsMessage;
 
 std::vector<std::string> Drain(PacketBuffer& buffer) {
   std::vector<std::string> packets;
@@ -55,12 +58,8 @@ TEST(PacketBuffer, CutsPacketsAtTheTerminator) {
 TEST(PacketBuffer, GetNeedsAWholePacketAndTheTerminatorChangesOnlyForWhatComesNext) {
   PacketBuffer buffer;
   buffer.Append("a;b");
-  try {
-    buffer.GetPacket();
-    ADD_FAILURE() << "a fragment was taken";
-  } catch (const core::InvalidOperationException& e) {
-    EXPECT_STREQ(e.what(), "The PacketBuffer is empty.");
-  }
+  EXPECT_THAT([&] { buffer.GetPacket(); },
+              ThrowsMessage<core::InvalidOperationException>("The PacketBuffer is empty."));
   EXPECT_THROW(buffer.SetTerminationString(""), core::ArgumentException);
   buffer.SetTerminationString(";");
   EXPECT_EQ(buffer.Count(), 0);

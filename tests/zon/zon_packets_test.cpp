@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,6 +13,11 @@
 
 namespace clockcomm::zon {
 namespace {
+
+using ::testing::AllOf;
+using ::testing::Property;
+using ::testing::StrEq;
+using ::testing::Throws;
 
 // ACK4 and EOT4 are checked byte for byte by the modem transcript; NAK4 is in no recorded call.
 TEST(ProtocolChar, FramedNakCarriesItsCheckByte) {
@@ -41,14 +47,11 @@ TEST(ZonHeaderPacket, ParsesTheHeaderAClockSendsWithAnUploadTypeOfWPF) {
             -5);
   for (const char* ok : {"W", "P", "F"}) EXPECT_NO_THROW(ZonHeaderPacket("c", 1, "a", ok)) << ok;
   for (const char* bad : {"X", "", "w", "f", ".", "W.P", "WP", ".W", "F."}) {
-    SCOPED_TRACE(bad);
-    try {
-      ZonHeaderPacket("c", 1, "a", bad);
-      ADD_FAILURE() << "accepted";
-    } catch (const core::ArgumentException& e) {
-      EXPECT_STREQ(e.what(), "Invalid upload type.");
-      EXPECT_EQ(e.ParamName(), "UploadType");
-    }
+    EXPECT_THAT([&] { ZonHeaderPacket("c", 1, "a", bad); },
+                Throws<core::ArgumentException>(
+                    AllOf(Property(&core::ArgumentException::what, StrEq("Invalid upload type.")),
+                          Property(&core::ArgumentException::ParamName, "UploadType"))))
+        << bad;
   }
 }
 
