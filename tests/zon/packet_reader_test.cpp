@@ -33,13 +33,6 @@ TEST(PacketReader, ReadsFromAScriptedConnectionAtItsTerminator) {
   EXPECT_EQ(reader.ReadPacket(), "rest");
   EXPECT_EQ(split.ReadCalls(), calls);
   EXPECT_EQ(reader.Buffer().PendingFragment(), "and");
-
-  comm::StubConnection custom({"hello;world;"});
-  PacketReader semicolons(custom);
-  semicolons.SetTerminationString(";");
-  EXPECT_EQ(semicolons.ReadPacket(), "hello");
-  EXPECT_THROW(semicolons.SetTerminationString(""), core::ArgumentException);
-  EXPECT_EQ(semicolons.TerminationString(), ";");
 }
 
 TEST(PacketReader, TimeOutMeasuresSilenceNotTheWholeRead) {
