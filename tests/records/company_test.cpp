@@ -33,18 +33,21 @@ TEST(RegisterCompanyTest, TheCompanyFolderMustLieBelowTheDataFolder) {
       {"acme", true},
       {(data / "deep" / "er").string(), true},  // absolute, inside
   };
+  // Registers a company in the folder as the operator names it.
+  auto add = [&](const std::string& name, const std::string& clock, const std::string& folder) {
+    const fs::path path = fs::path(folder).is_absolute() ? fs::path(folder) : data / folder;
+    RegisterCompany(registry, path, path / db::kCompanyDatabaseFile,
+                    {.name = name, .clock_name = clock, .directory = folder});
+    return path / db::kCompanyDatabaseFile;
+  };
   int n = 0;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.dir);
-    NewCompany company;
-    company.name = "Company " + std::to_string(++n);
-    company.clock_name = "CLOCK" + std::to_string(n);
-    company.directory = row.dir;
-    const fs::path folder = fs::path(row.dir).is_absolute() ? fs::path(row.dir) : data / row.dir;
+    ++n;
     try {
-      RegisterCompany(registry, folder, folder / db::kCompanyDatabaseFile, company);
+      EXPECT_TRUE(
+          fs::exists(add("Company " + std::to_string(n), "CLOCK" + std::to_string(n), row.dir)));
       EXPECT_TRUE(row.accepted);
-      EXPECT_TRUE(fs::exists(folder / db::kCompanyDatabaseFile));
     } catch (const core::ArgumentException& e) {
       EXPECT_FALSE(row.accepted) << e.what();
       EXPECT_EQ(e.ParamName(), "dir");
@@ -58,17 +61,9 @@ TEST(RegisterCompanyTest, TheCompanyFolderMustLieBelowTheDataFolder) {
 
   // Names already there in the other case are refused, accented Windows-1252 letters too (plain
   // ones are the command test's).
-  auto add = [&](const std::string& name, const std::string& clock) {
-    NewCompany company;
-    company.name = name;
-    company.clock_name = clock;
-    company.directory = "d" + std::to_string(++n);
-    RegisterCompany(registry, data / company.directory,
-                    data / company.directory / db::kCompanyDatabaseFile, company);
-  };
-  ASSERT_NO_THROW(add("Caf\xC9 Ltd", "CAF\xC9"));
-  EXPECT_THROW(add("Other", "caf\xE9"), core::ArgumentException);
-  EXPECT_THROW(add("caf\xE9 ltd", "ELSEWHERE"), core::ArgumentException);
+  ASSERT_NO_THROW(add("Caf\xC9 Ltd", "CAF\xC9", "d1"));
+  EXPECT_THROW(add("Other", "caf\xE9", "d2"), core::ArgumentException);
+  EXPECT_THROW(add("caf\xE9 ltd", "ELSEWHERE", "d3"), core::ArgumentException);
 }
 
 using test_support::D;

@@ -17,6 +17,7 @@
 namespace clockcomm::records {
 namespace {
 
+using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
@@ -89,11 +90,11 @@ TEST(ClockFileTransferTest, ColumnsByPunchWithOverridesArchiveAndStamps) {
       f.OpenCompanyDb()->Query("SELECT [Clock Table Updated] FROM CompanyInfoT").Field(0).AsText(),
       "2009-10-21");
   EXPECT_EQ(f.LoadCompany().ClockDataTableLastUpdated().GetDate(), f.clock.Now().GetDate());
-  EXPECT_TRUE(f.log.HasScreen("4 record(s) in batch."));
-  EXPECT_TRUE(
-      f.log.HasEvent("Data transferred to the archive file.: The original clock file "
-                     "was retained."));
-  EXPECT_TRUE(f.log.HasScreen("Transfer for clock Front complete"));
+  EXPECT_THAT(f.log.screen, Contains(HasSubstr("4 record(s) in batch.")));
+  EXPECT_THAT(f.log.events,
+              Contains(HasSubstr("Data transferred to the archive file.: The original clock file "
+                                 "was retained.")));
+  EXPECT_THAT(f.log.screen, Contains(HasSubstr("Transfer for clock Front complete")));
 }
 
 // A punch is known by its content: a file that grew and a recovered file each go in once (the
@@ -152,8 +153,9 @@ TEST(ClockFileTransferTest, BadLinesRejectedGoodLinesGoIn) {
   EXPECT_EQ(f.RowCount(), 2);
   EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"),
             "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n");
-  EXPECT_TRUE(f.log.HasEvent("bad.TCD line 2: "));
-  EXPECT_TRUE(f.log.HasEvent("bad.TCD line 3: Department must be between 0 and 999999999."));
+  EXPECT_THAT(f.log.events, Contains(HasSubstr("bad.TCD line 2: ")));
+  EXPECT_THAT(f.log.events,
+              Contains(HasSubstr("bad.TCD line 3: Department must be between 0 and 999999999.")));
   // Run again: the reject file holds the same lines once, nothing is doubled.
   transfer.Transfer(f.LoadCompany(), file);
   EXPECT_EQ(f.RowCount(), 2);

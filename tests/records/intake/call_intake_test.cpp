@@ -2,6 +2,7 @@
 // a process that died, and the purge of old call files that runs with each delivery.
 #include "records/intake/call_intake.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -18,13 +19,30 @@ namespace clockcomm::records {
 namespace {
 
 using test_support::D;
+using ::testing::Contains;
+using ::testing::HasSubstr;
 
-class IntakeTest : public ::testing::Test, public test_support::IntakeFixture {
+// The transfer fixture with a data folder for the call files and the registry loaded.
+class IntakeTest : public ::testing::Test, public test_support::TransferFixture {
  protected:
+  IntakeTest() {
+    companies.Initialize(registry_path);
+    std::filesystem::create_directory(dir.path() / "data");
+  }
+  IntakePaths Paths() { return {dir.path() / "data", dir.path(), registry_path}; }
+  CallIntake MakeIntake() { return CallIntake(Paths(), companies, log, clock); }
+  size_t DataFiles(const std::string& extension) {
+    size_t n = 0;
+    for (const auto& e : std::filesystem::directory_iterator(dir.path() / "data")) {
+      n += e.path().extension() == extension;
+    }
+    return n;
+  }
+
   // A call of the clock with n punches, left in the state a process dies in after `sealed`.
-  std::filesystem::path DeadCall(int n, bool sealed, const std::string& clock_name = "Front") {
+  std::filesystem::path DeadCall(int n, bool sealed) {
     CallIntake intake = MakeIntake();
-    EXPECT_EQ(intake.Open({clock_name, 7, "F"}), OpenResult::kOpened);
+    EXPECT_EQ(intake.Open({"Front", 7, "F"}), OpenResult::kOpened);
     for (int i = 1; i <= n; ++i) {
       char line[64];
       std::snprintf(line, sizeof line, "7,%d,12,,,,,I,091020,08%02d,,,,1", i, i);
@@ -40,6 +58,8 @@ class IntakeTest : public ::testing::Test, public test_support::IntakeFixture {
   std::vector<WaitingFile> Waiting() {
     return IntakeRecovery(Paths(), companies, log, clock).Waiting();
   }
+
+  CompanyFactory companies{log, dir.path()};
 };
 
 TEST(CallFile, FirstFreeNumberOfTheDayAndTheExtensionByUploadType) {
@@ -96,11 +116,11 @@ TEST_F(IntakeTest, AFailedCallLosesItsOwnFilesButNeverAnotherCallsRejects) {
   ASSERT_EQ(intake.Open({"Front", 7, "F"}), OpenResult::kOpened);
   intake.Add(TcdRecordStatic::Parse("7,1,1,,,,,I,091020,0800,,,,1"));
   intake.Reject("not a punch", "bad");
-  EXPECT_EQ(DataFiles(".TCD").size(), 1u);
-  EXPECT_EQ(DataFiles(".BAD").size(), 2u);
+  EXPECT_EQ(DataFiles(".TCD"), 1u);
+  EXPECT_EQ(DataFiles(".BAD"), 2u);
   intake.Finish(false);
-  EXPECT_TRUE(DataFiles(".TCD").empty());
-  EXPECT_EQ(DataFiles(".BAD").size(), 1u);  // NOHEADER.BAD only
+  EXPECT_EQ(DataFiles(".TCD"), 0u);
+  EXPECT_EQ(DataFiles(".BAD"), 1u);  // NOHEADER.BAD only
 }
 
 // A clock name used in a duplicate folder cannot climb out of that folder.
@@ -145,8 +165,8 @@ TEST_F(IntakeTest, ADeadProcessesCallsAreDeliveredOrSetAsideByWhetherTheyWereSea
   EXPECT_FALSE(std::filesystem::exists(unsealed));
   EXPECT_TRUE(std::filesystem::exists(SetAsidePath(unsealed)));
   EXPECT_TRUE(std::filesystem::exists(live.File()));
-  EXPECT_TRUE(log.HasEvent("Recovered call file"));
-  EXPECT_TRUE(log.HasEvent("Incomplete call set aside"));
+  EXPECT_THAT(log.events, Contains(HasSubstr("Recovered call file")));
+  EXPECT_THAT(log.events, Contains(HasSubstr("Incomplete call set aside")));
   ASSERT_TRUE(live.Seal());
   EXPECT_EQ(live.Finish(true), FinishResult::kDelivered);
   EXPECT_EQ(RowCount(), 4);
@@ -165,7 +185,7 @@ TEST_F(IntakeTest, ADeadProcessesCallsAreDeliveredOrSetAsideByWhetherTheyWereSea
   EXPECT_FALSE(std::filesystem::exists(data / "10200098.TCD"));
   EXPECT_FALSE(std::filesystem::exists(data / "10200098.TCD.receiving.tmp"));
   EXPECT_TRUE(std::filesystem::exists(data / "10200099.TCD"));
-  EXPECT_TRUE(log.HasEvent("Empty call file removed"));
+  EXPECT_THAT(log.events, Contains(HasSubstr("Empty call file removed")));
   EXPECT_EQ(again.delivered + again.set_aside + again.still_pending, 0);
   const auto waiting = Waiting();
   ASSERT_EQ(waiting.size(), 1u);
@@ -181,7 +201,7 @@ TEST_F(IntakeTest, APendingFileWaitsWithItsReason) {
   intake.Add(TcdRecordStatic::Parse("7,1,12,,,,,I,091020,0800,,,,1"));
   ASSERT_TRUE(intake.Seal());
   EXPECT_EQ(intake.Finish(true), FinishResult::kPending);
-  EXPECT_TRUE(log.HasScreen("The punches of clock Nowhere wait in"));
+  EXPECT_THAT(log.screen, Contains(HasSubstr("The punches of clock Nowhere wait in")));
   EXPECT_EQ(Sweep().still_pending, 1);
   auto waiting = Waiting();
   ASSERT_EQ(waiting.size(), 1u);
