@@ -1,4 +1,5 @@
 // Runs the built clockcomm binary in a temporary program folder.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "core/durable_file.h"
@@ -10,6 +11,7 @@ namespace clockcomm::records {
 namespace {
 
 using test_support::RowsText;
+using ::testing::HasSubstr;
 
 struct CommandRun {
   int status;
@@ -30,7 +32,7 @@ class RecordCommandsTest : public ::testing::Test {
 TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   auto r = Clockcomm("company list");
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("Company3 database was not found."), std::string::npos) << r.out;
+  EXPECT_THAT(r.out, HasSubstr("Company3 database was not found."));
   ASSERT_EQ(Clockcomm("init").status, 0);
   r = Clockcomm(
       "company add Acme --clock Front --dir acme --pay-period semimonthly "
@@ -38,9 +40,8 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_TRUE(std::filesystem::exists(Path("data/acme/Company.db")));
   r = Clockcomm("company list");
-  EXPECT_NE(r.out.find("Acme\tFront\tacme\tsemimonthly\t2009-10-16 06:00\t2009-10-31 23:59"),
-            std::string::npos)
-      << r.out;
+  EXPECT_THAT(r.out,
+              HasSubstr("Acme\tFront\tacme\tsemimonthly\t2009-10-16 06:00\t2009-10-31 23:59"));
 
   for (const char* refused : {"--clock front --dir other", "--clock C2 --dir o --pay-period yearly",
                               "--clock C2 --dir o --pay-period custom",
@@ -64,26 +65,22 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
                             "23,,\r\n");
   r = Clockcomm("employee import --company Acme '" + Path("emp.csv").string() + "'");
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find(Path("emp.csv").string() + " line 3: card \"x21\""), std::string::npos)
-      << r.out;
-  EXPECT_NE(r.out.find(Path("emp.csv").string() + " line 4: home department"), std::string::npos)
-      << r.out;
-  EXPECT_NE(r.out.find("Imported 2 employee(s) into Acme (the first line was taken as a header)"),
-            std::string::npos)
-      << r.out;
+  EXPECT_THAT(r.out, HasSubstr(Path("emp.csv").string() + " line 3: card \"x21\""));
+  EXPECT_THAT(r.out, HasSubstr(Path("emp.csv").string() + " line 4: home department"));
+  EXPECT_THAT(r.out,
+              HasSubstr("Imported 2 employee(s) into Acme (the first line was taken as a header)"));
   // No header, a quoted comma: every line is an employee.
   core::WriteFileAtomically(Path("more.csv"), "24,,\"A,B\",\"Lee, Dee\"\n25,7\n");
   r = Clockcomm("employee import --company Acme '" + Path("more.csv").string() + "'");
   EXPECT_EQ(r.status, 0) << r.out;
-  EXPECT_NE(r.out.find("Imported 2 employee(s) into Acme\n"), std::string::npos) << r.out;
+  EXPECT_THAT(r.out, HasSubstr("Imported 2 employee(s) into Acme\n"));
 
   // Departments and jobs, and what the terminals receive of all three.
   EXPECT_EQ(Clockcomm("department add --company Acme --number 44 --name Kitchen").status, 0);
   EXPECT_EQ(Clockcomm("department add --company Acme --number 4x --name Bad").status, 1);
   EXPECT_EQ(Clockcomm("job add --company Acme --code task --name 'Task work'").status, 0);
-  EXPECT_NE(Clockcomm("department list --company Acme").out.find("44\tKitchen\n"),
-            std::string::npos);
-  EXPECT_NE(Clockcomm("job list --company Acme").out.find("task\tTask work\n"), std::string::npos);
+  EXPECT_THAT(Clockcomm("department list --company Acme").out, HasSubstr("44\tKitchen\n"));
+  EXPECT_THAT(Clockcomm("job list --company Acme").out, HasSubstr("task\tTask work\n"));
   auto company_db = db::Open(Path("data/acme/Company.db"));
   EXPECT_EQ(RowsText(*company_db,
                      "SELECT [Card ID], Name FROM LEVEL1 WHERE Active <> 0 ORDER BY [Card ID]"),
@@ -102,41 +99,31 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
       "999,3,20,,,,,V,10/21/2009,,,,8,\r\n");
   r = Clockcomm("transfer --clock FRONT '" + Path("data/10210001.TCD").string() + "'");
   ASSERT_EQ(r.status, 0) << r.out;
-  EXPECT_NE(r.out.find("3 row(s) went into Acme"), std::string::npos) << r.out;
+  EXPECT_THAT(r.out, HasSubstr("3 row(s) went into Acme"));
   const std::string warning = Path("SettingsOverride.txt").string() +
                               " line 3: eotquantity = \"0\" is not from 1 to 100; the default 1 "
                               "is used";
-  EXPECT_NE(r.out.find("clockcomm: warning: " + warning + "\n"), std::string::npos) << r.out;
+  EXPECT_THAT(r.out, HasSubstr("clockcomm: warning: " + warning + "\n"));
   r = Clockcomm("transfer --clock front '" + Path("data/10210001.TCD").string() + "'");
-  EXPECT_NE(r.out.find("0 row(s) went into Acme"), std::string::npos) << r.out;
+  EXPECT_THAT(r.out, HasSubstr("0 row(s) went into Acme"));
   EXPECT_TRUE(std::filesystem::exists(Path("data/10210001.ARC")));
 
-  // The settings file and the imported employees reach the transfer (the columns themselves are
-  // the transfer tests' business).
   auto db = db::Open(Path("data/acme/Company.db"));
-  EXPECT_EQ(
-      db->Query("SELECT COUNT(*) FROM [Clock Data Table] WHERE (Punch = 1 AND Department = 44 "
-                "AND JobNumber = 'task') OR (Punch = 3 AND Department = 7)")
-          .Field(0)
-          .AsInt(),
-      2);
-
   // Rows an administrator deleted come back only when asked, and the asking is logged.
   db->Execute("DELETE FROM [Clock Data Table] WHERE Punch = 2");
   r = Clockcomm("transfer --clock Front '" + Path("data/10210001.TCD").string() + "'");
-  EXPECT_NE(r.out.find("0 row(s) went in, 3 already there"), std::string::npos) << r.out;
+  EXPECT_THAT(r.out, HasSubstr("0 row(s) went in, 3 already there"));
   r = Clockcomm("transfer --again --clock Front '" + Path("data/10210001.TCD").string() + "'");
   EXPECT_EQ(r.status, 0) << r.out;
-  EXPECT_NE(r.out.find("forgot 1 deleted row(s), 1 row(s) went in, 2 already there"),
-            std::string::npos)
-      << r.out;
+  EXPECT_THAT(r.out, HasSubstr("forgot 1 deleted row(s), 1 row(s) went in, 2 already there"));
+  // Through the settings file, the added and the imported employee's department and job reached
+  // their punches.
   r = Clockcomm("punches --company Acme --from 2009-10-21");
-  EXPECT_NE(r.out.find("\n3\t20\tV\t2009-10-21\t\t\t\t7\twash\t\t\t8\n"), std::string::npos);
-  EXPECT_NE(r.out.find("\n4\t20\tO\t\t\t2009-10-21\t17:00:00\t"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("\n3 row(s) of Acme from 2009-10-21 to 2009-10-21\n"), std::string::npos)
-      << r.out;
-  EXPECT_NE(Clockcomm("punches --company Acme --from 2009-10-22").out.find("\n0 row(s)"),
-            std::string::npos);
+  EXPECT_THAT(r.out, HasSubstr("\n1\t1234\tI\t2009-10-21\t08:00:00\t\t\t44\ttask\t"));
+  EXPECT_THAT(r.out, HasSubstr("\n3\t20\tV\t2009-10-21\t\t\t\t7\twash\t\t\t8\n"));
+  EXPECT_THAT(r.out, HasSubstr("\n4\t20\tO\t\t\t2009-10-21\t17:00:00\t"));
+  EXPECT_THAT(r.out, HasSubstr("\n3 row(s) of Acme from 2009-10-21 to 2009-10-21\n"));
+  EXPECT_THAT(Clockcomm("punches --company Acme --from 2009-10-22").out, HasSubstr("\n0 row(s)"));
   EXPECT_EQ(RowsText(*db::Open(Path("data/TCLOG.db")),
                      "SELECT ClockName, instr(EventDes, '10210001.TCD again') > 0 FROM LogTable "
                      "WHERE EventType = 'Transfer again'"),
@@ -144,20 +131,14 @@ TEST_F(RecordCommandsTest, CompanyEmployeesAndTransferEndToEnd) {
 
   r = Clockcomm("transfer --clock Nowhere '" + Path("data/10210001.TCD").string() + "'");
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("Clock name 'Nowhere' was not found in Company3.mdb"), std::string::npos);
+  EXPECT_THAT(r.out, HasSubstr("Clock name 'Nowhere' was not found in Company3.mdb"));
   EXPECT_EQ(Clockcomm("transfer --clock Front '" + Path("none.TCD").string() + "'").status, 1);
   // Windows-1252 text in the arguments, as bytes: an accented clock name in the other case.
   ASSERT_EQ(Clockcomm("company add 'Caf\xE9' --clock 'caf\xE9' --dir cafe").status, 0);
   core::WriteFileAtomically(Path("data/c.TCD"), "1,1,12,,,,,I,10/21/2009,08:00,,,,\r\n");
   r = Clockcomm("transfer --clock 'CAF\xC9' '" + Path("data/c.TCD").string() + "'");
   EXPECT_EQ(r.status, 0) << r.out;
-  EXPECT_NE(r.out.find("1 row(s) went into Caf\xE9"), std::string::npos) << r.out;
-
-  for (const char* cmd : {"company --help", "company add --help", "company list --help",
-                          "employee add --help", "employee import --help", "department --help",
-                          "job --help", "transfer --help", "punches --help"}) {
-    EXPECT_EQ(Clockcomm(cmd).status, 0) << cmd;
-  }
+  EXPECT_THAT(r.out, HasSubstr("1 row(s) went into Caf\xE9"));
 }
 
 }  // namespace

@@ -1,50 +1,49 @@
+// A punch record: its fields, its text forms, and the TCD files and archives that hold such lines.
 #include "records/tcd_record.h"
 
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include "core/durable_file.h"
 #include "core/errors.h"
+#include "records/tcd_archive.h"
+#include "records/tcd_file_reader.h"
+#include "records/tcd_file_writer.h"
 #include "records/tcd_record_static.h"
 #include "records/transfer_fixture.h"
 
 namespace clockcomm::records {
 namespace {
 
+using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
+
 using test_support::D;
 using test_support::T;
 
+// Text without digits is no department; numbers outside the range are refused and leave the old
+// value, in the setter and the constructor alike.
 TEST(TcdRecordTest, DepartmentRules) {
-  struct Case {
-    const char* text;
-    std::optional<int32_t> expected;
-    bool throws;
-  };
-  const Case cases[] = {
-      {"1234", 1234, false},
-      {"abc", std::nullopt, false},
-      {"", std::nullopt, false},
-      {"0", 0, false},
-      {"999999999", 999999999, false},
-      {"-1", std::nullopt, true},
-      {"1000000000", std::nullopt, true},
-      {"1e20", std::nullopt, true},
-  };
-  for (const auto& c : cases) {
+  const std::pair<const char*, std::optional<int32_t>> accepted[] = {{"1234", 1234},
+                                                                     {"abc", std::nullopt},
+                                                                     {"", std::nullopt},
+                                                                     {"0", 0},
+                                                                     {"999999999", 999999999}};
+  for (const auto& [text, expected] : accepted) {
+    TcdRecord r;
+    r.SetDepartmentText(text);
+    EXPECT_EQ(r.Department(), expected) << text;
+  }
+  for (const char* text : {"-1", "1000000000", "1e20"}) {
     TcdRecord r;
     r.SetDepartment(42);
-    if (c.throws) {
-      try {
-        r.SetDepartmentText(c.text);
-        ADD_FAILURE() << c.text << " was accepted";
-      } catch (const core::ArgumentException& e) {
-        EXPECT_STREQ(e.what(), "Department must be between 0 and 999999999.");
-        EXPECT_EQ(r.Department(), 42) << "old value must stay for " << c.text;
-      }
-    } else {
-      r.SetDepartmentText(c.text);
-      EXPECT_EQ(r.Department(), c.expected) << c.text;
-    }
+    EXPECT_THAT(
+        [&] { r.SetDepartmentText(text); },
+        ThrowsMessage<core::ArgumentException>("Department must be between 0 and 999999999."));
+    EXPECT_EQ(r.Department(), 42) << text;
   }
-  // The constructor applies the range check too.
   EXPECT_THROW(TcdRecord("1", 1, 1, -5, "", "", "", "I", {}, {}, {}, {}, {}, ""),
                core::ArgumentException);
 }
@@ -53,37 +52,22 @@ TEST(TcdRecordTest, DepartmentRules) {
 TEST(TcdRecordTest, JobNumberLengthAndTrimming) {
   TcdRecord r;
   r.SetJobNumber("1234567890123");
+  EXPECT_THAT([&] { r.SetJobNumber("12345678901234"); },
+              ThrowsMessage<core::ArgumentException>("JobNumber cannot exceed 13 characters."));
   EXPECT_EQ(r.JobNumber(), "1234567890123");
-  try {
-    r.SetJobNumber("12345678901234");
-    FAIL() << "14 characters accepted";
-  } catch (const core::ArgumentException& e) {
-    EXPECT_STREQ(e.what(), "JobNumber cannot exceed 13 characters.");
-  }
-  EXPECT_EQ(r.JobNumber(), "1234567890123");
-  TcdRecord built("1", 1, 1, std::nullopt, "  12345678901234  ", "", "", "I", {}, {}, {}, {}, {},
-                  "");
-  EXPECT_EQ(built.JobNumber(), "12345678901234");
-  TcdRecord trimmed(" 99 ", 1, 1, std::nullopt, " j ", " a ", " b ", " LO ", {}, {}, {}, {}, {},
-                    " c ");
-  EXPECT_EQ(trimmed.ClockNumber(), "99");
-  EXPECT_EQ(trimmed.PunchType(), "LO");
-  EXPECT_EQ(trimmed.Level4() + trimmed.Level5() + trimmed.PunchClass(), "abc");
+  TcdRecord built(" 99 ", 1, 1, std::nullopt, "  12345678901234  ", " a ", " b ", " LO ", {}, {},
+                  {}, {}, {}, " c ");
+  EXPECT_EQ(built.ClockNumber() + "|" + built.JobNumber() + "|" + built.PunchType() + "|" +
+                built.Level4() + built.Level5() + built.PunchClass(),
+            "99|12345678901234|LO|abc");
 }
 
-TEST(TcdRecordTest, ToTcdStringForms) {
-  TcdRecord r("999", 1, 2, 3, "work", "level4", "level5", "I", std::nullopt, std::nullopt,
-              D(2009, 1, 1), T(8, 30), 6.0f, "7");
-  // The quoted form (1) is what the call files hold, line for line in the golden transcripts.
-  EXPECT_EQ(r.ToTcdString(0), "999,1,2,3,work,level4,level5,I,,,2009/1/1,08:30,6,7");
-  EXPECT_EQ(r.ToTcdString(2), r.ToTcdString(0)) << "only 1 means quoted";
-  r.SetDepartment(std::nullopt);
-  r.SetAmount(12.3f);
-  r.SetSequenceNumber(-4);
-  r.SetTimeout(T(8, 30, 15));
-  EXPECT_EQ(r.ToTcdString(0), "999,-4,2,,work,level4,level5,I,,,2009/1/1,08:30,12.3,7");
-  r.SetIncludeSeconds(true);
-  EXPECT_EQ(r.ToTcdString(0), "999,-4,2,,work,level4,level5,I,,,2009/1/1,08:30:15,12.3,7");
+// The quoted form (1) is what the call files hold, line for line in the golden transcripts; the
+// plain form of every field is checked by the parse test below.
+TEST(TcdRecordTest, ToTcdStringWritesAmountsAndNegativeSequenceNumbersAsTheyAre) {
+  TcdRecord r("999", -4, 2, std::nullopt, "work", "", "", "I", std::nullopt, std::nullopt,
+              D(2009, 1, 1), T(8, 30), 12.3f, "7");
+  EXPECT_EQ(r.ToTcdString(0), "999,-4,2,,work,,,I,,,2009/1/1,08:30,12.3,7");
 }
 
 TEST(TcdRecordStaticTest, ConvertLettersToNumbers) {
@@ -139,6 +123,95 @@ TEST(TcdRecordStaticTest, ParseLineFormsAndRefusals) {
                core::IndexOutOfRangeException);
   EXPECT_THROW(TcdRecordStatic::Parse(""), core::IndexOutOfRangeException);
   EXPECT_THROW(TcdRecordStatic::Parse("1,1,1,ZZZZZZZZZZ,,,,I,,,,,,"), core::ArgumentException);
+}
+
+// What the call files hold is checked line for line by the golden transcripts.
+TcdRecord Punch(int seq) {
+  return TcdRecord("999", seq, 1000 + seq, {}, "", "", "", "I", D(2009, 10, 20), T(8, 0), {}, {},
+                   {}, "1");
+}
+
+// Appending is the archives' (below); a missing folder is named by the archive, a missing clock
+// file by the transfer command.
+TEST(TcdFilesTest, WriterLinesEndInCrLfAndAHandedInDescriptorStaysTheCallers) {
+  test::TempDir dir;
+  const auto path = dir.path() / "x.TCD";
+  { TcdFileWriter(path, false).WriteRecord(Punch(1)); }
+  { TcdFileWriter(path, false).WriteRecord(Punch(2)); }
+  const std::string line =
+      "\"999\",\"2\",\"1002\",\"\",\"\",\"\",\"\",\"I\","
+      "\"2009/10/20\",\"08:00\",\"\",\"\",\"\",\"1\"\r\n";
+  EXPECT_EQ(core::ReadWholeFile(path), line) << "a writer without append empties the file";
+
+  const int fd = ::open(path.c_str(), O_WRONLY | O_TRUNC);
+  ASSERT_GE(fd, 0);
+  {
+    TcdFileWriter writer(fd);
+    writer.WriteRecord(Punch(2));
+    writer.CloseWriter();
+  }
+  EXPECT_EQ(::write(fd, "x", 1), 1) << "the caller's descriptor must still be open";
+  EXPECT_EQ(::close(fd), 0);
+  EXPECT_EQ(core::ReadWholeFile(path), line + "x");
+
+  core::WriteFileAtomically(path, "");
+  EXPECT_FALSE(TcdFileReader(path).Read());
+}
+
+TEST(TcdFilesTest, ReaderLineRules) {
+  test::TempDir dir;
+  const auto path = dir.path() / "mixed.TCD";
+  core::WriteFileAtomically(path,
+                            "\"1\",\"2\",\"3\",\"\",\"a,b\",\"\",\"\",\"I\",\"11/13/2009\","
+                            "\"13:55\",\"\",\"\",\"\",\"\"\r\n"
+                            "\r\n"
+                            "1,2,3\r\n"
+                            "1,2,AB,4,,,,O,2009/1/2,9pm,,,x,\n"
+                            "1,2,3,2000000000,,,,I,,,,,,\r\n"
+                            "1,5,6,,,,,I,,,,,,");
+  TcdFileReader reader(path);
+  ASSERT_TRUE(reader.Read());
+  EXPECT_EQ(reader.Record()->JobNumber(), "a,b");
+  EXPECT_EQ(reader.Record()->DateIn(), D(2009, 11, 13));
+  EXPECT_EQ(reader.LineNumber(), 1);
+  EXPECT_THROW(reader.Read(), core::FormatException);
+  EXPECT_EQ(reader.LineNumber(), 3) << "blank line skipped, short line named";
+  EXPECT_EQ(reader.Line(), "1,2,3");
+  ASSERT_TRUE(reader.Read());
+  // No keypad conversion on this path: a letter badge reads as 0.
+  EXPECT_EQ(reader.Record()->BadgeId(), 0);
+  EXPECT_EQ(reader.Record()->Department(), 4);
+  EXPECT_EQ(reader.Record()->TimeIn(), T(21, 0));
+  EXPECT_FALSE(reader.Record()->Amount());
+  EXPECT_THROW(reader.Read(), core::ArgumentException);
+  EXPECT_EQ(reader.LineNumber(), 5);
+  ASSERT_TRUE(reader.Read());
+  EXPECT_EQ(reader.Record()->SequenceNumber(), 5);
+  EXPECT_FALSE(reader.Read());
+}
+
+TEST(TcdFilesTest, ArchiveNamesAndAppends) {
+  test::TempDir dir;
+  EXPECT_EQ(DailyArchivePath(dir.path(), D(2009, 2, 1)).filename(), "0201000A.TCD");
+  EXPECT_EQ(DailyArchivePath(dir.path(), D(2009, 12, 31)).filename(), "1231000A.TCD");
+  EXPECT_EQ(PermanentArchivePath(dir.path(), "CLOCK1").filename(), "CLOCK1.arc");
+
+  Company company;
+  company.Initialize("Acme", {}, "CLOCK1", "acme", D(2009, 1, 1), "weekly", {}, 0, dir.path());
+  EXPECT_THAT([&] { TcdArchiveWriter(company, D(2009, 2, 1)); },
+              ThrowsMessage<core::SystemError>(HasSubstr("Couldn't open daily archive file.")));
+  std::filesystem::create_directory(dir.path() / "acme");
+  for (int call = 0; call < 2; ++call) {
+    TcdArchiveWriter archive(company, D(2009, 2, 1));
+    archive.WriteRecord(Punch(call + 1));
+    archive.Sync();
+  }
+  for (const char* name : {"0201000A.TCD", "CLOCK1.arc"}) {
+    TcdFileReader reader(dir.path() / "acme" / name);
+    int n = 0;
+    while (reader.Read()) ++n;
+    EXPECT_EQ(n, 2) << name << " collects both calls";
+  }
 }
 
 }  // namespace

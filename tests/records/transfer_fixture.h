@@ -1,8 +1,7 @@
 // A data directory with a registry, one company and its database, for the transfer and intake
-// tests, and the date helpers the record tests share.
+// tests, and the helpers the record tests share.
 #pragma once
 
-#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,7 +11,6 @@
 #include "db/open.h"
 #include "db/schema.h"
 #include "records/company_factory.h"
-#include "records/intake/call_intake.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::records::test_support {
@@ -40,15 +38,7 @@ class RecordingLog : public core::LogSink {
   }
   void Debug(std::string_view, std::string_view) override {}
   void Screen(std::string_view m) override { screen.emplace_back(m); }
-  bool HasEvent(std::string_view part) const { return Has(events, part); }
-  bool HasScreen(std::string_view part) const { return Has(screen, part); }
   std::vector<std::string> events, screen;
-
- private:
-  static bool Has(const std::vector<std::string>& lines, std::string_view part) {
-    return std::any_of(lines.begin(), lines.end(),
-                       [&](const std::string& l) { return l.find(part) != std::string::npos; });
-  }
 };
 
 class TransferFixture {
@@ -85,26 +75,6 @@ class TransferFixture {
   std::filesystem::path company_db_path;
   RecordingLog log;
   core::ManualClock clock{core::DateTime(D(2009, 10, 21), T(9, 0))};
-};
-
-// The same with a data folder for the call files and the registry loaded.
-class IntakeFixture : public TransferFixture {
- public:
-  IntakeFixture() {
-    companies.Initialize(registry_path);
-    std::filesystem::create_directory(dir.path() / "data");
-  }
-  IntakePaths Paths() { return {dir.path() / "data", dir.path(), registry_path}; }
-  CallIntake MakeIntake() { return CallIntake(Paths(), companies, log, clock); }
-  std::vector<std::filesystem::path> DataFiles(const std::string& extension) {
-    std::vector<std::filesystem::path> out;
-    for (const auto& e : std::filesystem::directory_iterator(dir.path() / "data")) {
-      if (e.path().extension() == extension) out.push_back(e.path());
-    }
-    return out;
-  }
-
-  CompanyFactory companies{log, dir.path()};
 };
 
 }  // namespace clockcomm::records::test_support

@@ -1,7 +1,8 @@
-// The call intake: the call file a line writes, its delivery, and the sweep that finishes the calls
-// of a process that died.
+// The call intake: the call file a line writes, its delivery, the sweep that finishes the calls of
+// a process that died, and the purge of old call files that runs with each delivery.
 #include "records/intake/call_intake.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -9,6 +10,7 @@
 #include "core/durable_file.h"
 #include "records/intake/call_file.h"
 #include "records/intake/call_state.h"
+#include "records/intake/history_purge.h"
 #include "records/intake/intake_recovery.h"
 #include "records/tcd_record_static.h"
 #include "records/transfer_fixture.h"
@@ -16,12 +18,31 @@
 namespace clockcomm::records {
 namespace {
 
-class IntakeTest : public ::testing::Test, public test_support::IntakeFixture {
+using test_support::D;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
+// The transfer fixture with a data folder for the call files and the registry loaded.
+class IntakeTest : public ::testing::Test, public test_support::TransferFixture {
  protected:
+  IntakeTest() {
+    companies.Initialize(registry_path);
+    std::filesystem::create_directory(dir.path() / "data");
+  }
+  IntakePaths Paths() { return {dir.path() / "data", dir.path(), registry_path}; }
+  CallIntake MakeIntake() { return CallIntake(Paths(), companies, log, clock); }
+  size_t DataFiles(const std::string& extension) {
+    size_t n = 0;
+    for (const auto& e : std::filesystem::directory_iterator(dir.path() / "data")) {
+      n += e.path().extension() == extension;
+    }
+    return n;
+  }
+
   // A call of the clock with n punches, left in the state a process dies in after `sealed`.
-  std::filesystem::path DeadCall(int n, bool sealed, const std::string& clock_name = "Front") {
+  std::filesystem::path DeadCall(int n, bool sealed) {
     CallIntake intake = MakeIntake();
-    EXPECT_EQ(intake.Open({clock_name, 7, "F"}), OpenResult::kOpened);
+    EXPECT_EQ(intake.Open({"Front", 7, "F"}), OpenResult::kOpened);
     for (int i = 1; i <= n; ++i) {
       char line[64];
       std::snprintf(line, sizeof line, "7,%d,12,,,,,I,091020,08%02d,,,,1", i, i);
@@ -37,6 +58,8 @@ class IntakeTest : public ::testing::Test, public test_support::IntakeFixture {
   std::vector<WaitingFile> Waiting() {
     return IntakeRecovery(Paths(), companies, log, clock).Waiting();
   }
+
+  CompanyFactory companies{log, dir.path()};
 };
 
 TEST(CallFile, FirstFreeNumberOfTheDayAndTheExtensionByUploadType) {
@@ -93,11 +116,11 @@ TEST_F(IntakeTest, AFailedCallLosesItsOwnFilesButNeverAnotherCallsRejects) {
   ASSERT_EQ(intake.Open({"Front", 7, "F"}), OpenResult::kOpened);
   intake.Add(TcdRecordStatic::Parse("7,1,1,,,,,I,091020,0800,,,,1"));
   intake.Reject("not a punch", "bad");
-  EXPECT_EQ(DataFiles(".TCD").size(), 1u);
-  EXPECT_EQ(DataFiles(".BAD").size(), 2u);
+  EXPECT_EQ(DataFiles(".TCD"), 1u);
+  EXPECT_EQ(DataFiles(".BAD"), 2u);
   intake.Finish(false);
-  EXPECT_TRUE(DataFiles(".TCD").empty());
-  EXPECT_EQ(DataFiles(".BAD").size(), 1u);  // NOHEADER.BAD only
+  EXPECT_EQ(DataFiles(".TCD"), 0u);
+  EXPECT_EQ(DataFiles(".BAD"), 1u);  // NOHEADER.BAD only
 }
 
 // A clock name used in a duplicate folder cannot climb out of that folder.
@@ -142,8 +165,8 @@ TEST_F(IntakeTest, ADeadProcessesCallsAreDeliveredOrSetAsideByWhetherTheyWereSea
   EXPECT_FALSE(std::filesystem::exists(unsealed));
   EXPECT_TRUE(std::filesystem::exists(SetAsidePath(unsealed)));
   EXPECT_TRUE(std::filesystem::exists(live.File()));
-  EXPECT_TRUE(log.HasEvent("Recovered call file"));
-  EXPECT_TRUE(log.HasEvent("Incomplete call set aside"));
+  EXPECT_THAT(log.events, Contains(HasSubstr("Recovered call file")));
+  EXPECT_THAT(log.events, Contains(HasSubstr("Incomplete call set aside")));
   ASSERT_TRUE(live.Seal());
   EXPECT_EQ(live.Finish(true), FinishResult::kDelivered);
   EXPECT_EQ(RowCount(), 4);
@@ -162,7 +185,7 @@ TEST_F(IntakeTest, ADeadProcessesCallsAreDeliveredOrSetAsideByWhetherTheyWereSea
   EXPECT_FALSE(std::filesystem::exists(data / "10200098.TCD"));
   EXPECT_FALSE(std::filesystem::exists(data / "10200098.TCD.receiving.tmp"));
   EXPECT_TRUE(std::filesystem::exists(data / "10200099.TCD"));
-  EXPECT_TRUE(log.HasEvent("Empty call file removed"));
+  EXPECT_THAT(log.events, Contains(HasSubstr("Empty call file removed")));
   EXPECT_EQ(again.delivered + again.set_aside + again.still_pending, 0);
   const auto waiting = Waiting();
   ASSERT_EQ(waiting.size(), 1u);
@@ -170,27 +193,65 @@ TEST_F(IntakeTest, ADeadProcessesCallsAreDeliveredOrSetAsideByWhetherTheyWereSea
   EXPECT_EQ(RowCount(), 4);
 }
 
-// A clock without company keeps the file pending with the reason; once a company has the clock
-// the sweep delivers it. (A locked or damaged database is the fault calls'.)
-TEST_F(IntakeTest, APendingFileWaitsWithItsReasonUntilTheCauseIsFixed) {
+// A clock without company keeps the file pending with the reason. (A locked or damaged database,
+// and the delivery once the cause is gone, are the fault calls'.)
+TEST_F(IntakeTest, APendingFileWaitsWithItsReason) {
   CallIntake intake = MakeIntake();
   ASSERT_EQ(intake.Open({"Nowhere", 7, "F"}), OpenResult::kOpened);
   intake.Add(TcdRecordStatic::Parse("7,1,12,,,,,I,091020,0800,,,,1"));
   ASSERT_TRUE(intake.Seal());
   EXPECT_EQ(intake.Finish(true), FinishResult::kPending);
-  EXPECT_TRUE(log.HasScreen("The punches of clock Nowhere wait in"));
+  EXPECT_THAT(log.screen, Contains(HasSubstr("The punches of clock Nowhere wait in")));
   EXPECT_EQ(Sweep().still_pending, 1);
   auto waiting = Waiting();
   ASSERT_EQ(waiting.size(), 1u);
   EXPECT_EQ(waiting[0].state, "pending");
   EXPECT_NE(waiting[0].detail.find("belongs to no company"), std::string::npos)
       << waiting[0].detail;
+}
 
-  db::Open(registry_path)->Execute("UPDATE Company SET [Clock Name] = 'Nowhere'");
-  companies.Refresh();
-  EXPECT_EQ(Sweep().delivered, 1);
-  EXPECT_EQ(RowCount(), 1);
-  EXPECT_TRUE(Waiting().empty());
+TEST(HistoryPurgeTest, AgeFromTheNameWithTheFixedYearEndRule) {
+  struct Case {
+    const char* name;
+    core::Date today;
+    std::optional<int> age;
+  } cases[] = {
+      {"0102000A.TCD", D(2010, 3, 15), 72},  // same year, common year
+      {"1231001.TCD", D(2010, 2, 28), 60},   // last year: -306 + 366, kept
+      {"1231001.TCD", D(2010, 3, 1), 61},    // one day later, deleted
+      {"1231001.TCD", D(2008, 3, 1), 61},    // leap year: -305 + 366, the true age
+      {"0315.TCD", D(2010, 3, 15), 0},       // today
+      {"0316.TCD", D(2010, 3, 15), 365},     // tomorrow's date: a year ago, by the rule
+      {"0229.TCD", D(2010, 3, 31), 30},      // no 29 Feb in 2010: taken as 1 March
+      {"1301.TCD", D(2010, 3, 15), std::nullopt},
+      {"0100.TCD", D(2010, 3, 15), std::nullopt},
+      {"ab01.TCD", D(2010, 3, 15), std::nullopt},
+      {"01.TCD", D(2010, 3, 15), std::nullopt},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(HistoryFileAge(c.name, c.today), c.age) << c.name << " on " << c.today.ToString();
+  }
+}
+
+// 72 days old, and 75 by the rule from last year's date, go; 14 days old, another extension and no
+// date in the name stay.
+TEST(HistoryPurgeTest, DeletesOldTcdFilesOnlyAndLogsBothLines) {
+  test::TempDir dir;
+  const std::pair<const char*, bool> files[] = {{"0102000A.TCD", false},
+                                                {"1231001.TCD", false},
+                                                {"0301002.tcd", true},
+                                                {"0102000A.arc", true},
+                                                {"notes.TCD", true}};
+  for (const auto& [name, stays] : files) std::ofstream(dir.path() / name) << "x";
+  core::ManualClock clock(*core::DateTime::FromParts(2010, 3, 15, 9, 30));
+  test_support::RecordingLog log;
+  EXPECT_EQ(PurgeHistoryFiles(dir.path(), clock, log), 2);
+  for (const auto& [name, stays] : files) {
+    EXPECT_EQ(std::filesystem::exists(dir.path() / name), stays) << name;
+  }
+  EXPECT_EQ(log.screen, (std::vector<std::string>{
+                            "2010-03-15 09:30:00 Deleting history files more than 60 days old.",
+                            "2010-03-15 09:30:00 Event Complete."}));
 }
 
 }  // namespace
