@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "core/clock.h"
 #include "core/text.h"
 
@@ -53,26 +51,6 @@ TEST(Text, CaseFoldsWindows1252Letters) {
   }
   EXPECT_EQ(ToUpper("caf\xE9 \xFF\x9A\xF7\xDF"), "CAF\xC9 \x9F\x8A\xF7\xDF");
   EXPECT_EQ(ToLower("CAF\xC9 \x9F\x8A\xD7\xB5"), "caf\xE9 \xFF\x9A\xD7\xB5");
-}
-
-TEST(ManualClock, WaitUntilWakesWhenTimeMovesOrStopIsRequested) {
-  ManualClock clock(*DateTime::FromParts(2009, 10, 20, 8, 0, 0));
-  StopSignal stop;
-  bool reached = false;
-  std::thread waiter(
-      [&] { reached = clock.WaitUntil(*DateTime::FromParts(2009, 10, 20, 9), stop); });
-  ASSERT_TRUE(clock.WaitForWaiters(1, std::chrono::seconds(5)));
-  clock.Advance(std::chrono::minutes(30));
-  EXPECT_EQ(clock.Waiters(), 1);  // still before the deadline
-  clock.Advance(std::chrono::minutes(30));
-  waiter.join();
-  EXPECT_TRUE(reached);
-
-  std::thread stopped([&] { reached = clock.WaitUntil(*DateTime::FromParts(2010, 1, 1), stop); });
-  ASSERT_TRUE(clock.WaitForWaiters(1, std::chrono::seconds(5)));
-  stop.Request();
-  stopped.join();
-  EXPECT_FALSE(reached);
 }
 
 TEST(ManualClock, SteadyTimeMovesInSubSecondStepsAndTheCalendarFollowsWholeSeconds) {

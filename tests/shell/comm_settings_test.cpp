@@ -1,5 +1,6 @@
 #include "shell/comm_settings.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -9,6 +10,10 @@
 
 namespace clockcomm::shell {
 namespace {
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using ::testing::ThrowsMessage;
 
 // The refusal's text is the settings command's.
 TEST(CommSettingsTest, DefaultsRoundTripAndARefusedTerminalCountLeavesTheFile) {
@@ -16,27 +21,23 @@ TEST(CommSettingsTest, DefaultsRoundTripAndARefusedTerminalCountLeavesTheFile) {
   CommSettings defaults;
   defaults.program_folder = home.path().string() + "/";
   EXPECT_EQ(ReadCommSettings(home.path()), defaults) << "no file: the defaults";
-  EXPECT_EQ(defaults.modem_init, "ATE1Q0V1X4S0=1");
-  CommSettings blank;
-  blank.modem_init = "";
-  WriteCommSettings(home.path(), blank);
-  EXPECT_EQ(ReadCommSettings(home.path()).modem_init, "ATE1Q0V1X4S0=1") << "empty: the default";
+  WriteCommSettings(home.path(), CommSettings{.modem_init = ""});
+  EXPECT_EQ(ReadCommSettings(home.path()).modem_init, kDefaultModemInit) << "empty: the default";
 
-  CommSettings s;
-  s.comm_port = 4;
-  s.connection_type = comm::ConnectionType::kModem;
-  s.auto_start_mode = 3;
-  s.begin_time = "07:05";
-  s.end_time = "NONE";
-  s.modem_init = "AT&F,S0=2";
-  s.export_format = "ASCII BR/PD Format";
-  s.response_wait = 9;
-  s.second_pause = 0;
-  s.program_folder = "/opt/clock, main/";
-  s.terminal_count = 96;
-  s.terminal_type = terminal::TerminalType::kAtsESeries;
-  s.lan_delay_ms = 12.5;
-  s.auto_shutdown = true;
+  const CommSettings s{.comm_port = 4,
+                       .connection_type = comm::ConnectionType::kModem,
+                       .auto_start_mode = 3,
+                       .begin_time = "07:05",
+                       .end_time = "NONE",
+                       .modem_init = "AT&F,S0=2",
+                       .export_format = "ASCII BR/PD Format",
+                       .response_wait = 9,
+                       .second_pause = 0,
+                       .program_folder = "/opt/clock, main/",
+                       .terminal_count = 96,
+                       .terminal_type = terminal::TerminalType::kAtsESeries,
+                       .lan_delay_ms = 12.5,
+                       .auto_shutdown = true};
   WriteCommSettings(home.path(), s);
   EXPECT_EQ(ReadCommSettings(home.path()), s);
   const std::string text = core::ReadWholeFile(home.path() / "clockcomm.dta");
@@ -84,7 +85,8 @@ TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefus
       {"connection_type", "4"}, {"connection_type", "Telepathy"}, {"comm_port", "0"},
       {"begin_time", "25:61"},  {"end_time", "2009-10-20 08:00"}, {"export_format", "CSV"},
       {"modem_init", "AT\"Z"},  {"lan_delay_ms", "-1"},           {"auto_shutdown", "maybe"},
-      {"response_wait", "-2"},  {"terminal_type", "12"},          {"colour", "blue"},
+      {"response_wait", "-2"},  {"auto_start_mode", "4"},         {"terminal_type", "12"},
+      {"colour", "blue"},
   };
   for (const Bad& b : bad) {
     CommSettings copy = s;
@@ -93,7 +95,7 @@ TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefus
       ADD_FAILURE() << b.key << "=" << b.value << " accepted";
     } catch (const core::ArgumentException& e) {
       EXPECT_EQ(e.ParamName(), b.key);
-      EXPECT_NE(std::string(e.what()).find(b.key), std::string::npos) << e.what();
+      EXPECT_THAT(e.what(), HasSubstr(b.key));
     }
     EXPECT_EQ(copy, s) << b.key << " changed by a refused value";
   }
@@ -102,17 +104,12 @@ TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefus
 TEST(CommSettingsTest, TheThreeOperatorLinesOfAnUnwritableFolder) {
   test::TempDir home;
   const auto folder = home.path() / "missing";
-  try {
-    WriteCommSettings(folder, CommSettings{});
-    FAIL() << "wrote into a missing folder";
-  } catch (const ParameterFileError& e) {
-    const std::string text = e.what();
-    EXPECT_EQ(text.rfind("System Error 2: ", 0), 0u) << text;
-    EXPECT_NE(text.find("\nCould not open parameter file " + (folder / "clockcomm.dta").string() +
-                        "\nCheck FILES setting in CONFIG.SYS"),
-              std::string::npos)
-        << text;
-  }
+  EXPECT_THAT(
+      [&] { WriteCommSettings(folder, CommSettings{}); },
+      ThrowsMessage<ParameterFileError>(
+          AllOf(StartsWith("System Error 2: "),
+                HasSubstr("\nCould not open parameter file " + (folder / "clockcomm.dta").string() +
+                          "\nCheck FILES setting in CONFIG.SYS"))));
 }
 
 // A stored terminal type number is that type, whichever build wrote the file (files of the
@@ -132,20 +129,15 @@ TEST(CommSettingsTest, ParsedFieldByField) {
     const char* expected;
   } cases[] = {
       {"1,2,3\r\n", "expected 14 fields, found 3"},
-      {"1,2,1,\"NONE\",\"NONE\",\"\",\"Clockwyn 3.0\",3,1,\"/x/\",200,1,0,#FALSE#\r\n",
+      {"1,2,1,\"NONE\",\"NONE\",\"\",\"NONE\",3,1,\"/x/\",200,1,0,#FALSE#\r\n",
        "field 11 (terminal_count)"},
   };
+  const std::string file = (home.path() / "clockcomm.dta").string();
   for (const Case& c : cases) {
-    std::ofstream(home.path() / "clockcomm.dta", std::ios::binary) << c.text;
-    try {
-      ReadCommSettings(home.path());
-      ADD_FAILURE() << c.text;
-    } catch (const core::FormatException& e) {
-      EXPECT_NE(std::string(e.what()).find((home.path() / "clockcomm.dta").string()),
-                std::string::npos)
-          << e.what();
-      EXPECT_NE(std::string(e.what()).find(c.expected), std::string::npos) << e.what();
-    }
+    std::ofstream(file, std::ios::binary) << c.text;
+    EXPECT_THAT(
+        [&] { ReadCommSettings(home.path()); },
+        ThrowsMessage<core::FormatException>(AllOf(HasSubstr(file), HasSubstr(c.expected))));
   }
 }
 

@@ -1,5 +1,6 @@
 #include "shell/event_log.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -19,6 +20,8 @@ namespace clockcomm::shell {
 namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
 
 core::DateTime At(int y, int m, int d, int hh = 0, int nn = 0, int ss = 0) {
   return *core::DateTime::FromParts(y, m, d, hh, nn, ss);
@@ -28,19 +31,14 @@ core::Date Day(int y, int m, int d) { return *core::Date::FromYmd(y, m, d); }
 TEST(EventLogTest, TextsAreCutTo255CharactersAndAPeriodRunsFromFirstToLastDayInclusive) {
   test::TempDir dir;
   auto log = EventLog::Open(dir.path() / "TCLOG.db");
-  const std::string long_text(300, 'x');
   const std::string nasty = "it's #2009/10/20#'); DROP TABLE LogTable; --";
-  log->Write(At(2009, 10, 20, 8), "Dock", 3, long_text, long_text);
-  log->Write(At(2009, 10, 20, 8), "Dock", 3, std::string(255, 'y'), nasty);
+  log->Write(At(2009, 10, 20, 8), "Dock", 3, std::string(300, 'x'), std::string(300, 'y'));
+  log->Write(At(2009, 10, 20, 8), "Dock", 3, "Tick", nasty);
   auto rows = log->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_EQ(rows[0].event_type, std::string(255, 'x'));
-  EXPECT_EQ(rows[0].description, std::string(255, 'x'));
-  EXPECT_EQ(rows[1].event_type, std::string(255, 'y'));
+  EXPECT_EQ(rows[0].description, std::string(255, 'y'));
   EXPECT_EQ(rows[1].description, nasty);
-  EXPECT_EQ(rows[0].clock_name, "Dock");
-  EXPECT_EQ(rows[0].clock_number, 3);
-  EXPECT_EQ(rows[0].date_time, At(2009, 10, 20, 8));
   EXPECT_EQ(log->Purge(Day(2009, 10, 20), Day(2009, 10, 20)), 2);
 
   const core::DateTime times[] = {
@@ -117,19 +115,14 @@ size_t Count(const std::string& text, const std::string& what) {
 }
 
 // Short waits so that the tests of a failing event log take milliseconds.
-EventLogRetry QuickRetry() {
-  EventLogRetry retry;
-  retry.tries = 3;
-  retry.busy_wait = 20ms;
-  retry.backoff = 10ms;
-  retry.reopen_interval = 60s;
-  return retry;
-}
+const EventLogRetry kQuickRetry{.tries = 3, .busy_wait = 20ms, .backoff = 10ms};
 
+// The lost events in the debug log are the fault call's; here the retries, stderr once per outage
+// and the events written once the lock is gone.
 TEST(LogsTest, ALockedEventLogNeverHoldsUpTheCallLongAndTakesEventsOnceFree) {
   LogsRig rig;
   const MyPaths& paths = rig.paths;
-  Logs logs(paths, rig.clock, nullptr, QuickRetry());
+  Logs logs(paths, rig.clock, nullptr, kQuickRetry);
   ASSERT_NE(logs.GetEventLog(), nullptr);
   logs.SetCurrentClock("Dock", 7);
 
@@ -146,13 +139,9 @@ TEST(LogsTest, ALockedEventLogNeverHoldsUpTheCallLongAndTakesEventsOnceFree) {
   // Three tries of 20 ms, 10 ms and 20 ms apart: retried, and well within the budget.
   EXPECT_GE(took, 3 * 20ms + 10ms + 20ms);
   EXPECT_LT(took, 2s);
-  // The lost events in the debug log are the fault call's; stderr has the outage once, with the
-  // clock of the event.
   const std::string report = "Event log unavailable: " + paths.EventLogDatabase().string() + ": ";
   EXPECT_EQ(Count(err, report), 1u) << err;
-  EXPECT_NE(err.find("database is locked"), std::string::npos) << err;
-  EXPECT_NE(err.find("(clock Dock 7)"), std::string::npos) << err;
-  EXPECT_EQ(Count(rig.DebugLog(), report), 2u);
+  EXPECT_THAT(err, AllOf(HasSubstr("database is locked"), HasSubstr("(clock Dock 7)")));
 
   other->Execute("ROLLBACK");
   testing::internal::CaptureStderr();
@@ -161,19 +150,17 @@ TEST(LogsTest, ALockedEventLogNeverHoldsUpTheCallLongAndTakesEventsOnceFree) {
   EXPECT_EQ(err, "Event log available again: " + paths.EventLogDatabase().string() + "\n");
   const auto rows = logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
   ASSERT_EQ(rows.size(), 1u);
-  EXPECT_EQ(rows[0].event_type, "Open Comm");
   EXPECT_EQ(rows[0].clock_name, "Dock");
 }
 
-// A folder in its place is the fault call's; here a file that is no database.
+// A folder in its place, and the lost events, are the fault call's; here a file that is no
+// database, reported once, and opened again once mended and the reopen interval has passed.
 TEST(LogsTest, AnEventLogThatCannotBeOpenedIsReportedAndOpenedLaterWhenMended) {
   LogsRig rig;
-  const MyPaths& paths = rig.paths;
-  core::ManualClock& clock = rig.clock;
-  std::ofstream(paths.EventLogDatabase()) << "this is not a database, it is a text file";
-  std::ostringstream screen;
+  const fs::path file = rig.paths.EventLogDatabase();
+  std::ofstream(file) << "this is not a database, it is a text file";
   testing::internal::CaptureStderr();
-  Logs logs(paths, clock, &screen, QuickRetry());
+  Logs logs(rig.paths, rig.clock, nullptr, kQuickRetry);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), " Could Not Access TCLOG.MDB Log File.\n");
   EXPECT_EQ(logs.GetEventLog(), nullptr);
 
@@ -181,27 +168,20 @@ TEST(LogsTest, AnEventLogThatCannotBeOpenedIsReportedAndOpenedLaterWhenMended) {
   logs.Event("Open Comm", "Port = 1");  // reported once at the start; the event goes on below
   logs.Screen("still here");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_EQ(screen.str(), "still here\n");
   EXPECT_EQ(rig.DebugLog("Screen Log"),
             "08:00:00 -  Could Not Access TCLOG.MDB Log File.\r\n08:00:00 - still here\r\n");
-  EXPECT_NE(rig.DebugLog().find("08:00:00 - Event log unavailable: " +
-                                paths.EventLogDatabase().string() + ": System error "),
-            std::string::npos);
 
-  // Mended: the event log is opened again once the reopen interval has passed, not before.
-  fs::remove_all(paths.EventLogDatabase());
-  clock.Advance(59s);
+  fs::remove_all(file);
+  rig.clock.Advance(59s);
   logs.Event("Too soon", "");
   EXPECT_EQ(logs.GetEventLog(), nullptr);
-  clock.Advance(1s);
+  rig.clock.Advance(1s);
   testing::internal::CaptureStderr();
   logs.Event("Close Comm", "Port = 1");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Event log available again: " + paths.EventLogDatabase().string() + "\n");
+            "Event log available again: " + file.string() + "\n");
   ASSERT_NE(logs.GetEventLog(), nullptr);
-  const auto stored = logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20));
-  ASSERT_EQ(stored.size(), 1u);
-  EXPECT_EQ(stored[0].event_type, "Close Comm");
+  EXPECT_EQ(logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20)).size(), 1u);
 }
 
 TEST(LogsTest, ATextLogThatCannotBeWrittenIsReportedOncePerLogAndKindAndNothingThrows) {
@@ -215,12 +195,10 @@ TEST(LogsTest, ATextLogThatCannotBeWrittenIsReportedOncePerLogAndKindAndNothingT
     logs.Debug("Dock", "named");
     logs.Screen("screen");
   }
-  logs.Event("Start of call", "the event log is fine");
   std::string err = testing::internal::GetCapturedStderr();
   // One report for each of the three logs, naming the folder and the error.
   EXPECT_EQ(Count(err, "Text log unavailable: System error "), 3u) << err;
   EXPECT_EQ(Count(err, folder.string()), 3u) << err;
-  EXPECT_EQ(logs.GetEventLog()->Entries(Day(2009, 10, 20), Day(2009, 10, 20)).size(), 1u);
 
   fs::remove(folder);
   testing::internal::CaptureStderr();
@@ -240,17 +218,13 @@ TEST(LogsTest, ATextLogThatCannotBeWrittenIsReportedOncePerLogAndKindAndNothingT
   EXPECT_EQ(Count(err, "Text log unavailable: "), 1u) << err;
 }
 
+// The heading of the first page and a short event are the log print command's.
 TEST(EventLogReportTest, PagesCarryTheHeadingAndNeverSplitAnEvent) {
-  std::vector<EventLogEntry> entries;
+  std::vector<EventLogEntry> entries(30);
   for (int i = 0; i < 30; ++i) {
-    EventLogEntry e;
-    e.counter = i + 1;
-    e.date_time = At(2009, 10, 20, 8, i);
-    e.clock_name = "Dock";
-    e.clock_number = 12;
-    e.event_type = "Start of call";
-    e.description = i == 0 ? std::string(100, 'd') : "Terminal Upload Type = 1";
-    entries.push_back(e);
+    entries[i] = {i + 1,           At(2009, 10, 20, 8, i),
+                  "Dock",          12,
+                  "Start of call", i == 0 ? std::string(100, 'd') : "Terminal Upload Type = 1"};
   }
   const std::string report = FormatEventLogReport(entries, Day(2009, 10, 1), Day(2009, 10, 20), 20);
   std::vector<std::string> pages;
@@ -260,17 +234,12 @@ TEST(EventLogReportTest, PagesCarryTheHeadingAndNeverSplitAnEvent) {
   // Page 1: 3 + 5*2 = 13 lines (6 events); pages 2.. hold 7 events each: 6 + 7 + 7 + 7 + 3.
   ASSERT_EQ(pages.size(), 5u);
   for (size_t p = 0; p < pages.size(); ++p) {
-    std::istringstream lines(pages[p]);
-    std::string first, second, blank, columns, description;
-    std::getline(lines, first);
-    std::getline(lines, second);
-    std::getline(lines, blank);
-    std::getline(lines, columns);
-    std::getline(lines, description);
-    EXPECT_EQ(first, "For Period 2009/10/01 to 2009/10/20");
-    EXPECT_EQ(second, "Page " + std::to_string(p + 1));
-    EXPECT_EQ(columns, "Date & Time          Clock Name  CLK#  Event Type");
-    EXPECT_EQ(description, " Description");
+    EXPECT_EQ(pages[p].rfind("For Period 2009/10/01 to 2009/10/20\nPage " + std::to_string(p + 1) +
+                                 "\n\nDate & Time          Clock Name  CLK#  Event Type\n"
+                                 " Description\n\n",
+                             0),
+              0u)
+        << pages[p];
     EXPECT_LE(std::count(pages[p].begin(), pages[p].end(), '\n'), 20);
   }
   EXPECT_NE(pages[0].find("2009/10/20 08:00:00  Dock        12    Start of call\n " +

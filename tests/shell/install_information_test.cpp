@@ -5,9 +5,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "core/durable_file.h"
+#include "core/text.h"
 #include "shell/my_static.h"
 #include "shell/port_map.h"
+#include "shell/schedule/schedule_test_support.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::shell {
@@ -17,23 +18,20 @@ void WriteText(const std::filesystem::path& file, const std::string& text) {
   std::ofstream(file, std::ios::binary) << text;
 }
 
-TEST(InstallInformationTest, TrailingSeparatorIsAddedOnlyWhenMissing) {
-  EXPECT_EQ(WithTrailingSeparator("data"), "data/");
-  EXPECT_EQ(WithTrailingSeparator("/opt/clock/"), "/opt/clock/");  // not doubled
-  EXPECT_EQ(WithTrailingSeparator("/"), "/");
-  EXPECT_EQ(WithTrailingSeparator(""), "");  // a missing directory stays empty
+std::string DataKey(const char* version) {
+  return "[" + InstallInformation::InstallDataKey(version) + "]\n";
 }
 
 TEST(InstallInformationTest, CurrentVersionChoosesTheInstallDataKeyAndNamesIgnoreCase) {
-  const std::string key = "[SOFTWARE\\Brenmor Time Systems\\Clockwyn\\";
   struct Case {
     std::string ini, version, program, data;
   } cases[] = {
-      {key + "2.5\\Install Data]\nProgramDir=/wrong\n" + key +
-           "3.0\\Install Data]\nProgramDir=/opt/clock\nDataDir = /srv/clockdata/ \n",
+      {DataKey("2.5") + "ProgramDir=/wrong\n" + DataKey("3.0") +
+           "ProgramDir=/opt/clock\nDataDir = /srv/clockdata/ \n",
        "3.0", "/opt/clock/", "/srv/clockdata/"},  // no CurrentVersion: the 3.0 key
-      {"; written by hand\n[software\\brenmor time systems\\clockwyn]\ncurrentversion=4.1\n" + key +
-           "3.0\\Install Data]\nDataDir=/old/\n" + key + "4.1\\Install Data]\nDataDir=/new\n",
+      {"; written by hand\n[" + core::ToLower(InstallInformation::kProductKey) +
+           "]\ncurrentversion=4.1\n" + DataKey("3.0") + "DataDir=/old/\n" + DataKey("4.1") +
+           "DataDir=/new\n",
        "4.1", "", "/new/"},
   };
   for (const Case& c : cases) {
@@ -62,37 +60,33 @@ TEST(InstallInformationTest, SaveKeepsSectionsItDoesNotOwn) {
   EXPECT_EQ(again.DataDirectory(), "/srv/data/");
   EXPECT_EQ(again.CurrentVersion(), "3.0");
   EXPECT_EQ(again.Value("Ports", "COM3"), "/dev/ttyUSB0");
-  EXPECT_EQ(again.Value("SOFTWARE\\Brenmor Time Systems\\Clockwyn", "CurrentVersion"), "3.0");
+  EXPECT_EQ(again.Value(InstallInformation::kProductKey, "CurrentVersion"), "3.0");
 }
 
 TEST(InstallInformationTest, LinesItCannotUseAreWarnedWithTheirLineNumbers) {
   test::TempDir home;
   WriteText(home.path() / "registry.ini",
-            "stray=1\n"    // 1: before any section
-            "; comment\n"  // 2
-            "[SOFTWARE\\Brenmor Time Systems\\Clockwyn\\3.0\\Install Data]\n"
-            "DataDir=/srv/data\n"  // 4
-            "\n"
-            "[Ports]\n"                // 6
-            "COM1 /dev/ttyUSB0\n"      // 7: no "="
-            "COM3=/dev/ttyS9\n"        // 8
-            "=/dev/ttyS4\n"            // 9: no name
-            "[Ports\n"                 // 10: not a section
-            "com3=/dev/ttyUSB1\r\n");  // 11: the port again
+            "stray=1\n"                // 1: before any section
+            "; comment\n"              // 2
+            "[Ports]\n"                // 3
+            "COM1 /dev/ttyUSB0\n"      // 4: no "="
+            "COM3=/dev/ttyS9\n"        // 5
+            "=/dev/ttyS4\n"            // 6: no name
+            "[Ports\n"                 // 7: not a section
+            "com3=/dev/ttyUSB1\r\n");  // 8: the port again
   InstallInformation info(home.path());
   info.Load();
   const std::string file = info.RegistryFile().string();
   EXPECT_EQ(info.Warnings(),
             (std::vector<std::string>{
                 file + " line 1: \"stray=1\" comes before any [section]; the line is ignored",
-                file + " line 7: \"COM1 /dev/ttyUSB0\" is neither [section] nor name=value; the "
+                file + " line 4: \"COM1 /dev/ttyUSB0\" is neither [section] nor name=value; the "
                        "line is ignored",
-                file + " line 9: \"=/dev/ttyS4\" has no value name; the line is ignored",
-                file + " line 10: \"[Ports\" is neither [section] nor name=value; the line is "
+                file + " line 6: \"=/dev/ttyS4\" has no value name; the line is ignored",
+                file + " line 7: \"[Ports\" is neither [section] nor name=value; the line is "
                        "ignored",
-                file + " line 11: com3 is set again in [Ports]; line 8 no longer counts"}));
+                file + " line 8: com3 is set again in [Ports]; line 5 no longer counts"}));
   // What can be read still is.
-  EXPECT_EQ(info.DataDirectory(), "/srv/data/");
   EXPECT_EQ(info.Value("Ports", "COM3"), "/dev/ttyUSB1");
   EXPECT_EQ(info.Value("Ports", "COM1"), "");
 }
@@ -134,20 +128,11 @@ TEST(MyStaticTest, ConfigurationWarningsAreGatheredAndGoToTheEventAndDebugLogs) 
   ASSERT_EQ(config->Warnings().size(), 1u);
   EXPECT_NE(config->Warnings()[0].find("registry.ini line 2: [Ports] \"COM0\""), std::string::npos);
 
-  struct Recorder : core::LogSink {
-    std::vector<std::string> lines;
-    void Event(std::string_view type, std::string_view text) override {
-      lines.push_back("event " + std::string(type) + ": " + std::string(text));
-    }
-    void Debug(std::string_view name, std::string_view text) override {
-      lines.push_back("debug " + std::string(name) + ": " + std::string(text));
-    }
-    void Screen(std::string_view text) override { lines.push_back("screen " + std::string(text)); }
-  } log;
+  shell::testing::RecordingLog log;
   std::ostringstream err;
   ReportConfigurationWarnings({"a.ini line 2: x"}, log, err);
-  EXPECT_EQ(log.lines, (std::vector<std::string>{"event Configuration warning: a.ini line 2: x",
-                                                 "debug : a.ini line 2: x"}));
+  EXPECT_EQ(log.Lines(), (std::vector<std::string>{"event: Configuration warning / a.ini line 2: x",
+                                                   "debug: a.ini line 2: x"}));
   EXPECT_EQ(err.str(), "clockcomm: warning: a.ini line 2: x\n");
 }
 

@@ -40,23 +40,21 @@ TEST(TextLogsTest, AnEntryOfSeveralPartsStartsWithItsTimeAndTakesALineEach) {
 TEST(TextLogsTest, ANewDaysFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
   test::TempDir dir;
   const fs::path folder = dir.path();
-  // Today is 2010-01-10: 60 days before is 2009-11-11, which is kept.
-  Touch(folder / "Debug Log - 2009-11-10.log");   // 61 days: deleted
-  Touch(folder / "Debug Log - 2009-11-11.log");   // 60 days: kept
-  Touch(folder / "Debug Log - 2008-12-31.log");   // a year back: deleted
-  Touch(folder / "Screen Log - 2009-01-01.log");  // another log: left for its own purge
-  Touch(folder / "Clock 7 Debug Log - 2009-01-01.log");
-  Touch(folder / "Debug Log - notes.log");  // no date after the prefix: not ours
+  // Today is 2010-01-10: 60 days before is 2009-11-11, which is kept. Each file, and whether the
+  // general debug log's purge keeps it.
+  const std::pair<const char*, bool> files[] = {
+      {"Debug Log - 2009-11-10.log", false},         // 61 days
+      {"Debug Log - 2009-11-11.log", true},          // 60 days
+      {"Debug Log - 2008-12-31.log", false},         // a year back
+      {"Screen Log - 2009-01-01.log", true},         // another log: left for its own purge
+      {"Clock 7 Debug Log - 2009-01-01.log", true},  // likewise
+      {"Debug Log - notes.log", true},               // no date after the prefix: not ours
+  };
+  for (const auto& [name, kept] : files) Touch(folder / name);
   core::ManualClock clock(At(2010, 1, 10, 23, 59, 59));
   TextLogs logs(folder, clock);
   logs.WriteDebug({"x"});
-
-  EXPECT_FALSE(fs::exists(folder / "Debug Log - 2009-11-10.log"));
-  EXPECT_TRUE(fs::exists(folder / "Debug Log - 2009-11-11.log"));
-  EXPECT_FALSE(fs::exists(folder / "Debug Log - 2008-12-31.log"));
-  EXPECT_TRUE(fs::exists(folder / "Screen Log - 2009-01-01.log"));
-  EXPECT_TRUE(fs::exists(folder / "Clock 7 Debug Log - 2009-01-01.log"));
-  EXPECT_TRUE(fs::exists(folder / "Debug Log - notes.log"));
+  for (const auto& [name, kept] : files) EXPECT_EQ(fs::exists(folder / name), kept) << name;
 
   // The per-name log purges its own files when its day's file is created.
   logs.WriteNamedDebug("Clock 7", {"y"});

@@ -38,6 +38,13 @@ TEST(HostPollSchedule, EachSelectedLocationIsDueOnceADay) {
   EXPECT_EQ(schedule.UpdateForClock("NORTH"), 0);
   EXPECT_EQ(schedule.UpdateForClock(""), 0);
   EXPECT_EQ(schedule.NextDueOf(1), At(2009, 10, 21, 9, 0));
+
+  // Two days later (the machine slept): one poll, and the next is the first time after now.
+  clock.Set(At(2009, 10, 23, 8, 0));
+  due = schedule.TakeDue();
+  ASSERT_TRUE(due);
+  EXPECT_EQ(due->CallTime(), At(2009, 10, 21, 9, 0));
+  EXPECT_EQ(schedule.NextDueOf(1), At(2009, 10, 23, 9, 0));
 }
 
 TEST(HostPollSchedule, ReloadKeepsPendingEntriesAndTakesChanges) {
@@ -57,27 +64,25 @@ TEST(HostPollSchedule, ReloadKeepsPendingEntriesAndTakesChanges) {
   EXPECT_EQ(schedule.NextDueOf(2), At(2009, 10, 20, 12, 0));
 }
 
-TEST(HostPollSchedule, DaylightSavingChanges) {
+// The clock jumps forward over one call time (spring) and back over another (fall).
+TEST(HostPollSchedule, ACallTimeTheClockJumpsOverOrPassesTwiceIsDueOnce) {
   core::ManualClock clock(At(2024, 3, 10, 1, 0));
-  testing::MemoryPollList list({Row(1, "Skipped", Hm(2, 30))});
-  HostPollSchedule spring(list, clock);
-  spring.Load();
+  testing::MemoryPollList list({Row(1, "Skipped", Hm(2, 30)), Row(2, "Repeated", Hm(1, 30))});
+  HostPollSchedule schedule(list, clock);
+  schedule.Load();
+  clock.Set(At(2024, 3, 10, 1, 30));
+  ASSERT_TRUE(schedule.TakeDue());
   clock.Set(At(2024, 3, 10, 1, 59, 59));
-  EXPECT_FALSE(spring.TakeDue());
+  EXPECT_FALSE(schedule.TakeDue());
   clock.Set(At(2024, 3, 10, 3, 0));
-  ASSERT_TRUE(spring.TakeDue()) << "a call time in the skipped hour is called late, not lost";
-  EXPECT_EQ(spring.NextDueOf(1), At(2024, 3, 11, 2, 30));
-
-  clock.Set(At(2024, 11, 3, 0, 0));
-  testing::MemoryPollList fall_list({Row(1, "Repeated", Hm(1, 30))});
-  HostPollSchedule fall(fall_list, clock);
-  fall.Load();
-  clock.Set(At(2024, 11, 3, 1, 30));
-  ASSERT_TRUE(fall.TakeDue());
-  clock.Set(At(2024, 11, 3, 1, 0));  // the hour again
-  clock.Set(At(2024, 11, 3, 1, 30));
-  EXPECT_FALSE(fall.TakeDue()) << "called once in the repeated hour";
-  EXPECT_EQ(fall.NextDueOf(1), At(2024, 11, 4, 1, 30));
+  auto due = schedule.TakeDue();
+  ASSERT_TRUE(due) << "a call time in the skipped hour is called late, not lost";
+  EXPECT_EQ(due->Name(), "Skipped");
+  clock.Set(At(2024, 3, 10, 1, 0));
+  clock.Set(At(2024, 3, 10, 1, 30));
+  EXPECT_FALSE(schedule.TakeDue()) << "called once in the repeated hour";
+  EXPECT_EQ(schedule.NextDueOf(1), At(2024, 3, 11, 2, 30));
+  EXPECT_EQ(schedule.NextDueOf(2), At(2024, 3, 11, 1, 30));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <thread>
 
@@ -14,27 +15,63 @@ namespace {
 using namespace std::chrono_literals;
 using testing::At;
 using testing::Hm;
-using testing::PollRecord;
 using testing::Row;
 
-TEST(TimedPollingCallList, CallTimeIsBaseDatePlusDialTimeOrNextDayWhenEarlier) {
-  const core::DateTime base = At(2009, 10, 20, 8, 30);
-  struct Case {
-    core::TimeOfDay dial;
-    core::DateTime expected;
-    const char* legend;
-  } cases[] = {
-      {Hm(8, 30), At(2009, 10, 20, 8, 30), "equal to the base: this pass, at once"},
-      {Hm(8, 29, 59), At(2009, 10, 21, 8, 29, 59), "a second before the base: tomorrow"},
-      {Hm(23, 59), At(2009, 10, 20, 23, 59), "later today"},
-      {Hm(0, 0), At(2009, 10, 21, 0, 0), "midnight: across the date line"},
-  };
-  for (const Case& c : cases) {
-    auto entries = TimedPolling::CallList({Row(1, "X", c.dial)}, base);
-    ASSERT_EQ(entries.size(), 1u) << c.legend;
-    EXPECT_EQ(entries[0].CallTime(), c.expected) << c.legend;
-  }
+// A call time at the base minute is this pass's, an earlier one tomorrow's; at one call time the
+// entries of one line come together, then the poll list's order decides.
+TEST(TimedPollingCallList, SortedByCallTimeThenLineThenLocationId) {
+  const auto entries = TimedPolling::CallList(
+      {Row(4, "D", Hm(9, 0), true, "line2"), Row(3, "C", Hm(9, 0), true, "line1"),
+       Row(2, "B", Hm(9, 0), true, "line2"), Row(1, "A", Hm(9, 1), true, "line1"),
+       Row(5, "E", Hm(8, 29), true, "line3"), Row(6, "F", Hm(8, 30), true, "line3")},
+      At(2009, 10, 20, 8, 30));
+  std::vector<std::string> order;
+  for (const ClockEntry& e : entries) order.push_back(e.Name());
+  EXPECT_EQ(order, (std::vector<std::string>{"F", "C", "B", "D", "A", "E"}));
+  EXPECT_EQ(entries.back().CallTime(), At(2009, 10, 21, 8, 29));
+  EXPECT_EQ(entries[1].Address(), "line1");  // what a modem dials
 }
+
+struct PollRecord {
+  std::string name;
+  core::DateTime call_time;  // the entry's call time
+  core::DateTime polled_at;  // the clock when the poll began
+  friend bool operator==(const PollRecord&, const PollRecord&) = default;
+  friend std::ostream& operator<<(std::ostream& os, const PollRecord& r) {
+    return os << r.name << " due " << r.call_time.ToString() << " polled "
+              << r.polled_at.ToString();
+  }
+};
+
+// Records who was called and when; throws "line is dead" for the entry named in throw_for.
+class RecordingPoller : public OutboundPoller {
+ public:
+  explicit RecordingPoller(core::Clock& clock) : clock_(clock) {}
+  void Poll(const ClockEntry& entry) override {
+    {
+      std::lock_guard lock(mutex_);
+      polls_.push_back({entry.Name(), entry.CallTime(), clock_.Now()});
+    }
+    cv_.notify_all();
+    if (entry.Name() == throw_for) throw core::Error("line is dead");
+  }
+  std::vector<PollRecord> Polls() const {
+    std::lock_guard lock(mutex_);
+    return polls_;
+  }
+  // Blocks (in real time, bounded) until n polls have been made.
+  bool WaitForPolls(size_t n) const {
+    std::unique_lock lock(mutex_);
+    return cv_.wait_for(lock, 5s, [&] { return polls_.size() >= n; });
+  }
+  std::string throw_for;
+
+ private:
+  core::Clock& clock_;
+  mutable std::mutex mutex_;
+  mutable std::condition_variable cv_;
+  std::vector<PollRecord> polls_;
+};
 
 // Runs the cycle on its own thread against a manual clock. Each step moves the clock once the
 // loop (and the auto-end watcher) wait, then waits until the expected number of polls is made.
@@ -55,21 +92,15 @@ class TimedPollingRun : public ::testing::Test {
     ASSERT_TRUE(poller_.WaitForPolls(polls_after)) << "no poll by " << t.ToString();
     EXPECT_EQ(poller_.Polls().size(), polls_after) << "at " << t.ToString();
   }
-  TimedPollingResult Finish() {
-    thread_.join();
-    return result_;
-  }
   void TearDown() override {
-    if (thread_.joinable()) {
-      stop_.Request();
-      thread_.join();
-    }
+    stop_.Request();
+    if (thread_.joinable()) thread_.join();
   }
 
   core::ManualClock clock_;
   core::StopSignal stop_;
   testing::RecordingLog log_;
-  testing::RecordingPoller poller_{clock_};
+  RecordingPoller poller_{clock_};
   std::unique_ptr<testing::MemoryPollList> list_;
   std::unique_ptr<TimedPolling> polling_;
   std::thread thread_;
@@ -78,101 +109,69 @@ class TimedPollingRun : public ::testing::Test {
 };
 
 // Calls in call-time order, a row added during the day and the auto-end are the timed polling
-// call's too; here over two days, with the rows that are not called.
+// call's too; here over two days, with the rows that are not called. Z's call time is the minute
+// the cycle starts in: called at once; each later pass starts a minute after the last call time.
 TEST_F(TimedPollingRun, TwoDaysOfScheduleWithListReReadAndAutoEnd) {
   PollRow unreadable = Row(6, "F", std::nullopt);
   unreadable.dial_time_text = "25:99";
-  Start(At(2009, 10, 20, 8, 0, 20),
-        {Row(1, "A", Hm(17, 0)), Row(2, "B", Hm(9, 0)), Row(3, "C", Hm(12, 0)),
-         Row(4, "D", std::nullopt), Row(5, "E", Hm(10, 0), false), unreadable},
-        At(2009, 10, 21, 18, 0));
+  Start(
+      At(2009, 10, 20, 8, 0, 20),
+      {Row(1, "A", Hm(17, 0)), Row(2, "B", Hm(9, 0)), Row(3, "C", Hm(12, 0)),
+       Row(4, "D", std::nullopt), Row(5, "E", Hm(10, 0), false), unreadable, Row(9, "Z", Hm(8, 0))},
+      At(2009, 10, 21, 18, 0));
 
-  StepTo(At(2009, 10, 20, 8, 59, 59), 0);
-  StepTo(At(2009, 10, 20, 9, 0), 1);
-  StepTo(At(2009, 10, 20, 10, 0), 1);  // E is not selected
+  StepTo(At(2009, 10, 20, 8, 59, 59), 1);
+  StepTo(At(2009, 10, 20, 9, 0), 2);
+  StepTo(At(2009, 10, 20, 10, 0), 2);  // E is not selected
   // Added during the day: G after the pass's last call time is called tonight; H, before it,
   // waits for the next pass.
   list_->Add(Row(7, "G", Hm(20, 0)));
   list_->Add(Row(8, "H", Hm(15, 0)));
-  StepTo(At(2009, 10, 20, 12, 0), 2);
-  StepTo(At(2009, 10, 20, 15, 0), 2);
-  StepTo(At(2009, 10, 20, 17, 0), 3);
-  StepTo(At(2009, 10, 20, 20, 0), 4);
-  StepTo(At(2009, 10, 21, 0, 0), 4);
-  StepTo(At(2009, 10, 21, 9, 0), 5);
-  StepTo(At(2009, 10, 21, 12, 0), 6);
-  StepTo(At(2009, 10, 21, 15, 0), 7);
-  StepTo(At(2009, 10, 21, 17, 0), 8);
-  StepTo(At(2009, 10, 21, 18, 0), 8);  // auto-end, while waiting for G at 20:00
-  EXPECT_EQ(Finish(), TimedPollingResult::kStopped);
+  StepTo(At(2009, 10, 20, 12, 0), 3);
+  StepTo(At(2009, 10, 20, 15, 0), 3);
+  StepTo(At(2009, 10, 20, 17, 0), 4);
+  StepTo(At(2009, 10, 20, 20, 0), 5);
+  StepTo(At(2009, 10, 21, 0, 0), 5);
+  StepTo(At(2009, 10, 21, 8, 0), 6);
+  StepTo(At(2009, 10, 21, 9, 0), 7);
+  StepTo(At(2009, 10, 21, 12, 0), 8);
+  StepTo(At(2009, 10, 21, 15, 0), 9);
+  StepTo(At(2009, 10, 21, 17, 0), 10);
+  StepTo(At(2009, 10, 21, 18, 0), 10);  // auto-end, while waiting for G at 20:00
+  thread_.join();
+  EXPECT_EQ(result_, TimedPollingResult::kStopped);
 
   auto p = [](const char* name, core::DateTime t) { return PollRecord{name, t, t}; };
-  EXPECT_EQ(
-      poller_.Polls(),
-      (std::vector<PollRecord>{p("B", At(2009, 10, 20, 9, 0)), p("C", At(2009, 10, 20, 12, 0)),
-                               p("A", At(2009, 10, 20, 17, 0)), p("G", At(2009, 10, 20, 20, 0)),
-                               p("B", At(2009, 10, 21, 9, 0)), p("C", At(2009, 10, 21, 12, 0)),
-                               p("H", At(2009, 10, 21, 15, 0)), p("A", At(2009, 10, 21, 17, 0))}));
+  EXPECT_EQ(poller_.Polls(),
+            (std::vector<PollRecord>{{"Z", At(2009, 10, 20, 8, 0), At(2009, 10, 20, 8, 0, 20)},
+                                     p("B", At(2009, 10, 20, 9, 0)),
+                                     p("C", At(2009, 10, 20, 12, 0)),
+                                     p("A", At(2009, 10, 20, 17, 0)),
+                                     p("G", At(2009, 10, 20, 20, 0)),
+                                     p("Z", At(2009, 10, 21, 8, 0)),
+                                     p("B", At(2009, 10, 21, 9, 0)),
+                                     p("C", At(2009, 10, 21, 12, 0)),
+                                     p("H", At(2009, 10, 21, 15, 0)),
+                                     p("A", At(2009, 10, 21, 17, 0))}));
   EXPECT_FALSE(stop_.Requested()) << "EndCommLoop is cleared on leaving";
-  EXPECT_EQ(list_->Reads(), 3);
-
-  // Three passes: the first without the rows added during the day, the other two with them.
-  EXPECT_EQ(log_.Matching("debug: ClockList.Count: "),
-            (std::vector<std::string>{"debug: ClockList.Count: 3", "debug: ClockList.Count: 5",
-                                      "debug: ClockList.Count: 5"}));
   EXPECT_TRUE(log_.Has("debug: Ignoring DialTime \"25:99\" of F: not a time of day"));
-  auto waits = log_.Matching("screen: Waiting for Connect Time");
-  ASSERT_EQ(waits.size(), 9u);
-  EXPECT_EQ(waits.front(), "screen: Waiting for Connect Time (09:00)");
-  EXPECT_EQ(waits.back(), "screen: Waiting for Connect Time (20:00)");
   EXPECT_EQ(log_.Lines().back(), "screen: EndCommLoop set while waiting for Call Time");
 }
 
-TEST_F(TimedPollingRun, CallTimesAcrossMidnightAndOneDueAtTheStartMinute) {
-  Start(At(2009, 12, 31, 21, 30, 40), {Row(1, "Early", Hm(0, 15)), Row(2, "Late", Hm(23, 45)),
-                                       Row(3, "Morning", Hm(6, 0)), Row(4, "Evening", Hm(21, 30))});
-  ASSERT_TRUE(poller_.WaitForPolls(1));  // Evening's minute is the base minute: called at once
-  StepTo(At(2009, 12, 31, 23, 45), 2);
-  StepTo(At(2010, 1, 1, 0, 15), 3);
-  StepTo(At(2010, 1, 1, 6, 0), 4);
-  ASSERT_TRUE(clock_.WaitForWaiters(1, 5s));
-  stop_.Request();
-  EXPECT_EQ(Finish(), TimedPollingResult::kStopped);
-
-  EXPECT_EQ(
-      poller_.Polls(),
-      (std::vector<PollRecord>{{"Evening", At(2009, 12, 31, 21, 30), At(2009, 12, 31, 21, 30, 40)},
-                               {"Late", At(2009, 12, 31, 23, 45), At(2009, 12, 31, 23, 45)},
-                               {"Early", At(2010, 1, 1, 0, 15), At(2010, 1, 1, 0, 15)},
-                               {"Morning", At(2010, 1, 1, 6, 0), At(2010, 1, 1, 6, 0)}}));
-  // The next pass starts a minute after Morning: Evening is next, tonight.
-  EXPECT_EQ(log_.Matching("screen: Waiting").back(), "screen: Waiting for Connect Time (21:30)");
-  EXPECT_EQ(log_.Lines().back(), "screen: EndCommLoop set while waiting for Call Time");
-}
-
-TEST_F(TimedPollingRun, CallTimeInTheSkippedHourIsCalledWhenTheClockJumpsPastIt) {
+// The clock jumps over 02:30 (spring forward) and is later set back over it (fall back): the
+// skipped call time is called late, not lost, and a call time passed twice is called once.
+TEST_F(TimedPollingRun, ACallTimeTheClockJumpsOverOrPassesTwiceIsCalledOnce) {
   Start(At(2024, 3, 10, 1, 0), {Row(1, "Skipped", Hm(2, 30)), Row(2, "After", Hm(4, 0))});
   StepTo(At(2024, 3, 10, 1, 59, 59), 0);
-  StepTo(At(2024, 3, 10, 3, 0, 0), 1);  // spring forward: 02:00 becomes 03:00
+  StepTo(At(2024, 3, 10, 3, 0, 0), 1);
+  StepTo(At(2024, 3, 10, 2, 0, 0), 1);
+  StepTo(At(2024, 3, 10, 2, 30), 1);
   StepTo(At(2024, 3, 10, 4, 0), 2);
+  StepTo(At(2024, 3, 11, 2, 30), 3);  // and again the next day
   EXPECT_EQ(poller_.Polls(),
             (std::vector<PollRecord>{{"Skipped", At(2024, 3, 10, 2, 30), At(2024, 3, 10, 3, 0)},
-                                     {"After", At(2024, 3, 10, 4, 0), At(2024, 3, 10, 4, 0)}}));
-}
-
-TEST_F(TimedPollingRun, CallTimeInTheRepeatedHourIsCalledOnce) {
-  Start(At(2024, 11, 3, 0, 0), {Row(1, "Once", Hm(1, 30)), Row(2, "Later", Hm(5, 0))});
-  StepTo(At(2024, 11, 3, 1, 30), 1);
-  StepTo(At(2024, 11, 3, 1, 59, 59), 1);
-  StepTo(At(2024, 11, 3, 1, 0, 0), 1);  // fall back: 02:00 becomes 01:00 again
-  StepTo(At(2024, 11, 3, 1, 30), 1);
-  StepTo(At(2024, 11, 3, 2, 0), 1);
-  StepTo(At(2024, 11, 3, 5, 0), 2);
-  StepTo(At(2024, 11, 4, 1, 30), 3);  // and again the next day
-  EXPECT_EQ(poller_.Polls(),
-            (std::vector<PollRecord>{{"Once", At(2024, 11, 3, 1, 30), At(2024, 11, 3, 1, 30)},
-                                     {"Later", At(2024, 11, 3, 5, 0), At(2024, 11, 3, 5, 0)},
-                                     {"Once", At(2024, 11, 4, 1, 30), At(2024, 11, 4, 1, 30)}}));
+                                     {"After", At(2024, 3, 10, 4, 0), At(2024, 3, 10, 4, 0)},
+                                     {"Skipped", At(2024, 3, 11, 2, 30), At(2024, 3, 11, 2, 30)}}));
 }
 
 TEST_F(TimedPollingRun, AFailedPollOrListReadIsLoggedAndTheCycleGoesOn) {
