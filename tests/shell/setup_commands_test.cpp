@@ -74,13 +74,11 @@ TEST(SetupCommandsTest, SettingsShowWarnsAndShowsWhatIsInEffect) {
 
   Result r = RunClockcomm(tmp, "settings show");
   ASSERT_EQ(r.exit_code, 0) << r.err;
-  EXPECT_EQ(r.err, "clockcomm: warning: " + registry + " line " + std::to_string(bad_port_line) +
-                       ": \"COM1 /dev/ttyUSB0\" is neither [section] nor name=value; the line is "
-                       "ignored\n"
-                       "clockcomm: warning: " +
-                       overrides +
-                       " line 2: assignhomedept = \"yse\" is not yes/no, on/off, true/false or "
-                       "1/0; the default no is used\n");
+  // The texts of the warnings are the files' own tests'; here they reach stderr, naming the line.
+  EXPECT_THAT(r.err,
+              AllOf(HasSubstr("clockcomm: warning: " + registry + " line " +
+                              std::to_string(bad_port_line) + ": \"COM1 /dev/ttyUSB0\""),
+                    HasSubstr("clockcomm: warning: " + overrides + " line 2: assignhomedept")));
   for (const std::string& shown : std::vector<std::string>{
            "terminal_count=1\n", "DataDir=" + home.string() + "/data/\n",
            "export_format=Clockwyn 3.0  # kept for the time-card application only\n",

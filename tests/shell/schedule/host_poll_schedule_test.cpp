@@ -36,7 +36,6 @@ TEST(HostPollSchedule, EachSelectedLocationIsDueOnceADay) {
   EXPECT_FALSE(schedule.TakeDue());
   // North calls in before tomorrow's time: tomorrow's poll stays.
   EXPECT_EQ(schedule.UpdateForClock("NORTH"), 0);
-  EXPECT_EQ(schedule.UpdateForClock(""), 0);
   EXPECT_EQ(schedule.NextDueOf(1), At(2009, 10, 21, 9, 0));
 
   // Two days later (the machine slept): one poll, and the next is the first time after now.

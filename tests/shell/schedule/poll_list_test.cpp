@@ -96,10 +96,7 @@ TEST_F(PollListTest, ControlCharactersInWhatIsSentOrLoggedAreRefusedNamingTheFie
   }
   EXPECT_TRUE(list_.ReadPollRows().empty());
   // Printable text of every kind stays storable: dial modifiers, Windows-1252 letters.
-  PollRow ok = testing::Row(0,
-                            "B\xE4"
-                            "ckerei 2",
-                            Hm(9, 0), true, "9,,555-0199#*W");
+  PollRow ok = testing::Row(0, "M\xFCller 2", Hm(9, 0), true, "9,,555-0199#*W");
   ok.terminal_id = "T-7 ~";
   const int64_t id = list_.Add(ok);
   EXPECT_EQ(list_.Find(id)->location_phone, "9,,555-0199#*W");

@@ -32,30 +32,20 @@ TEST(TimedPollingCallList, SortedByCallTimeThenLineThenLocationId) {
   EXPECT_EQ(entries[1].Address(), "line1");  // what a modem dials
 }
 
-struct PollRecord {
-  std::string name;
-  core::DateTime call_time;  // the entry's call time
-  core::DateTime polled_at;  // the clock when the poll began
-  friend bool operator==(const PollRecord&, const PollRecord&) = default;
-  friend std::ostream& operator<<(std::ostream& os, const PollRecord& r) {
-    return os << r.name << " due " << r.call_time.ToString() << " polled "
-              << r.polled_at.ToString();
-  }
-};
-
-// Records who was called and when; throws "line is dead" for the entry named in throw_for.
+// Records who was called and when, as "name yyyy-mm-dd HH:nn:ss"; throws "line is dead" for the
+// entry named in throw_for.
 class RecordingPoller : public OutboundPoller {
  public:
   explicit RecordingPoller(core::Clock& clock) : clock_(clock) {}
   void Poll(const ClockEntry& entry) override {
     {
       std::lock_guard lock(mutex_);
-      polls_.push_back({entry.Name(), entry.CallTime(), clock_.Now()});
+      polls_.push_back(entry.Name() + " " + clock_.Now().ToString());
     }
     cv_.notify_all();
     if (entry.Name() == throw_for) throw core::Error("line is dead");
   }
-  std::vector<PollRecord> Polls() const {
+  std::vector<std::string> Polls() const {
     std::lock_guard lock(mutex_);
     return polls_;
   }
@@ -70,7 +60,7 @@ class RecordingPoller : public OutboundPoller {
   core::Clock& clock_;
   mutable std::mutex mutex_;
   mutable std::condition_variable cv_;
-  std::vector<PollRecord> polls_;
+  std::vector<std::string> polls_;
 };
 
 // Runs the cycle on its own thread against a manual clock. Each step moves the clock once the
@@ -114,12 +104,10 @@ class TimedPollingRun : public ::testing::Test {
 TEST_F(TimedPollingRun, TwoDaysOfScheduleWithListReReadAndAutoEnd) {
   PollRow unreadable = Row(6, "F", std::nullopt);
   unreadable.dial_time_text = "25:99";
-  Start(
-      At(2009, 10, 20, 8, 0, 20),
-      {Row(1, "A", Hm(17, 0)), Row(2, "B", Hm(9, 0)), Row(3, "C", Hm(12, 0)),
-       Row(4, "D", std::nullopt), Row(5, "E", Hm(10, 0), false), unreadable, Row(9, "Z", Hm(8, 0))},
-      At(2009, 10, 21, 18, 0));
-
+  Start(At(2009, 10, 20, 8, 0, 20),
+        {Row(1, "A", Hm(17, 0)), Row(2, "B", Hm(9, 0)), Row(4, "D", std::nullopt),
+         Row(5, "E", Hm(10, 0), false), unreadable, Row(9, "Z", Hm(8, 0))},
+        At(2009, 10, 21, 16, 0));
   StepTo(At(2009, 10, 20, 8, 59, 59), 1);
   StepTo(At(2009, 10, 20, 9, 0), 2);
   StepTo(At(2009, 10, 20, 10, 0), 2);  // E is not selected
@@ -127,32 +115,20 @@ TEST_F(TimedPollingRun, TwoDaysOfScheduleWithListReReadAndAutoEnd) {
   // waits for the next pass.
   list_->Add(Row(7, "G", Hm(20, 0)));
   list_->Add(Row(8, "H", Hm(15, 0)));
-  StepTo(At(2009, 10, 20, 12, 0), 3);
-  StepTo(At(2009, 10, 20, 15, 0), 3);
-  StepTo(At(2009, 10, 20, 17, 0), 4);
-  StepTo(At(2009, 10, 20, 20, 0), 5);
-  StepTo(At(2009, 10, 21, 0, 0), 5);
-  StepTo(At(2009, 10, 21, 8, 0), 6);
-  StepTo(At(2009, 10, 21, 9, 0), 7);
-  StepTo(At(2009, 10, 21, 12, 0), 8);
-  StepTo(At(2009, 10, 21, 15, 0), 9);
-  StepTo(At(2009, 10, 21, 17, 0), 10);
-  StepTo(At(2009, 10, 21, 18, 0), 10);  // auto-end, while waiting for G at 20:00
+  StepTo(At(2009, 10, 20, 15, 0), 2);
+  StepTo(At(2009, 10, 20, 17, 0), 3);
+  StepTo(At(2009, 10, 20, 20, 0), 4);
+  StepTo(At(2009, 10, 21, 8, 0), 5);
+  StepTo(At(2009, 10, 21, 9, 0), 6);
+  StepTo(At(2009, 10, 21, 15, 0), 7);
+  StepTo(At(2009, 10, 21, 16, 0), 7);  // auto-end, while waiting for A at 17:00
   thread_.join();
   EXPECT_EQ(result_, TimedPollingResult::kStopped);
-
-  auto p = [](const char* name, core::DateTime t) { return PollRecord{name, t, t}; };
   EXPECT_EQ(poller_.Polls(),
-            (std::vector<PollRecord>{{"Z", At(2009, 10, 20, 8, 0), At(2009, 10, 20, 8, 0, 20)},
-                                     p("B", At(2009, 10, 20, 9, 0)),
-                                     p("C", At(2009, 10, 20, 12, 0)),
-                                     p("A", At(2009, 10, 20, 17, 0)),
-                                     p("G", At(2009, 10, 20, 20, 0)),
-                                     p("Z", At(2009, 10, 21, 8, 0)),
-                                     p("B", At(2009, 10, 21, 9, 0)),
-                                     p("C", At(2009, 10, 21, 12, 0)),
-                                     p("H", At(2009, 10, 21, 15, 0)),
-                                     p("A", At(2009, 10, 21, 17, 0))}));
+            (std::vector<std::string>{"Z 2009-10-20 08:00:20", "B 2009-10-20 09:00:00",
+                                      "A 2009-10-20 17:00:00", "G 2009-10-20 20:00:00",
+                                      "Z 2009-10-21 08:00:00", "B 2009-10-21 09:00:00",
+                                      "H 2009-10-21 15:00:00"}));
   EXPECT_FALSE(stop_.Requested()) << "EndCommLoop is cleared on leaving";
   EXPECT_TRUE(log_.Has("debug: Ignoring DialTime \"25:99\" of F: not a time of day"));
   EXPECT_EQ(log_.Lines().back(), "screen: EndCommLoop set while waiting for Call Time");
@@ -169,9 +145,8 @@ TEST_F(TimedPollingRun, ACallTimeTheClockJumpsOverOrPassesTwiceIsCalledOnce) {
   StepTo(At(2024, 3, 10, 4, 0), 2);
   StepTo(At(2024, 3, 11, 2, 30), 3);  // and again the next day
   EXPECT_EQ(poller_.Polls(),
-            (std::vector<PollRecord>{{"Skipped", At(2024, 3, 10, 2, 30), At(2024, 3, 10, 3, 0)},
-                                     {"After", At(2024, 3, 10, 4, 0), At(2024, 3, 10, 4, 0)},
-                                     {"Skipped", At(2024, 3, 11, 2, 30), At(2024, 3, 11, 2, 30)}}));
+            (std::vector<std::string>{"Skipped 2024-03-10 03:00:00", "After 2024-03-10 04:00:00",
+                                      "Skipped 2024-03-11 02:30:00"}));
 }
 
 TEST_F(TimedPollingRun, AFailedPollOrListReadIsLoggedAndTheCycleGoesOn) {
@@ -180,8 +155,8 @@ TEST_F(TimedPollingRun, AFailedPollOrListReadIsLoggedAndTheCycleGoesOn) {
         /*fail_first_read=*/true);
   StepTo(At(2009, 10, 20, 8, 1), 0);  // the read is tried again a minute later
   StepTo(At(2009, 10, 20, 9, 0), 2);
-  EXPECT_EQ(poller_.Polls()[0].name, "Dead");
-  EXPECT_EQ(poller_.Polls()[1].name, "Alive");
+  EXPECT_EQ(poller_.Polls(),
+            (std::vector<std::string>{"Dead 2009-10-20 09:00:00", "Alive 2009-10-20 09:00:00"}));
   EXPECT_TRUE(log_.Has("event: Error / Timed poll of Dead failed: line is dead"));
   EXPECT_TRUE(
       log_.Has("event: System error / Timed Polling could not read PollT: "
