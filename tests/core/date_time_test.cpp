@@ -62,17 +62,6 @@ TEST(ParseDateTime, DateAndTimePartsSeparately) {
   EXPECT_EQ(ParseTime("1/2/2008")->ToString(), "00:00:00");
 }
 
-TEST(DateFormats, FixedPatterns) {
-  const DateTime dt(Date::FromYmdOrThrow(2009, 1, 5), *TimeOfDay::FromHms(8, 3, 9));
-  EXPECT_EQ(dt.GetDate().Format(kFormatTcdDate), "2009/1/5");
-  EXPECT_EQ(dt.GetDate().Format(kFormatMonthDay), "0105");
-  EXPECT_EQ(dt.GetDate().Format(kFormatIsoDate), "2009-01-05");
-  EXPECT_EQ(dt.GetDate().Format(kFormatSqlDate), "2009/01/05");
-  EXPECT_EQ(dt.GetTime().Format(kFormatHourMinute), "08:03");
-  EXPECT_EQ(dt.GetTime().Format(kFormatHourMinuteSecond), "08:03:09");
-  EXPECT_EQ(dt.Format("yyyy-mm-dd hh:nn"), "2009-01-05 08:03");
-}
-
 TEST(Date, ArithmeticAcrossMonthYearAndLeapDays) {
   const Date d = Date::FromYmdOrThrow(2008, 2, 28);
   EXPECT_EQ(d.AddDays(1).ToString(), "2008-02-29");

@@ -24,26 +24,16 @@ TEST(CommSettingsTest, DefaultsRoundTripAndARefusedTerminalCountLeavesTheFile) {
   WriteCommSettings(home.path(), CommSettings{.modem_init = ""});
   EXPECT_EQ(ReadCommSettings(home.path()).modem_init, kDefaultModemInit) << "empty: the default";
 
-  const CommSettings s{.comm_port = 4,
-                       .connection_type = comm::ConnectionType::kModem,
-                       .auto_start_mode = 3,
-                       .begin_time = "07:05",
-                       .end_time = "NONE",
-                       .modem_init = "AT&F,S0=2",
-                       .export_format = "ASCII BR/PD Format",
-                       .response_wait = 9,
-                       .second_pause = 0,
-                       .program_folder = "/opt/clock, main/",
-                       .terminal_count = 96,
-                       .terminal_type = terminal::TerminalType::kAtsESeries,
-                       .lan_delay_ms = 12.5,
-                       .auto_shutdown = true};
+  // Every field away from its default but the end time; the folder holds a comma.
+  const std::string text =
+      "4,1,3,\"07:05\",\"NONE\",\"AT&F,S0=2\",\"ASCII BR/PD Format\",9,0,\"/opt/clock, main/\",96,"
+      "7,12.5,#TRUE#\r\n";
+  const CommSettings s = ParseCommSettings(text, "clockcomm.dta");
+  EXPECT_EQ(s.program_folder, "/opt/clock, main/");
+  EXPECT_EQ(s.terminal_type, terminal::TerminalType::kAtsESeries);
   WriteCommSettings(home.path(), s);
+  EXPECT_EQ(core::ReadWholeFile(home.path() / "clockcomm.dta"), text);
   EXPECT_EQ(ReadCommSettings(home.path()), s);
-  const std::string text = core::ReadWholeFile(home.path() / "clockcomm.dta");
-  EXPECT_EQ(text,
-            "4,1,3,\"07:05\",\"NONE\",\"AT&F,S0=2\",\"ASCII BR/PD Format\",9,0,"
-            "\"/opt/clock, main/\",96,7,12.5,#TRUE#\r\n");
   for (int count : {0, 97}) {
     CommSettings bad = s;
     bad.terminal_count = count;
@@ -61,7 +51,6 @@ TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefus
   const std::pair<const char*, terminal::TerminalType> types[] = {
       {"ZON / Tranz", terminal::TerminalType::kZonTranz},
       {"mobility", terminal::TerminalType::kMobility},
-      {"4", terminal::TerminalType::kMobility},
       {"ATS Prodigy", terminal::TerminalType::kAtsProdigy}};
   for (const auto& [text, type] : types) {
     ApplySetting(s, "terminal_type", text);
