@@ -12,6 +12,7 @@ struct Expected {
   bool refused = false;
 };
 
+// A quoted comma, an empty field and text after a closing quote are the employee import's.
 TEST(CsvReader, RecordsFieldsAndLines) {
   struct Case {
     const char* legend;
@@ -19,7 +20,6 @@ TEST(CsvReader, RecordsFieldsAndLines) {
     std::vector<Expected> records;
   };
   const Case cases[] = {
-      {"quoted comma, empty field", "21,,\"A,B\"\r\n", {{1, {"21", "", "A,B"}}}},
       {"doubled quotes", "\"say \"\"hi\"\"\",x", {{1, {"say \"hi\"", "x"}}}},
       {"line break inside quotes", "1,\"a\nb\"\n2,c\n", {{1, {"1", "a\nb"}}, {3, {"2", "c"}}}},
       {"blank lines", "\r\n\r\n1,a\r\n   \r\n2,b", {{3, {"1", "a"}}, {5, {"2", "b"}}}},
@@ -28,7 +28,6 @@ TEST(CsvReader, RecordsFieldsAndLines) {
       {"trailing empty fields", "1,,", {{1, {"1", "", ""}}}},
       {"Windows-1252 bytes", "caf\xE9,\x80\x9F", {{1, {"caf\xE9", "\x80\x9F"}}}},
       {"stray quote, next line read", "2\"1,x\n3,y\n", {{1, {}, true}, {2, {"3", "y"}}}},
-      {"text after a closing quote", "\"a\"b,c\n\"d\"\n", {{1, {}, true}, {2, {"d"}}}},
       {"quote never closed", "1,x\n2,\"open\n3,z\n", {{1, {"1", "x"}}, {2, {}, true}}},
       {"nothing", "", {}},
   };

@@ -18,7 +18,8 @@ TEST(Text, NumbersFromText) {
   EXPECT_EQ(Split("a,,b,", ',').size(), 4u);
 }
 
-// Windows-1252 bytes, written as escapes: the names are single-byte text, never UTF-8.
+// Windows-1252 bytes, written as escapes: the names are single-byte text, never UTF-8. ASCII and
+// an accented clock name in the other case are the transfer command's.
 TEST(Text, CaseFoldsWindows1252Letters) {
   struct Case {
     const char* a;
@@ -26,15 +27,12 @@ TEST(Text, CaseFoldsWindows1252Letters) {
     bool equal;
   };
   const Case cases[] = {
-      {"DemoData", "DEMODATA", true},
-      {"CAF\xC9", "caf\xE9", true},                    // CAFE with acute accents
       {"\xC0\xDE", "\xE0\xFE", true},                  // both ends of the accented block
       {"\x8A\x8C\x8E\x9F", "\x9A\x9C\x9E\xFF", true},  // S, OE, Z with caron; Y diaeresis
       {"\xD7", "\xF7", false},                         // multiplication and division signs
       {"\xDF", "SS", false},                           // sharp s has no capital here
       {"\xC9", "E", false},                            // accents are not stripped
       {"@[", "`{", false},                             // 0x20 apart but not letters
-      {"caf\xE9", "cafe", false},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(EqualsIgnoreCase(c.a, c.b), c.equal) << Printable(c.a) << " / " << Printable(c.b);

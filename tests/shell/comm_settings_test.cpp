@@ -12,7 +12,9 @@ namespace clockcomm::shell {
 namespace {
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Property;
 using ::testing::StartsWith;
+using ::testing::Throws;
 using ::testing::ThrowsMessage;
 
 // The refusal's text is the settings command's.
@@ -78,13 +80,11 @@ TEST(CommSettingsTest, ApplySettingAcceptsNamesAndTimesAndNamesTheKeyWhenItRefus
   };
   for (const Bad& b : bad) {
     CommSettings copy = s;
-    try {
-      ApplySetting(copy, b.key, b.value);
-      ADD_FAILURE() << b.key << "=" << b.value << " accepted";
-    } catch (const core::ArgumentException& e) {
-      EXPECT_EQ(e.ParamName(), b.key);
-      EXPECT_THAT(e.what(), HasSubstr(b.key));
-    }
+    EXPECT_THAT([&] { ApplySetting(copy, b.key, b.value); },
+                Throws<core::ArgumentException>(
+                    AllOf(Property(&core::ArgumentException::ParamName, b.key),
+                          Property(&core::ArgumentException::what, HasSubstr(b.key)))))
+        << b.value;
     EXPECT_EQ(copy, s) << b.key << " changed by a refused value";
   }
 }

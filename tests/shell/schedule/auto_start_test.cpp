@@ -50,53 +50,43 @@ TEST(AutoStartWindow, StartMomentAndEndDeadline) {
   }
 }
 
-TEST(AutoStartRunning, WaitsForTheBeginTimeThenRunsTheModeWithItsEndDeadline) {
-  core::ManualClock clock(At(2009, 10, 20, 6, 30));
-  core::StopSignal stop;
-  testing::RecordingLog log;
-  std::optional<AutoStartRun> seen;
-  core::DateTime started_at;
-  std::thread runner([&] {
-    AutoStart(3, "08:00", "17:00", log, clock, stop).Run([&](const AutoStartRun& run) {
-      seen = run;
-      started_at = clock.Now();
-    });
-  });
-  ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
-  clock.Set(At(2009, 10, 20, 8, 0));
-  runner.join();
-  ASSERT_TRUE(seen);
-  EXPECT_EQ(started_at, At(2009, 10, 20, 8, 0));
-  EXPECT_EQ(seen->prefix, "(Autostart Poll) ");
-  EXPECT_EQ(seen->end_time, "17:00");
-  EXPECT_EQ(seen->end_deadline, At(2009, 10, 20, 17, 0));
-  EXPECT_EQ(log.Lines(),
-            (std::vector<std::string>{"screen: Waiting for Begin Time of 08:00 to Auto-start Poll",
-                                      "screen: Auto-starting Poll Mode."}));
-}
-
-TEST(AutoStartRunning, StartsAtOnceWithoutBeginTimeAndNotAtAllWithoutModeOrAfterAStop) {
+TEST(AutoStartRunning, RunsTheModeAtOnceOrAtTheBeginTimeAndNotAtAllWithoutModeOrAfterAStop) {
   core::ManualClock clock(At(2009, 10, 20, 6, 30));
   core::StopSignal stop;
   testing::RecordingLog log;
   int runs = 0;
   EXPECT_FALSE(AutoStart(1, "NONE", "NONE", log, clock, stop).Run([&](auto&) { ++runs; }));
-  EXPECT_TRUE(AutoStart(2, "NONE", "NONE", log, clock, stop).Run([&](const AutoStartRun& run) {
+  EXPECT_TRUE(AutoStart(2, "NONE", "17:00", log, clock, stop).Run([&](const AutoStartRun& run) {
     ++runs;
-    EXPECT_EQ(run.end_deadline, std::nullopt);
+    EXPECT_EQ(run.prefix, "(Autostart Host) ");
+    EXPECT_EQ(run.end_time, "17:00");
+    EXPECT_EQ(run.end_deadline, At(2009, 10, 20, 17, 0));
   }));
   EXPECT_EQ(runs, 1);
-  EXPECT_EQ(log.Lines(), (std::vector<std::string>{"screen: Auto-starting Host Mode."}));
+
+  std::optional<core::DateTime> started_at;
+  std::thread waiting([&] {
+    AutoStart(3, "08:00", "NONE", log, clock, stop).Run([&](auto&) { started_at = clock.Now(); });
+  });
+  ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
+  clock.Set(At(2009, 10, 20, 8, 0));
+  waiting.join();
+  EXPECT_EQ(started_at, At(2009, 10, 20, 8, 0));
 
   bool result = true;
-  std::thread waiting([&] {
-    result = AutoStart(2, "08:00", "NONE", log, clock, stop).Run([&](auto&) { ++runs; });
+  std::thread stopped([&] {
+    result = AutoStart(2, "09:00", "NONE", log, clock, stop).Run([&](auto&) { ++runs; });
   });
   ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
   stop.Request();
-  waiting.join();
+  stopped.join();
   EXPECT_FALSE(result);
   EXPECT_EQ(runs, 1);
+  EXPECT_EQ(log.Lines(), (std::vector<std::string>{
+                             "screen: Auto-starting Host Mode.",
+                             "screen: Waiting for Begin Time of 08:00 to Auto-start Poll",
+                             "screen: Auto-starting Poll Mode.",
+                             "screen: Waiting for Begin Time of 09:00 to Auto-start Host"}));
 }
 
 TEST(AutoEndWatcherTest, CancelledWatcherLeavesTheSignalAlone) {
