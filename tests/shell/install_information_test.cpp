@@ -16,8 +16,12 @@ namespace clockcomm::shell {
 namespace {
 using ::testing::HasSubstr;
 
-void WriteText(const std::filesystem::path& file, const std::string& text) {
-  std::ofstream(file, std::ios::binary) << text;
+// The registry.ini of a program folder holding text, loaded.
+InstallInformation Loaded(const test::TempDir& home, const std::string& text) {
+  std::ofstream(home.path() / "registry.ini", std::ios::binary) << text;
+  InstallInformation info(home.path());
+  info.Load();
+  return info;
 }
 
 std::string DataKey(const char* version) {
@@ -38,9 +42,7 @@ TEST(InstallInformationTest, CurrentVersionChoosesTheInstallDataKeyAndSaveKeepsT
   };
   for (const Case& c : cases) {
     test::TempDir home;
-    WriteText(home.path() / "registry.ini", "[Ports]\nCOM3=/dev/ttyUSB0\n" + c.ini);
-    InstallInformation info(home.path());
-    info.Load();
+    InstallInformation info = Loaded(home, "[Ports]\nCOM3=/dev/ttyUSB0\n" + c.ini);
     EXPECT_EQ(info.CurrentVersion(), c.version);
     EXPECT_EQ(info.ProgramDirectory(), c.program);
     EXPECT_EQ(info.DataDirectory(), c.data);
@@ -57,17 +59,15 @@ TEST(InstallInformationTest, CurrentVersionChoosesTheInstallDataKeyAndSaveKeepsT
 
 TEST(InstallInformationTest, LinesItCannotUseAreWarnedWithTheirLineNumbers) {
   test::TempDir home;
-  WriteText(home.path() / "registry.ini",
-            "stray=1\n"                // 1: before any section
-            "; comment\n"              // 2
-            "[Ports]\n"                // 3
-            "COM1 /dev/ttyUSB0\n"      // 4: no "="
-            "COM3=/dev/ttyS9\n"        // 5
-            "=/dev/ttyS4\n"            // 6: no name
-            "[Ports\n"                 // 7: not a section
-            "com3=/dev/ttyUSB1\r\n");  // 8: the port again
-  InstallInformation info(home.path());
-  info.Load();
+  const InstallInformation info = Loaded(home,
+                                         "stray=1\n"                // 1: before any section
+                                         "; comment\n"              // 2
+                                         "[Ports]\n"                // 3
+                                         "COM1 /dev/ttyUSB0\n"      // 4: no "="
+                                         "COM3=/dev/ttyS9\n"        // 5
+                                         "=/dev/ttyS4\n"            // 6: no name
+                                         "[Ports\n"                 // 7: not a section
+                                         "com3=/dev/ttyUSB1\r\n");  // 8: the port again
   const std::string file = info.RegistryFile().string();
   EXPECT_EQ(info.Warnings(),
             (std::vector<std::string>{
@@ -85,16 +85,14 @@ TEST(InstallInformationTest, LinesItCannotUseAreWarnedWithTheirLineNumbers) {
 
 TEST(PortMapTest, EachPortResolvesAndNamesThatMapNothingAreWarned) {
   test::TempDir home;
-  WriteText(home.path() / "registry.ini",
-            "[Ports]\n"
-            "COM3=/dev/ttyUSB0\n"
-            "com7 = /dev/ttyACM0\n"  // any case, as the lookup
-            "COM03=/dev/ttyUSB1\n"   // 4: never looked up as COM3
-            "COM257=/dev/ttyS256\n"  // 5: beyond the last port
-            "Printer=/dev/lp0\n"     // 6
-            "COM2=\n");              // 7: no device
-  InstallInformation info(home.path());
-  info.Load();
+  const InstallInformation info = Loaded(home,
+                                         "[Ports]\n"
+                                         "COM3=/dev/ttyUSB0\n"
+                                         "com7 = /dev/ttyACM0\n"  // any case, as the lookup
+                                         "COM03=/dev/ttyUSB1\n"   // 4: never looked up as COM3
+                                         "COM257=/dev/ttyS256\n"  // 5: beyond the last port
+                                         "Printer=/dev/lp0\n"     // 6
+                                         "COM2=\n");              // 7: no device
   EXPECT_EQ(PortMappings(info, 1), (std::vector<PortMapping>{{1, "/dev/ttyS0", false},
                                                              {2, "/dev/ttyS1", false},
                                                              {3, "/dev/ttyUSB0", true},
@@ -115,7 +113,7 @@ TEST(PortMapTest, EachPortResolvesAndNamesThatMapNothingAreWarned) {
 // them, and the event and debug log lines.
 TEST(MyStaticTest, ConfigurationWarningsAreGatheredAndGoToTheEventAndDebugLogs) {
   test::TempDir home;
-  WriteText(home.path() / "registry.ini", "[Ports]\nCOM0=/dev/x\n");
+  std::ofstream(home.path() / "registry.ini") << "[Ports]\nCOM0=/dev/x\n";
   const auto config = MyStatic::Load(home.path());
   ASSERT_EQ(config->Warnings().size(), 1u);
   EXPECT_THAT(config->Warnings()[0], HasSubstr("registry.ini line 2: [Ports] \"COM0\""));

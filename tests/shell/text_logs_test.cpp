@@ -25,18 +25,6 @@ TEST(TextLogsTest, SafeNameReplacesEveryReservedCharacter) {
             "COM1_Dock_East Debug Log - 2009-10-20.log");
 }
 
-// The screen and named logs' files and lines are the logs' tests' (event_log_test).
-TEST(TextLogsTest, AnEntryOfSeveralPartsStartsWithItsTimeAndTakesALineEach) {
-  test::TempDir dir;
-  core::ManualClock clock(At(2009, 10, 20, 8, 5, 9));
-  TextLogs logs(dir.path() / "Debug Logs", clock);  // folder created on first write
-  logs.WriteDebug({"first part", "second part"});
-  clock.Advance(std::chrono::seconds(3600));
-  logs.WriteDebug({"later"});
-  EXPECT_EQ(core::ReadWholeFile(dir.path() / "Debug Logs" / "Debug Log - 2009-10-20.log"),
-            "08:05:09 - first part\r\nsecond part\r\n09:05:09 - later\r\n");
-}
-
 TEST(TextLogsTest, ANewDaysFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
   test::TempDir dir;
   const fs::path folder = dir.path();
@@ -66,9 +54,10 @@ TEST(TextLogsTest, ANewDaysFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
   logs.WriteDebug({"appends"});
   EXPECT_TRUE(fs::exists(folder / "Debug Log - 2009-01-01.log"));
   clock.Advance(std::chrono::seconds(1));
-  logs.WriteDebug({"new day"});
+  logs.WriteDebug({"new day", "second part"});  // an entry of several parts: a line each
   EXPECT_FALSE(fs::exists(folder / "Debug Log - 2009-01-01.log"));
-  EXPECT_TRUE(fs::exists(folder / "Debug Log - 2010-01-11.log"));
+  EXPECT_EQ(core::ReadWholeFile(folder / "Debug Log - 2010-01-11.log"),
+            "00:00:00 - new day\r\nsecond part\r\n");
 }
 
 }  // namespace

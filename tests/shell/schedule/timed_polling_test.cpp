@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <memory>
 #include <thread>
 
 #include "schedule_test_support.h"
@@ -70,11 +69,12 @@ class TimedPollingRun : public ::testing::Test {
   void Start(core::DateTime start, std::vector<PollRow> rows,
              std::optional<core::DateTime> auto_end = std::nullopt, bool fail_first_read = false) {
     clock_.Set(start);
-    list_ = std::make_unique<testing::MemoryPollList>(std::move(rows));
-    if (fail_first_read) list_->FailNextRead();
-    polling_ = std::make_unique<TimedPolling>(*list_, poller_, log_, clock_, stop_, auto_end);
+    for (PollRow& row : rows) list_.Add(std::move(row));
+    if (fail_first_read) list_.FailNextRead();
     waiters_ = auto_end ? 2 : 1;
-    thread_ = std::thread([this] { result_ = polling_->Run(); });
+    thread_ = std::thread([this, auto_end] {
+      result_ = TimedPolling(list_, poller_, log_, clock_, stop_, auto_end).Run();
+    });
   }
   void StepTo(core::DateTime t, size_t polls_after) {
     ASSERT_TRUE(clock_.WaitForWaiters(waiters_, 5s)) << "loop not waiting before " << t.ToString();
@@ -91,8 +91,7 @@ class TimedPollingRun : public ::testing::Test {
   core::StopSignal stop_;
   testing::RecordingLog log_;
   RecordingPoller poller_{clock_};
-  std::unique_ptr<testing::MemoryPollList> list_;
-  std::unique_ptr<TimedPolling> polling_;
+  testing::MemoryPollList list_;
   std::thread thread_;
   int waiters_ = 1;
   TimedPollingResult result_ = TimedPollingResult::kNoEntries;
@@ -113,8 +112,8 @@ TEST_F(TimedPollingRun, TwoDaysOfScheduleWithListReReadAndAutoEnd) {
   StepTo(At(2009, 10, 20, 10, 0), 2);  // E is not selected
   // Added during the day: G after the pass's last call time is called tonight; H, before it,
   // waits for the next pass.
-  list_->Add(Row(7, "G", Hm(20, 0)));
-  list_->Add(Row(8, "H", Hm(15, 0)));
+  list_.Add(Row(7, "G", Hm(20, 0)));
+  list_.Add(Row(8, "H", Hm(15, 0)));
   StepTo(At(2009, 10, 20, 15, 0), 2);
   StepTo(At(2009, 10, 20, 17, 0), 3);
   StepTo(At(2009, 10, 20, 20, 0), 4);
