@@ -25,7 +25,7 @@ Result RunClockcomm(const test::TempDir& tmp, const std::string& args,
   return test::RunClockcomm(tmp.path() / "home", args, input);
 }
 
-TEST(SetupCommandsTest, InitThenSetWithValidation) {
+TEST(SetupCommandsTest, InitSetAndShowWithValidation) {
   test::TempDir tmp;
   const auto home = tmp.path() / "home";
   Result r = RunClockcomm(tmp, "init");
@@ -50,16 +50,8 @@ TEST(SetupCommandsTest, InitThenSetWithValidation) {
   ASSERT_EQ(r.exit_code, 0) << r.err;
   EXPECT_EQ(r.out,
             "Communications set for: Comm Port 3, LAN, starting at 07:00, ending at 18:00.\n");
-  r = RunClockcomm(tmp, "settings set bogus");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_THAT(r.err, HasSubstr("bogus"));
-}
 
-// The warning for a terminal type not served yet is the call commands'.
-TEST(SetupCommandsTest, SettingsShowWarnsAndShowsWhatIsInEffect) {
-  test::TempDir tmp;
-  const auto home = tmp.path() / "home";
-  ASSERT_EQ(RunClockcomm(tmp, "init").exit_code, 0);
+  // The warning for a terminal type not served yet is the call commands'.
   ASSERT_EQ(RunClockcomm(tmp, "settings set comm_port=2 terminal_type=HandPunch").exit_code, 0);
   const std::string registry = (home / "registry.ini").string();
   const std::string overrides = (home / "SettingsOverride.txt").string();
@@ -68,7 +60,7 @@ TEST(SetupCommandsTest, SettingsShowWarnsAndShowsWhatIsInEffect) {
   std::ofstream(registry, std::ios::app) << "\n[Ports]\nCOM1 /dev/ttyUSB0\nCOM3=/dev/ttyUSB1\n";
   core::WriteFileAtomically(overrides, "eotquantity = 5\r\nassignhomedept = yse\r\n");
 
-  Result r = RunClockcomm(tmp, "settings show");
+  r = RunClockcomm(tmp, "settings show");
   ASSERT_EQ(r.exit_code, 0) << r.err;
   // The texts of the warnings are the files' own tests'; here they reach stderr, naming the line.
   EXPECT_THAT(r.err,
@@ -76,8 +68,7 @@ TEST(SetupCommandsTest, SettingsShowWarnsAndShowsWhatIsInEffect) {
                               std::to_string(bad_port_line) + ": \"COM1 /dev/ttyUSB0\""),
                     HasSubstr("clockcomm: warning: " + overrides + " line 2: assignhomedept")));
   for (const std::string& shown : std::vector<std::string>{
-           "terminal_count=1\n", "DataDir=" + home.string() + "/data/\n",
-           "export_format=Clockwyn 3.0  # kept for the time-card application only\n",
+           "DataDir=" + home.string() + "/data/\n",
            "auto_shutdown=false  # kept for the time-card application only\n",
            "terminal_type=5  # HandPunch, not served yet\n",
            // the broken COM1 line maps nothing; COM2 is the settings' port

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/errors.h"
 #include "db/open.h"
 #include "db/schema.h"
 #include "schedule_test_support.h"
