@@ -12,7 +12,7 @@ struct Expected {
   bool refused = false;
 };
 
-// A quoted comma, an empty field and text after a closing quote are the employee import's.
+// A quoted comma and an empty field are the employee import's.
 TEST(CsvReader, RecordsFieldsAndLines) {
   struct Case {
     const char* legend;
@@ -28,6 +28,7 @@ TEST(CsvReader, RecordsFieldsAndLines) {
       {"trailing empty fields", "1,,", {{1, {"1", "", ""}}}},
       {"Windows-1252 bytes", "caf\xE9,\x80\x9F", {{1, {"caf\xE9", "\x80\x9F"}}}},
       {"stray quote, next line read", "2\"1,x\n3,y\n", {{1, {}, true}, {2, {"3", "y"}}}},
+      {"text after a closing quote", "\"a\"b,c\n\"d\"\n", {{1, {}, true}, {2, {"d"}}}},
       {"quote never closed", "1,x\n2,\"open\n3,z\n", {{1, {"1", "x"}}, {2, {}, true}}},
   };
   for (const auto& c : cases) {

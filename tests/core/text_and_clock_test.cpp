@@ -51,6 +51,8 @@ TEST(ManualClock, SteadyTimeMovesInSubSecondStepsAndTheCalendarFollowsWholeSecon
   EXPECT_TRUE(clock.Pause(600ms, stop));  // crosses a whole second
   EXPECT_EQ(clock.Steady(), start + 1200ms);
   EXPECT_EQ(clock.Now(), *DateTime::FromParts(2009, 10, 20, 8, 0, 1));
+  clock.AdvanceTo(start);  // never back
+  EXPECT_EQ(clock.Steady(), start + 1200ms);
   stop.Request();
   EXPECT_FALSE(clock.Pause(1h, stop));
   EXPECT_EQ(clock.Steady(), start + 1200ms);
