@@ -116,16 +116,6 @@ TEST(HayesModemTest, AnswersCommandsWithEchoAndVerboseCodes) {
   EXPECT_EQ(rig.modem->Stats().commands, 9);
 }
 
-TEST(HayesModemTest, WithoutAutoAnswerItRingsUntilAnsweredByAta) {
-  ModemRig rig(Options());
-  EXPECT_EQ(rig.Command("ATE0S0=0"), "ATE0S0=0\r\r\nOK\r\n");
-  rig.modem->IncomingCall("5551234");
-  EXPECT_EQ(rig.ReadUntil("\r\nRING\r\n"), "\r\nRING\r\n");
-  EXPECT_TRUE(rig.QuietFor(100ms)) << "no answer without S0";
-  rig.Write("ATA\r");
-  EXPECT_EQ(rig.ReadUntil("\r\nCONNECT 2400\r\n"), "\r\nCONNECT 2400\r\n");
-}
-
 TEST(HayesModemTest, DialResultsForFailuresUnknownNumbersAndNoLine) {
   ModemOptions busy = Options();
   busy.fail_dials = 1;

@@ -134,17 +134,6 @@ TEST(ZonTerminalTest, EndOfUploadTakesTheValidationTablesBeforeTheFinalEot) {
   EXPECT_TRUE(terminal.PendingPunches().empty());
 }
 
-TEST(ZonTerminalTest, UnansweredHoursRequestGivesNothingAfterItsWait) {
-  PtyLine pty;
-  TerminalConfig config = ShortWaits();
-  config.timeouts.hours_wait = 200ms;
-  ZonTerminal terminal(config, {});
-  EXPECT_FALSE(
-      terminal.RequestHours(*pty.terminal_end, 9, *core::DateTime::FromParts(2020, 10, 20, 12, 24))
-          .has_value());
-  EXPECT_TRUE(terminal.HoursReplies().empty());
-}
-
 TEST(ZonTerminalTest, PacedTerminalTakesAtLeastTheWireTimeOfItsBytes) {
   PtyLine pty;
   TerminalConfig config = ShortWaits();
