@@ -21,6 +21,8 @@
 
 namespace clockcomm {
 namespace {
+
+const terminal::TerminalFamily kZon = zon::ZonFamily();
 namespace fs = std::filesystem;
 
 class NullScreen : public terminal::ScreenSink {
@@ -90,7 +92,7 @@ sim::TerminalStats HostedCall(Site& site, sim::TerminalConfig config, int punche
   sim::ZonTerminal terminal(config, Punches(punches));
   shell::LineSettings settings;
   settings.device = pty.SlavePath();
-  shell::LineRunner loop(settings, zon::ZonFamily(), *site.controller, *site.services);
+  shell::LineRunner loop(settings, std::span(&kZon, 1), *site.controller, *site.services);
   std::thread caller([&] { terminal.CallIn(*far_end); });
   const bool ok = loop.Host(true);
   caller.join();
@@ -160,7 +162,7 @@ void BM_IdleHostLoop(benchmark::State& state) {
   settings.device = pty.SlavePath();
   double cpu = 0;
   for (auto _ : state) {
-    shell::LineRunner loop(settings, zon::ZonFamily(), *site.controller, *site.services);
+    shell::LineRunner loop(settings, std::span(&kZon, 1), *site.controller, *site.services);
     std::thread host([&] { loop.Host(false); });
     std::this_thread::sleep_for(std::chrono::milliseconds(200));  // let the loop settle
     const double before = ProcessCpuSeconds();

@@ -10,6 +10,7 @@
 #include "core/errors.h"
 #include "core/text.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "shell/schedule/auto_start.h"
 #include "shell/schedule/host_poll_schedule.h"
 #include "shell/schedule/poll_list.h"
@@ -29,10 +30,21 @@ shell::ClockLine LineOf(const CallSession& session) {
   return shell::ClockLine{comm.connection_type, comm.terminal_type, comm.comm_port};
 }
 
+// Terminals on a network are polled; nothing calls in on a LAN line.
+void RequireHostableLine(const CallSession& session) {
+  if (session.Config().Comm().connection_type == comm::ConnectionType::kLan) {
+    throw core::InvalidOperationException(
+        "Host mode waits for terminals to call in on a serial line or a modem; terminals on a LAN "
+        "(connection type 3) are polled: use `clockcomm poll` or `poll --timed`.");
+  }
+}
+
 // Host mode; with a schedule, the poll list's call times are polled on the same line meanwhile.
 bool Host(CallSession& session, shell::LineRunner& runner, bool once, bool scheduled) {
+  RequireHostableLine(session);
   // The scheduler reads the poll list through a connection of its own.
   auto product_db = db::Open(session.Paths().ClockwynDatabase());
+  db::CreateProductSchema(*product_db);  // an older poll list gains its new columns
   shell::PollList poll_list(*product_db);
   shell::HostPollSchedule schedule(poll_list, session.Clock(), LineOf(session));
   session.Services().schedule = scheduled ? &schedule : nullptr;
@@ -53,6 +65,7 @@ void RunHost(const GlobalOptions& options, const HostOptions& host) {
 void TimedPoll(CallSession& session, shell::LineRunner& runner,
                std::optional<core::DateTime> auto_end) {
   auto product_db = db::Open(session.Paths().ClockwynDatabase());
+  db::CreateProductSchema(*product_db);  // an older poll list gains its new columns
   shell::PollList poll_list(*product_db);
   EchoingLog log(session.Logs(), session.Screen());
   shell::TimedPolling cycle(poll_list, runner, log, session.Clock(),
@@ -121,19 +134,32 @@ void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
   auto row = std::make_shared<shell::PollRow>();
   auto dial_time = std::make_shared<std::string>();
   auto no_select = std::make_shared<bool>(false);
+  auto terminal_type = std::make_shared<int>(0);
   CLI::App* add = cmd->add_subcommand("add", "Add a location");
   add->add_option("name", row->location_name, "Location name")->required();
   add->add_option("--phone,--address", row->location_phone,
                   "Phone number to dial, or the terminal's address");
   add->add_option("--dial-time", *dial_time, "Call time of day (HH:MM), for timed polling");
   add->add_option("--terminal-id", row->terminal_id, "Terminal identifier sent in the poll");
+  add->add_option("--terminal-type", *terminal_type,
+                  "The make of this location's terminal, as terminal_type numbers it (1 ZON / "
+                  "Tranz, 7 ATS E-Series, 8 ATS CyberSeries, 9 ATS Prodigy, ...; default: the "
+                  "settings' terminal type)");
   add->add_option("--id", row->location_id, "LocationID (default: the next free one)");
   add->add_flag("--not-selected", *no_select, "Keep the location but do not dial it");
-  add->callback([&options, row, dial_time, no_select] {
+  add->callback([&options, row, dial_time, no_select, terminal_type] {
     core::SystemClock clock;
     CallSession session(RequireHome(options), std::cout, clock);
     shell::PollRow r = *row;
     r.select_to_dial = !*no_select;
+    if (*terminal_type != 0) {
+      r.terminal_type = terminal::TerminalTypeFromNumber(*terminal_type);
+      if (!r.terminal_type) {
+        throw core::ArgumentException(
+            "--terminal-type " + std::to_string(*terminal_type) + " is not a terminal type (1-11).",
+            "terminal-type");
+      }
+    }
     if (!dial_time->empty()) {
       r.dial_time = core::ParseTime(*dial_time);
       if (!r.dial_time) {
@@ -152,12 +178,15 @@ void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
     const auto rows = shell::PollList(session.ProductDatabase()).ReadPollRows();
     std::cout << std::left << std::setw(5) << "ID" << std::setw(22) << "Location" << std::setw(18)
               << "Phone/Address" << std::setw(10) << "Dial" << std::setw(9) << "Selected"
-              << "Terminal\n";
+              << std::setw(10) << "Terminal"
+              << "Type\n";
     for (const auto& r : rows) {
       std::cout << std::left << std::setw(5) << r.location_id << std::setw(22) << r.location_name
                 << std::setw(18) << r.location_phone << std::setw(10)
                 << (r.dial_time ? r.dial_time->Format("HH:nn") : r.dial_time_text) << std::setw(9)
-                << (r.select_to_dial ? "yes" : "no") << r.terminal_id << "\n";
+                << (r.select_to_dial ? "yes" : "no") << std::setw(10) << r.terminal_id
+                << (r.terminal_type ? terminal::TerminalTypeName(*r.terminal_type) : "(settings)")
+                << "\n";
     }
   });
 

@@ -49,8 +49,8 @@ std::unique_ptr<shell::LineRunner> CallSession::MakeRunner(shell::LineSettings s
     throw core::InvalidOperationException(*reason);
   }
   shell::ReportConfigurationWarnings(config_->Warnings(), logs_, std::cerr);
-  const auto* family = terminal::FindFamily(Families(), settings.terminal_type);
-  return std::make_unique<shell::LineRunner>(std::move(settings), *family, controller_, services_);
+  return std::make_unique<shell::LineRunner>(std::move(settings), Families(), controller_,
+                                             services_);
 }
 
 }  // namespace clockcomm::app

@@ -16,10 +16,12 @@ std::optional<std::string> UnservedLine(terminal::TerminalType terminal_type,
   if (terminal::FindFamily(Families(), terminal_type) == nullptr) {
     return terminal::UnservedTypeMessage(terminal_type);
   }
-  if (connection_type == comm::ConnectionType::kLan) {
-    return std::string(
-        "Connection type 3 (LAN) is not served by this loop yet; set connection_type to 1 "
-        "(Modem) or 2 (Serial).");
+  if (connection_type == comm::ConnectionType::kLan &&
+      !terminal::FindFamily(Families(), terminal_type)->polls_over_lan) {
+    return "Connection type 3 (LAN) is not served for terminal type " +
+           std::to_string(static_cast<int>(terminal_type)) + " (" +
+           std::string(terminal::TerminalTypeName(terminal_type)) +
+           ") yet; set connection_type to 1 (Modem) or 2 (Serial).";
   }
   return std::nullopt;
 }

@@ -12,8 +12,8 @@ namespace clockcomm::app {
 
 std::span<const terminal::TerminalFamily> Families();
 
-// Why no loop serves the line of the settings (its terminal type has no family, or it is a LAN
-// line), or nothing when one does.
+// Why no loop serves the line of the settings (its terminal type has no family, or a LAN line for
+// a family that does not poll over the network), or nothing when one does.
 std::optional<std::string> UnservedLine(terminal::TerminalType terminal_type,
                                         comm::ConnectionType connection_type);
 

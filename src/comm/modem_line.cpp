@@ -2,6 +2,7 @@
 
 #include "comm/direct_line.h"
 #include "comm/modem_strings.h"
+#include "comm/network_line.h"
 #include "core/errors.h"
 #include "core/text.h"
 
@@ -34,11 +35,9 @@ std::unique_ptr<TerminalLine> MakeTerminalLine(ConnectionType type, LineOptions 
     case ConnectionType::kSerial:
       return std::make_unique<DirectLine>(std::move(options));
     case ConnectionType::kLan:
-      break;
+      return std::make_unique<NetworkLine>();
   }
-  throw core::InvalidOperationException(
-      "Connection type 3 (LAN) is not served by this loop yet; set connection_type to 1 "
-      "(Modem) or 2 (Serial).");
+  throw core::ArgumentException("Unknown connection type.", "type");
 }
 
 ModemLine::ModemLine(LineOptions options, const core::Clock& clock)

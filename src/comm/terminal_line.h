@@ -72,8 +72,7 @@ class TerminalLine {
 };
 
 // The line for a connection type; clock gives the steady time of a modem's waits (a serial line
-// is real, so in use this is the system clock). LAN lines are served by their own listener, not
-// here: asking for one throws core::InvalidOperationException.
+// is real, so in use this is the system clock). A LAN line reaches each location by TCP.
 std::unique_ptr<TerminalLine> MakeTerminalLine(ConnectionType type, LineOptions options,
                                                const core::Clock& clock);
 

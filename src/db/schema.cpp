@@ -35,7 +35,15 @@ void CreateProductSchema(Database& db) {
       "LocationPhone TEXT NOT NULL DEFAULT '', "
       "DialTime TEXT, "
       "SelectToDial INTEGER NOT NULL DEFAULT 1, "
-      "TerminalID TEXT NOT NULL DEFAULT '')");
+      "TerminalID TEXT NOT NULL DEFAULT '', "
+      "TerminalType INTEGER)");
+  // Poll lists made before a location could have a terminal type of its own.
+  bool has_terminal_type = false;
+  for (auto rs = db.Query("SELECT name FROM pragma_table_info('PollT')"); !rs.Eof();
+       rs.MoveNext()) {
+    has_terminal_type = has_terminal_type || rs.Field(0).AsText() == "TerminalType";
+  }
+  if (!has_terminal_type) db.Execute("ALTER TABLE PollT ADD COLUMN TerminalType INTEGER");
 }
 
 void CreateCompanySchema(Database& db) {

@@ -27,7 +27,7 @@ LineSettings LineSettings::From(const CommSettings& comm, std::string device) {
   return s;
 }
 
-LineRunner::LineRunner(LineSettings settings, const terminal::TerminalFamily& family,
+LineRunner::LineRunner(LineSettings settings, std::span<const terminal::TerminalFamily> families,
                        terminal::CallController& controller, LineServices& services)
     : settings_(std::move(settings)),
       controller_(controller),
@@ -42,15 +42,37 @@ LineRunner::LineRunner(LineSettings settings, const terminal::TerminalFamily& fa
       recovery_({services.paths.DataDirectory(), services.paths.ProgramDirectory(),
                  services.paths.CompanyRegistryDatabase()},
                 *services.companies, controller, controller.Clock()),
-      data_(*services.companies, controller) {
-  terminal::DriverSettings driver_settings;
-  driver_settings.terminal_type = settings_.terminal_type;
-  driver_settings.modem = settings_.Modem();
-  driver_settings.response_wait = settings_.response_wait;
-  driver_settings.packet_timeout = settings_.packet_timeout;
-  driver_settings.overrides = services.overrides;
-  driver_ = family.make_driver({driver_settings, *line_, controller_, intake_, data_});
-  port_settings_ = driver_->PortSettings();
+      data_(*services.companies, controller),
+      families_(families) {
+  const terminal::TerminalFamily* family = terminal::FindFamily(families_, settings_.terminal_type);
+  if (family == nullptr) {
+    throw core::InvalidOperationException(terminal::UnservedTypeMessage(settings_.terminal_type));
+  }
+  host_driver_ = &DriverFor(*family);
+  UseSpeedOf(*host_driver_);
+}
+
+terminal::TerminalDriver& LineRunner::DriverFor(const terminal::TerminalFamily& family) {
+  auto& driver = drivers_[&family];
+  if (!driver) {
+    terminal::DriverSettings s;
+    const bool settings_type =
+        std::ranges::find(family.types, settings_.terminal_type) != family.types.end();
+    s.terminal_type = settings_type ? settings_.terminal_type : family.types.front();
+    s.modem = settings_.Modem();
+    s.response_wait = settings_.response_wait;
+    s.packet_timeout = settings_.packet_timeout;
+    s.overrides = services_.overrides;
+    s.log_directory = services_.paths.DebugLogDirectory();
+    driver = family.make_driver({s, *line_, controller_, intake_, data_});
+  }
+  return *driver;
+}
+
+void LineRunner::UseSpeedOf(const terminal::TerminalDriver& driver) {
+  const std::string wanted = driver.PortSettings();
+  if (wanted == port_settings_) return;
+  port_settings_ = wanted;
   line_->SetSpeed(port_settings_);
 }
 
@@ -140,12 +162,13 @@ void LineRunner::Recover() {
 }
 
 // After a call: counted, the schedule told, the line made ready for the next one.
-void LineRunner::AfterCall(int calls_before) {
-  if (driver_->Calls() == calls_before) return;
+void LineRunner::AfterCall(terminal::TerminalDriver& driver, int calls_before) {
+  if (settings_.Lan()) line_->EndCall();  // the location's connection is closed
+  if (driver.Calls() == calls_before) return;
   Recover();
-  (driver_->LastCallSucceeded() ? good_calls_ : failed_calls_)++;
-  if (services_.schedule != nullptr && !driver_->LastClockName().empty()) {
-    services_.schedule->UpdateForClock(driver_->LastClockName());
+  (driver.LastCallSucceeded() ? good_calls_ : failed_calls_)++;
+  if (services_.schedule != nullptr && !driver.LastClockName().empty()) {
+    services_.schedule->UpdateForClock(driver.LastClockName());
   }
   ResetModem();
 }
@@ -211,8 +234,9 @@ bool LineRunner::Host(bool once) {
   End();
   if (controller_.RunFailed()) return false;
   // With once, the call must have succeeded and its punches be in the database.
-  return !once || (good_calls_ + failed_calls_ > calls_before && driver_->LastCallSucceeded() &&
-                   intake_.LastFinish() != records::FinishResult::kPending);
+  return !once ||
+         (good_calls_ + failed_calls_ > calls_before && host_driver_->LastCallSucceeded() &&
+          intake_.LastFinish() != records::FinishResult::kPending);
 }
 
 // One pass: a scheduled poll that has come due, or the next thing the line delivers.
@@ -233,14 +257,15 @@ void LineRunner::HostPass(bool& call_ended) {
     deadline = std::min(deadline, controller_.Clock().Steady() +
                                       std::chrono::seconds(std::max<int64_t>(0, seconds)));
   }
+  UseSpeedOf(*host_driver_);  // a scheduled poll may have left another family's speed
   const comm::LineEvent event =
       line_->WaitForCall(deadline, comm::WakeSet{&controller_.EndCommLoop()});
-  const int calls_before = driver_->Calls();
+  const int calls_before = host_driver_->Calls();
   switch (event.kind) {
     case comm::LineEvent::Kind::kNothing:
       return;
     case comm::LineEvent::Kind::kInput:
-      driver_->Host(terminal::CallStart::kInput, event.data);
+      host_driver_->Host(terminal::CallStart::kInput, event.data);
       break;
     case comm::LineEvent::Kind::kRing:
       controller_.Show("{0} Ring Detected");
@@ -249,8 +274,8 @@ void LineRunner::HostPass(bool& call_ended) {
     case comm::LineEvent::Kind::kConnected:
       controller_.Show("{0} CONNECT {0}");
       controller_.Status("Terminal is Connected at " + event.speed);
-      driver_->Host(terminal::CallStart::kConnected, event.data);
-      if (driver_->Calls() == calls_before) {  // the driver refused the call
+      host_driver_->Host(terminal::CallStart::kConnected, event.data);
+      if (host_driver_->Calls() == calls_before) {  // the driver refused the call
         FailedCall("");
         call_ended = true;
         return;
@@ -266,8 +291,8 @@ void LineRunner::HostPass(bool& call_ended) {
       call_ended = true;
       return;
   }
-  call_ended = driver_->Calls() > calls_before;
-  AfterCall(calls_before);
+  call_ended = host_driver_->Calls() > calls_before;
+  AfterCall(*host_driver_, calls_before);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -291,6 +316,7 @@ void LineRunner::Poll(const ClockEntry& entry) {
   row.location_name = entry.Name();
   row.location_phone = entry.Address();
   row.terminal_id = entry.TerminalId();
+  row.terminal_type = entry.ClockType();
   if (!line_->IsOpen() && !OpenLine()) return;
   PollWithRetries(row);
 }
@@ -314,36 +340,65 @@ bool LineRunner::PollWithRetries(const PollRow& location) {
   return false;
 }
 
-// One attempt at one location: reach it (a modem dials), then the driver's poll.
+// One attempt at one location: reach it (a modem dials, a LAN line connects), then the poll of
+// the driver of its terminal's family.
 bool LineRunner::PollLocation(const PollRow& location, int attempt) {
   controller_.Status(attempt > 1 ? "Attempt #" + std::to_string(attempt) : "");
+  const terminal::TerminalType type = location.terminal_type.value_or(settings_.terminal_type);
+  const terminal::TerminalFamily* family = terminal::FindFamily(families_, type);
+  std::string refusal;
+  if (family == nullptr) {
+    refusal = terminal::UnservedTypeMessage(type);
+  } else if (settings_.Lan() && !family->polls_over_lan) {
+    refusal = "Terminal type " + std::to_string(static_cast<int>(type)) +
+              " is not polled over a LAN yet.";
+  }
+  if (!refusal.empty()) {
+    controller_.Show("{0} {1}: {2}", {location.location_name, refusal});
+    controller_.Event("Poll Failed", location.location_name + ": " + refusal);
+    FailedCall("");
+    return false;
+  }
+  terminal::TerminalDriver& driver = DriverFor(*family);
+  UseSpeedOf(driver);
   std::string data;
-  if (settings_.Modem()) {
-    controller_.Status("Dialing next entry...");
-    controller_.Show("{0} Dialing {1} {2}", {location.location_name, location.location_phone});
-    const comm::LineEvent reached =
-        line_->Reach(location.location_phone, comm::WakeSet{&controller_.EndCommLoop()});
-    if (reached.kind != comm::LineEvent::Kind::kConnected) {
-      controller_.Show("{0} Call failed: {1}", {reached.text.empty() ? "no answer" : reached.text});
-      controller_.Show("{0} Resetting modem. Please wait");
-      controller_.Status("<*> Not Connected <*>");
-      controller_.Event("Outbound Call Failed", location.location_name + ": " + reached.text);
-      FailedCall("");
-      controller_.Show("{0} Modem reset completed");
-      return false;
-    }
-    controller_.Show("{0} CONNECT {1}", {reached.speed});
-    controller_.Status("Terminal is Connected at " + reached.speed);
-    data = reached.data;
-  } else {
+  if (!ReachLocation(location, data)) return false;
+  const int calls_before = driver.Calls();
+  const bool ok = driver.Poll(
+      {location.location_name, location.location_phone, location.terminal_id, type}, data);
+  AfterCall(driver, calls_before);
+  return ok;
+}
+
+// A modem dials the location and a LAN line connects to its address; a direct line is there.
+bool LineRunner::ReachLocation(const PollRow& location, std::string& data) {
+  if (!settings_.Modem() && !settings_.Lan()) {
     controller_.Status("Polling next entry...");
     controller_.Show("{0} Polling {1} {2}", {location.location_name, location.location_phone});
+    return true;
   }
-  const int calls_before = driver_->Calls();
-  const bool ok =
-      driver_->Poll({location.location_name, location.location_phone, location.terminal_id}, data);
-  AfterCall(calls_before);
-  return ok;
+  controller_.Status(settings_.Modem() ? "Dialing next entry..." : "Connecting to next entry...");
+  controller_.Show(settings_.Modem() ? "{0} Dialing {1} {2}" : "{0} Connecting {1} {2}",
+                   {location.location_name, location.location_phone});
+  const comm::LineEvent reached =
+      line_->Reach(location.location_phone, comm::WakeSet{&controller_.EndCommLoop()});
+  if (reached.kind != comm::LineEvent::Kind::kConnected) {
+    controller_.Show("{0} Call failed: {1}", {reached.text.empty() ? "no answer" : reached.text});
+    if (settings_.Modem()) controller_.Show("{0} Resetting modem. Please wait");
+    controller_.Status("<*> Not Connected <*>");
+    controller_.Event("Outbound Call Failed", location.location_name + ": " + reached.text);
+    FailedCall("");
+    if (settings_.Modem()) controller_.Show("{0} Modem reset completed");
+    return false;
+  }
+  if (settings_.Modem()) {
+    controller_.Show("{0} CONNECT {1}", {reached.speed});
+    controller_.Status("Terminal is Connected at " + reached.speed);
+  } else {
+    controller_.Show("{0} Connected to {1}", {location.location_phone});
+  }
+  data = reached.data;
+  return true;
 }
 
 }  // namespace clockcomm::shell

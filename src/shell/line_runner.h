@@ -5,7 +5,9 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -40,6 +42,7 @@ struct LineSettings {
   std::chrono::milliseconds packet_timeout{10000};
 
   bool Modem() const { return connection_type == comm::ConnectionType::kModem; }
+  bool Lan() const { return connection_type == comm::ConnectionType::kLan; }
   // Fills the settings from the loaded configuration; device is the port's path.
   static LineSettings From(const CommSettings& comm, std::string device);
 };
@@ -59,7 +62,9 @@ class LineRunner : public OutboundPoller {
   // Attempts at one location through a modem before it is reported as failed.
   static constexpr int kModemAttempts = 3;
 
-  LineRunner(LineSettings settings, const terminal::TerminalFamily& family,
+  // families: the table a location's terminal type is looked up in; the settings' terminal type
+  // must have a family there.
+  LineRunner(LineSettings settings, std::span<const terminal::TerminalFamily> families,
              terminal::CallController& controller, LineServices& services);
   ~LineRunner() override;
 
@@ -88,7 +93,12 @@ class LineRunner : public OutboundPoller {
   bool OpenLine();
   bool InitModem();
   void HostPass(bool& call_ended);
-  void AfterCall(int calls_before);
+  // The driver of a family, made the first time a location of that family is called.
+  terminal::TerminalDriver& DriverFor(const terminal::TerminalFamily& family);
+  // The line runs at the port settings the driver wants.
+  void UseSpeedOf(const terminal::TerminalDriver& driver);
+  bool ReachLocation(const PollRow& location, std::string& data);
+  void AfterCall(terminal::TerminalDriver& driver, int calls_before);
   void ResetModem();
   // The recovery sweep: pending call files delivered, dead calls' files set aside.
   void Recover();
@@ -105,7 +115,9 @@ class LineRunner : public OutboundPoller {
   records::IntakeRecovery recovery_;
   core::Clock::Monotonic next_recovery_{};
   records::TerminalData data_;
-  std::unique_ptr<terminal::TerminalDriver> driver_;
+  std::span<const terminal::TerminalFamily> families_;
+  std::map<const terminal::TerminalFamily*, std::unique_ptr<terminal::TerminalDriver>> drivers_;
+  terminal::TerminalDriver* host_driver_ = nullptr;  // the settings' terminal type's
   std::string port_settings_;
   int good_calls_ = 0;
   int failed_calls_ = 0;

@@ -18,6 +18,8 @@ struct TerminalFamily {
   std::string_view name;
   std::vector<TerminalType> types;
   std::function<std::unique_ptr<TerminalDriver>(DriverContext)> make_driver;
+  // Whether its driver polls terminals reached over the network (connection type 3, LAN).
+  bool polls_over_lan = false;
 };
 
 // The family serving the type, or null when none does yet.

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -25,6 +26,8 @@ struct DriverSettings {
   // Silence allowed between two packets of a call before it is given up.
   std::chrono::milliseconds packet_timeout{10000};
   records::ParameterOverride overrides;
+  // Where the line's text logs go (the program's "Debug Logs" folder).
+  std::filesystem::path log_directory;
 };
 
 // The long-lived objects a driver works with; they outlive it.
@@ -41,6 +44,7 @@ struct PollTarget {
   std::string name;
   std::string address;  // a phone number, or empty on a direct line
   std::string terminal_id;
+  TerminalType terminal_type = TerminalType::kZonTranz;  // the make of the location's terminal
 };
 
 // How a call came to be.

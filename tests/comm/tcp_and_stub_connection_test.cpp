@@ -3,6 +3,7 @@
 #include <chrono>
 #include <thread>
 
+#include "comm/network_line.h"
 #include "comm/stub_connection.h"
 #include "comm/tcp_connection.h"
 #include "core/clock.h"
@@ -57,6 +58,38 @@ TEST(TcpListener, AcceptEndsOnTheDeadlineOrTheStopAndRefusalsRaise) {
   }
   EXPECT_THROW(TcpConnection::Connect("127.0.0.1", port, 2s), core::SystemError);
   EXPECT_THROW(TcpListener("not-an-address", 0), core::ArgumentException);
+}
+
+TEST(NetworkLine, ReachesAnAddressPerCallAndReportsWhatFailed) {
+  const std::pair<const char*, const char*> addresses[] = {
+      {"10.0.0.7:3001", "10.0.0.7"}, {"[::1]:3001", "::1"}, {"clock7:1", "clock7"}};
+  for (const auto& [text, host] : addresses) EXPECT_EQ(ParseEndPoint(text).host, host) << text;
+  for (const char* bad : {"", "10.0.0.7", ":3001", "h:0", "h:65536", "h:30x", "h:"}) {
+    EXPECT_THROW(ParseEndPoint(bad), core::ArgumentException) << bad;
+  }
+
+  TcpListener listener("127.0.0.1", 0);
+  NetworkLine line;
+  line.Open();
+  const std::string address = "127.0.0.1:" + std::to_string(listener.Port());
+  ASSERT_EQ(line.Reach(address, {}).kind, LineEvent::Kind::kConnected);
+  auto terminal = listener.Accept(In(2s));
+  ASSERT_NE(terminal, nullptr);
+  line.Connection().WriteText("\x05");
+  EXPECT_EQ(ReadAtLeast(*terminal, 1), "\x05");
+  line.EndCall();  // the terminal sees the call end
+  ASSERT_EQ(terminal->WaitForInput(In(2s), {}), WaitResult::kReadable);
+  EXPECT_THROW(terminal->Read(), ConnectionClosedError);
+  EXPECT_THROW(line.Connection(), ConnectionClosedError);
+
+  const LineEvent bad = line.Reach("nowhere", {});
+  EXPECT_EQ(bad.kind, LineEvent::Kind::kFailed);
+  EXPECT_NE(bad.text.find("\"nowhere\" is not a network address"), std::string::npos) << bad.text;
+  uint16_t closed_port = 0;
+  { closed_port = TcpListener("127.0.0.1", 0).Port(); }
+  const LineEvent refused = line.Reach("127.0.0.1:" + std::to_string(closed_port), {});
+  EXPECT_EQ(refused.kind, LineEvent::Kind::kFailed);
+  EXPECT_NE(refused.text.find("refused"), std::string::npos) << refused.text;
 }
 
 // Silence moving the virtual clock to the deadline and not past data, and a push waking a reader,

@@ -141,7 +141,7 @@ class CallFixture : public ::testing::Test {
   std::unique_ptr<shell::LineRunner> Runner(shell::LineSettings settings,
                                             terminal::CallController* controller = nullptr) {
     static const terminal::TerminalFamily family = zon::ZonFamily();
-    return std::make_unique<shell::LineRunner>(std::move(settings), family,
+    return std::make_unique<shell::LineRunner>(std::move(settings), std::span(&family, 1),
                                                controller ? *controller : *controller_, *services_);
   }
 

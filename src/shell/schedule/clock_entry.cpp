@@ -10,6 +10,7 @@ std::atomic<uint64_t> next_unique_id{1};
 ClockEntry::ClockEntry(ClockLine line) : unique_id_(next_unique_id++), line_(line) {}
 
 ClockEntry ClockEntry::FromPollRow(const PollRow& row, ClockLine line) {
+  if (row.terminal_type) line.clock_type = *row.terminal_type;
   ClockEntry entry(line);
   entry.name_ = row.location_name;
   entry.address_ = row.location_phone;

@@ -9,14 +9,20 @@ namespace clockcomm::shell {
 namespace {
 
 constexpr const char* kSelectColumns =
-    "SELECT LocationID, LocationName, LocationPhone, DialTime, SelectToDial, TerminalID "
-    "FROM PollT";
+    "SELECT LocationID, LocationName, LocationPhone, DialTime, SelectToDial, TerminalID, "
+    "TerminalType FROM PollT";
 
 PollRow RowOf(const db::Recordset& rs) {
-  return PollList::RowFromFields(rs.Field("LocationID").AsInt(), rs.Field("LocationName").AsText(),
-                                 rs.Field("LocationPhone").AsText(), rs.Field("DialTime"),
-                                 rs.Field("SelectToDial").AsBool(),
-                                 rs.Field("TerminalID").AsText());
+  PollRow row =
+      PollList::RowFromFields(rs.Field("LocationID").AsInt(), rs.Field("LocationName").AsText(),
+                              rs.Field("LocationPhone").AsText(), rs.Field("DialTime"),
+                              rs.Field("SelectToDial").AsBool(), rs.Field("TerminalID").AsText());
+  // A number no terminal type has is read as none: the settings' type serves the location.
+  if (!rs.Field("TerminalType").IsNull()) {
+    row.terminal_type =
+        terminal::TerminalTypeFromNumber(static_cast<int>(rs.Field("TerminalType").AsInt()));
+  }
+  return row;
 }
 
 // The phone number goes into the dial command and the terminal id into the poll header, where a
@@ -87,9 +93,10 @@ int64_t PollList::Add(const PollRow& row) {
   db::Value id = row.location_id == 0 ? db::Value() : db::Value(row.location_id);
   db_.Execute(
       "INSERT INTO PollT (LocationID, LocationName, LocationPhone, DialTime, SelectToDial, "
-      "TerminalID) VALUES (?, ?, ?, ?, ?, ?)",
+      "TerminalID, TerminalType) VALUES (?, ?, ?, ?, ?, ?, ?)",
       {id, row.location_name, row.location_phone, DialTimeValue(row.dial_time),
-       db::Value(row.select_to_dial), row.terminal_id});
+       db::Value(row.select_to_dial), row.terminal_id,
+       row.terminal_type ? db::Value(static_cast<int64_t>(*row.terminal_type)) : db::Value()});
   return row.location_id == 0 ? db_.LastInsertId() : row.location_id;
 }
 

@@ -10,6 +10,7 @@
 
 #include "core/date_time.h"
 #include "db/database.h"
+#include "terminal/terminal_type.h"
 
 namespace clockcomm::shell {
 
@@ -22,7 +23,9 @@ struct PollRow {
   // DialTime as stored, kept so that an unreadable value can be reported by name.
   std::string dial_time_text;
   bool select_to_dial = true;
-  std::string terminal_id;  // identifier sent in the poll's header
+  std::string terminal_id;  // identifier sent in the poll's header (an ATS terminal's address)
+  // The make of the location's terminal; nothing means the settings' terminal type.
+  std::optional<terminal::TerminalType> terminal_type;
 
   // True when DialTime holds text that is not a time of day (reported, never polled).
   bool DialTimeUnreadable() const { return !dial_time && !dial_time_text.empty(); }
@@ -47,7 +50,7 @@ class PollList : public PollRowSource {
   // Adds a row and returns its LocationID (a new one when row.location_id is 0). DialTime is
   // stored as "HH:nn", or "HH:nn:ss" when it has seconds, or NULL. Throws ArgumentException for
   // an empty name, a control character (below 0x20, or 0x7F) in the name, phone or terminal id,
-  // or a LocationID already in use.
+  // or a LocationID already in use. TerminalType is stored as its number, or NULL.
   int64_t Add(const PollRow& row);
   // Throws ItemNotFoundException naming the LocationID when there is no such row.
   void Remove(int64_t location_id);
