@@ -1,5 +1,6 @@
 // clockcomm-sim: a simulated Zon/Tranz terminal on a serial device or a pty, and a simulated
-// Hayes modem with a terminal behind it, for trying the program from a shell.
+// Hayes modem with a terminal behind it, and a simulated ATS terminal on a pty or a TCP port, for
+// trying the program from a shell.
 #include <pthread.h>
 #include <signal.h>
 
@@ -15,6 +16,8 @@
 #include "core/errors.h"
 #include "core/stop_signal.h"
 #include "core/text.h"
+#include "comm/tcp_connection.h"
+#include "sim/ats_terminal.h"
 #include "sim/hayes_modem.h"
 #include "sim/punch_source.h"
 #include "sim/zon_terminal.h"
@@ -183,6 +186,47 @@ int RunModem(TerminalOptions& options, sim::ModemOptions modem_options, const st
   return 0;
 }
 
+struct AtsOptions {
+  sim::ATSTerminalConfig config;
+  std::string series = "eseries";
+  int punches = 10;
+  std::string listen;
+  bool use_pty = false;
+  bool once = false;
+};
+
+// Serves a fresh pty or a TCP port until stopped (or, with --once, until one poll has ended).
+int RunAts(AtsOptions& o, core::StopSignal& stop) {
+  o.config.series = ats::SeriesFromName(o.series);
+  sim::ATSTerminal terminal(
+      o.config,
+      sim::GenerateATSPunches(o.config.series, o.punches, core::SystemClock().Now().GetDate(),
+                              o.config.address),
+      &stop);
+  if (o.use_pty) {
+    auto pair = comm::PtyPair::Open();
+    auto line = pair.TakeMaster();
+    std::cout << "ATS terminal ready on " << pair.SlavePath() << std::endl;
+    while (!stop.Requested()) {
+      const auto outcome = terminal.Serve(*line, o.once);
+      if (o.once || outcome != sim::ServeOutcome::kUnlocked) break;
+    }
+  } else {
+    const auto colon = o.listen.rfind(':');
+    if (colon == std::string::npos) throw core::ArgumentException("--listen wants HOST:PORT");
+    const std::string host = o.listen.substr(0, colon);
+    comm::TcpListener listener(host, static_cast<uint16_t>(std::stoi(o.listen.substr(colon + 1))));
+    std::cout << "ATS terminal listening on " << host << ":" << listener.Port() << std::endl;
+    terminal.ServeTcp(listener, o.once);
+  }
+  const auto s = terminal.Stats();
+  std::cout << "ATS terminal " << o.config.address << ": " << s.probes << " probes, " << s.commands
+            << " commands, " << s.packets_sent << " packets sent, " << s.resends << " resends, "
+            << s.acks << " acks" << std::endl;
+  std::cout << terminal.PendingPunches().size() << " punches pending" << std::endl;
+  return 0;
+}
+
 }  // namespace
 }  // namespace clockcomm::app
 
@@ -229,11 +273,42 @@ int main(int argc, char** argv) {
   modem->add_option("--guard-ms", guard_ms, "Escape guard time")->capture_default_str();
   app::AddTerminalOptions(*modem, modem_terminal);
 
+  app::AtsOptions ats_options;
+  auto* ats = app.add_subcommand("ats", "An ATS terminal on a new pty or a TCP port");
+  auto& af = ats_options.config.faults;
+  auto* ats_pty = ats->add_flag("--pty", ats_options.use_pty, "Create a pty pair, print its path");
+  auto* ats_listen = ats->add_option("--listen", ats_options.listen, "Listen on HOST:PORT");
+  ats_pty->excludes(ats_listen);
+  ats->add_option("--series", ats_options.series, "Terminal model")
+      ->check(CLI::IsMember({"eseries", "cyberseries", "prodigy"}))
+      ->capture_default_str();
+  ats->add_option("--address", ats_options.config.address, "Terminal address")
+      ->check(CLI::Range(0, 94))
+      ->capture_default_str();
+  ats->add_option("--punches", ats_options.punches, "Number of generated punches")
+      ->capture_default_str();
+  ats->add_flag("--once", ats_options.once,
+                "Leave after one poll ended (unlocked or connection closed)");
+  ats->add_option("--not-ready", af.not_ready, "Fault: answer the first N probes busy");
+  ats->add_option("--nak-commands", af.nak_commands, "Fault: refuse the next N commands");
+  ats->add_option("--bad-lrc", af.bad_lrc, "Fault: a bad LRC on packet N once");
+  ats->add_option("--silent-after", af.silent_after, "Fault: deaf for a while after N packets");
+  ats->add_option("--drop-after", af.drop_after, "Fault: close the line after N packets");
+  ats->add_flag("--unknown-packet", af.unknown_packet,
+                "Fault: an unknown packet type before the punches");
+
   CLI11_PARSE(app, argc, argv);
 
   core::StopSignal stop;
   app::WatchSignals(stop);
   try {
+    if (ats->parsed()) {
+      if (!ats_options.use_pty && ats_options.listen.empty()) {
+        std::cerr << "clockcomm-sim ats: give --pty or --listen HOST:PORT" << std::endl;
+        return 2;
+      }
+      return app::RunAts(ats_options, stop);
+    }
     if (zon->parsed()) {
       if (!use_pty && device.empty()) {
         std::cerr << "clockcomm-sim zon: give --device PATH or --pty" << std::endl;
