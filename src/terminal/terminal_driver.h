@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -21,10 +22,14 @@ namespace clockcomm::terminal {
 struct DriverSettings {
   TerminalType terminal_type = TerminalType::kZonTranz;
   bool modem = false;
+  // A LAN line: the poll target's address is the terminal's "host:port".
+  bool lan = false;
   std::chrono::milliseconds response_wait{3000};
   // Silence allowed between two packets of a call before it is given up.
   std::chrono::milliseconds packet_timeout{10000};
   records::ParameterOverride overrides;
+  // The folder of the text logs ("Debug Logs"), for the logs a family keeps of its own.
+  std::filesystem::path log_directory;
 };
 
 // The long-lived objects a driver works with; they outlive it.
