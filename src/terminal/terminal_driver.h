@@ -22,11 +22,13 @@ namespace clockcomm::terminal {
 struct DriverSettings {
   TerminalType terminal_type = TerminalType::kZonTranz;
   bool modem = false;
+  // A LAN line: the poll target's address is the terminal's "host:port".
+  bool lan = false;
   std::chrono::milliseconds response_wait{3000};
   // Silence allowed between two packets of a call before it is given up.
   std::chrono::milliseconds packet_timeout{10000};
   records::ParameterOverride overrides;
-  // Where the line's text logs go (the program's "Debug Logs" folder).
+  // The folder of the text logs ("Debug Logs"), for the logs a family keeps of its own.
   std::filesystem::path log_directory;
 };
 

@@ -99,19 +99,26 @@ void CallIntake::Reject(std::string_view packet, std::string_view reason) {
   }
 }
 
-bool CallIntake::Seal() {
+bool CallIntake::Seal() { return MakeDurable(false); }
+
+bool CallIntake::SyncReceived() { return MakeDurable(true); }
+
+bool CallIntake::MakeDurable(bool keep_open) {
   try {
     if (writer_) {
       writer_->Sync();
-      writer_->CloseWriter();
-      writer_.reset();
+      if (!keep_open) {
+        writer_->CloseWriter();
+        writer_.reset();
+      }
     }
     if (!reject_file_.empty()) core::SyncFile(reject_file_);
-    if (!file_.empty()) {
+    if (!file_.empty() && !sealed_) {
       // Pending before receiving goes: a crash in between leaves both, and pending wins.
       WriteCallState(file_, {CallState::kPending, origin_, ""});
       std::filesystem::remove(StateMarker(file_, CallState::kReceiving));
     }
+    // Also makes a .BAD file created since the last time durable in its folder.
     core::SyncDirectory(delivery_.Paths().data_directory);
     sealed_ = !file_.empty();
     return true;

@@ -72,6 +72,9 @@ class CallIntake {
   // Everything received is flushed and synced and the file marked pending. Must return true
   // before the terminal is told that its punches arrived; false (logged) when they could not be.
   bool Seal();
+  // The same durability while the call goes on, for terminals that forget a punch as soon as it
+  // is acknowledged: the file stays open and later Adds go to it; Finish delivers as usual.
+  bool SyncReceived();
   // The end of the call: a good call's file is delivered (or left pending); a failed one loses
   // its file (the terminal kept its punches and sends them again), unless it was sealed.
   FinishResult Finish(bool succeeded);
@@ -80,6 +83,8 @@ class CallIntake {
  private:
   void Show(std::string_view format, std::initializer_list<std::string_view> details = {});
   void Reset();
+  // Syncs what was written and marks the file pending (once); closes the writer unless keep_open.
+  bool MakeDurable(bool keep_open);
 
   CallDelivery delivery_;
   CompanyFactory& companies_;

@@ -193,6 +193,40 @@ TEST_F(IntakeTest, ADeadProcessesCallsAreDeliveredOrSetAsideByWhetherTheyWereSea
   EXPECT_EQ(RowCount(), 4);
 }
 
+// A terminal that forgets each punch once acknowledged: the call is made durable after every
+// punch while it goes on. Later punches still reach the same file; a process dying after such a
+// sync leaves a pending file the sweep delivers whole.
+TEST_F(IntakeTest, PunchesSyncedDuringTheCallAreDeliveredByTheCallOrByTheSweep) {
+  for (const bool dies : {false, true}) {
+    SCOPED_TRACE(dies ? "dies" : "finishes");
+    const int rows_before = RowCount();
+    std::filesystem::path file;
+    {
+      CallIntake intake = MakeIntake();
+      ASSERT_EQ(intake.Open({"Front", 7, "F"}), OpenResult::kOpened);
+      file = intake.File();
+      for (int i = 1; i <= 3; ++i) {
+        char line[64];
+        std::snprintf(line, sizeof line, "7,%d,%d,,,,,I,091020,08%02d,,,,1", i, dies ? 20 : 10,
+                      i);
+        intake.Add(TcdRecordStatic::Parse(line));
+        ASSERT_TRUE(intake.SyncReceived());
+        EXPECT_TRUE(std::filesystem::exists(StateMarker(file, CallState::kPending)));
+        EXPECT_FALSE(std::filesystem::exists(StateMarker(file, CallState::kReceiving)));
+      }
+      if (!dies) {
+        EXPECT_EQ(intake.Finish(true), FinishResult::kDelivered);
+      }
+    }
+    if (dies) {
+      const SweepResult swept = Sweep();
+      EXPECT_EQ(swept.delivered, 1);
+      EXPECT_EQ(swept.rows, 3);
+    }
+    EXPECT_EQ(RowCount(), rows_before + 3);
+  }
+}
+
 // A clock without company keeps the file pending with the reason. (A locked or damaged database,
 // and the delivery once the cause is gone, are the fault calls'.)
 TEST_F(IntakeTest, APendingFileWaitsWithItsReason) {
