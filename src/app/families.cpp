@@ -1,5 +1,6 @@
 #include "app/families.h"
 
+#include "ats/driver/ats_family.h"
 #include "zon/driver/zon_family.h"
 
 namespace clockcomm::app {
@@ -7,6 +8,7 @@ namespace clockcomm::app {
 std::span<const terminal::TerminalFamily> Families() {
   static const terminal::TerminalFamily kFamilies[] = {
       zon::ZonFamily(),
+      ats::ATSFamily(),
   };
   return kFamilies;
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -78,8 +79,11 @@ WaitResult WaitReadable(int fd, SteadyTime deadline, const WakeSet& wake) {
 void WriteAll(int fd, std::string_view text, std::chrono::milliseconds timeout,
               const std::string& what) {
   auto deadline = DeadlineAfter(timeout);
+  bool socket = true;  // a socket closed by its peer must raise EPIPE, not kill us with SIGPIPE
   while (!text.empty()) {
-    ssize_t n = ::write(fd, text.data(), text.size());
+    ssize_t n = socket ? ::send(fd, text.data(), text.size(), MSG_NOSIGNAL) : -1;
+    if (n < 0 && socket && errno == ENOTSOCK) socket = false;
+    if (!socket) n = ::write(fd, text.data(), text.size());
     if (n > 0) {
       text.remove_prefix(static_cast<size_t>(n));
       deadline = DeadlineAfter(timeout);  // progress restarts the wait

@@ -60,6 +60,7 @@ terminal::TerminalDriver& LineRunner::DriverFor(const terminal::TerminalFamily& 
         std::ranges::find(family.types, settings_.terminal_type) != family.types.end();
     s.terminal_type = settings_type ? settings_.terminal_type : family.types.front();
     s.modem = settings_.Modem();
+    s.lan = settings_.Lan();
     s.response_wait = settings_.response_wait;
     s.packet_timeout = settings_.packet_timeout;
     s.overrides = services_.overrides;

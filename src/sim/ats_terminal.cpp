@@ -117,7 +117,8 @@ ATSTerminal::Step ATSTerminal::Handle(comm::IConnection& line, std::string& buff
       const bool ours = buffer[2] == self && buffer[4] == ats::kEot;
       const bool ack = buffer[3] == ats::kAck;
       buffer.erase(0, 5);
-      if (ours) OnReply(ack);
+      // A refused packet is sent again at once, as the program reads on for it.
+      if (ours && OnReply(ack)) step = SendOldest(line);
       continue;
     }
     const int length = ats::CheckDataFrame(buffer);
@@ -199,18 +200,20 @@ ATSTerminal::Step ATSTerminal::OnCommand(comm::IConnection& line, std::string_vi
   return Step::kGoOn;
 }
 
-void ATSTerminal::OnReply(bool ack) {
+bool ATSTerminal::OnReply(bool ack) {
   std::lock_guard lock(mutex_);
   if (!ack) {
     ++stats_.naks;
+    const bool resend = awaiting_reply_ && !store_.empty();
     awaiting_reply_ = false;
-    return;
+    return resend;
   }
-  if (!awaiting_reply_ || store_.empty()) return;  // an ACK of nothing we sent
+  if (!awaiting_reply_ || store_.empty()) return false;  // an ACK of nothing we sent
   store_.pop_front();
   ++stats_.acks;
   awaiting_reply_ = false;
   sent_since_reply_ = 0;
+  return false;
 }
 
 ATSTerminal::Step ATSTerminal::SendOldest(comm::IConnection& line) {

@@ -82,7 +82,8 @@ class ATSTerminal {
   Step Handle(comm::IConnection& line, std::string& buffer);
   Step OnEnquiry(comm::IConnection& line, char letter);
   Step OnCommand(comm::IConnection& line, std::string_view frame, bool good);
-  void OnReply(bool ack);
+  // True when the reply refused the packet sent last, which then goes again.
+  bool OnReply(bool ack);
   Step SendOldest(comm::IConnection& line);
   // Reads and drops what comes until the deadline; false when the stop signal came.
   bool StayDeaf(comm::IConnection& line, comm::SteadyTime until);

@@ -12,8 +12,8 @@
 #include "comm/pty_pair.h"
 #include "comm/serial_connection.h"
 #include "comm/serial_line.h"
-#include "core/durable_file.h"
 #include "comm/stub_connection.h"
+#include "core/durable_file.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::ats {
@@ -39,9 +39,9 @@ const std::string kEotText(1, kEot);
 
 // A terminal behind the stub: answers each frame the program writes, as the protocol has it.
 struct ScriptedTerminal {
-  int busy_probes = 0;     // status enquiries answered NAK before the first ACK
+  int busy_probes = 0;       // status enquiries answered NAK before the first ACK
   int refused_commands = 0;  // commands answered NAK before one is taken
-  bool silent = false;     // answers nothing at all
+  bool silent = false;       // answers nothing at all
   std::string after_what_are_you = kEotText;
   std::deque<std::string> poll_answers;  // one per 'P'; "" = silence
   int probes = 0;
@@ -104,15 +104,13 @@ TEST_F(CommunicatorTest, CommandsAreSentOnceTakenAndLoggedBeforeSending) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.busy_probes * 10 + row.refused);
-    terminal = ScriptedTerminal{.busy_probes = row.busy_probes,
-                                   .refused_commands = row.refused};
+    terminal = ScriptedTerminal{.busy_probes = row.busy_probes, .refused_commands = row.refused};
     const std::string before = stub.Written();
     ASSERT_TRUE(comm.LockATSClock());
     const std::string written = stub.Written().substr(before.size());
     auto count = [&](const std::string& what) {
       size_t n = 0;
-      for (size_t at = written.find(what); at != std::string::npos;
-           at = written.find(what, at + 1))
+      for (size_t at = written.find(what); at != std::string::npos; at = written.find(what, at + 1))
         ++n;
       return n;
     };
@@ -152,7 +150,10 @@ TEST_F(CommunicatorTest, ClockTypeIsAskedOnceAndTheStatusPacketAcknowledged) {
 }
 
 TEST_F(CommunicatorTest, GetPacketOutcomes) {
-  const std::string punch = Data("PN0010\x1E" "12\x1E" "2010201224");
+  const std::string punch = Data(
+      "PN0010\x1E"
+      "12\x1E"
+      "2010201224");
   std::string bad_lrc = punch;
   bad_lrc[bad_lrc.size() - 2] ^= 1;
   struct Row {
@@ -172,8 +173,7 @@ TEST_F(CommunicatorTest, GetPacketOutcomes) {
       {"silent", {}, "", "", "", {.timeouts = 1}},
       {"bare EOT", {kEotText}, "", "", "", {}},
       {"garbage first", {"x" + punch}, punch, punch, nak + ack, {.bad_block_check = 1}},
-      {"broken every time", {bad_lrc}, bad_lrc, "", nak + nak + nak + nak,
-       {.bad_block_check = 4}},
+      {"broken every time", {bad_lrc}, bad_lrc, "", nak + nak + nak + nak, {.bad_block_check = 4}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -208,8 +208,7 @@ TEST_F(CommunicatorTest, StoreRunsBeforeTheAckAndARefusalIsNaked) {
     EXPECT_TRUE(called);
     EXPECT_EQ(got, stored ? punch : "");
     EXPECT_EQ(comm.StoreRefused(), !stored);
-    EXPECT_EQ(stub.Written().substr(stub.Written().size() - 5),
-              ReplyFrame(1, kTerminal, stored));
+    EXPECT_EQ(stub.Written().substr(stub.Written().size() - 5), ReplyFrame(1, kTerminal, stored));
   }
 }
 
@@ -247,7 +246,10 @@ TEST(CommunicatorOverPty, LockPollAndAcknowledge) {
   DataSentLog sent({}, clock, log);
   ATSSerialConnection connection(line, clock, stop, kTerminal, "Front", pty.SlavePath());
   ATSCommunicator comm(connection, kTerminal, clock, log, stop, sent);
-  const std::string punch = Data("PN0010\x1E" "12\x1E" "2010201224");
+  const std::string punch = Data(
+      "PN0010\x1E"
+      "12\x1E"
+      "2010201224");
 
   std::string heard;
   std::thread terminal([&] {

@@ -28,7 +28,8 @@ constexpr int kTerminal = 7;
 std::string Data(std::string_view packet) { return CommandFrame(kTerminal, kTerminal, packet); }
 
 // A punch frame "PN" + badge; a badge "bad" cannot be read.
-std::optional<records::TcdRecord> ReadPunch(const std::string& frame, int sequence) {
+std::optional<records::TcdRecord> ReadPunch(terminal::TerminalType, const std::string& frame,
+                                            int sequence) {
   const std::string badge = frame.substr(10, frame.find(kEtx) - 10);
   if (badge == "bad") throw core::FormatException("badge is not a number");
   return records::TcdRecordStatic::Parse("7," + std::to_string(sequence) + "," + badge +
@@ -46,7 +47,8 @@ class ATSDriverTest : public ::testing::Test, public records::test_support::Tran
   // Ready, takes every command, answers polls from its queue until an ACK removes the head.
   std::string Terminal(std::string_view written) {
     const std::string ack = ReplyFrame(1, kTerminal, true);
-    if (written == EnquiryFrame(1, kTerminal, kStatusEnquiry)) return ReplyFrame(kTerminal, 1, true);
+    if (written == EnquiryFrame(1, kTerminal, kStatusEnquiry))
+      return ReplyFrame(kTerminal, 1, true);
     if (written == EnquiryFrame(1, kTerminal, kPollEnquiry)) {
       return queue.empty() ? std::string(1, kEot) : queue.front();
     }
@@ -66,8 +68,8 @@ class ATSDriverTest : public ::testing::Test, public records::test_support::Tran
   }
 
   records::CompanyFactory companies{log, dir.path()};
-  records::CallIntake intake{{dir.path() / "data", dir.path(), registry_path}, companies, log,
-                             clock};
+  records::CallIntake intake{
+      {dir.path() / "data", dir.path(), registry_path}, companies, log, clock};
   NullScreen screen;
   terminal::CallController controller{clock, log, screen};
   comm::StubLine line{{}, &clock};

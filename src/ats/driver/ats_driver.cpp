@@ -57,6 +57,7 @@ std::unique_ptr<IATSConnection> ATSDriver::MakeConnection(const terminal::PollTa
 bool ATSDriver::Poll(const terminal::PollTarget& target, std::string data) {
   controller_.BeginCall();
   opened_ = false;
+  type_ = target.terminal_type;
   if (!data.empty()) controller_.Debug("", "ATS bytes before the poll: " + core::Printable(data));
   const auto address = TerminalAddress(target.terminal_id);
   if (!address) {
@@ -90,7 +91,10 @@ bool ATSDriver::RunCall(ATSCommunicator& comm, const terminal::PollTarget& targe
     return false;
   }
   controller_.Show("{0} Polling {1}", {target.name});
-  controller_.Debug("", "ATS clock type of " + target.name + ": " + comm.GetClockType());
+  // A terminal that did not take the first command is not asked again in this call.
+  const std::string& clock_type = comm.GetClockType();
+  if (clock_type.empty()) return false;
+  controller_.Debug("", "ATS clock type of " + target.name + ": " + clock_type);
   if (!comm.LockATSClock()) {
     controller_.Event("Error", "Couldn't lock the ATS clock " + target.name + ".");
     return false;
@@ -132,7 +136,9 @@ bool ATSDriver::Store(const std::string& frame, const std::string& clock_name) {
   if (!reader_) return false;
   std::optional<records::TcdRecord> record;
   try {
-    record = reader_(frame, intake_.RecordCount() + 1);
+    // No sequence number: a packet sent again after a lost ACK (in this call or the next) must
+    // be the same punch to the punch keys, and the terminal's own record number wraps at 1000.
+    record = reader_(type_, frame, 0);
   } catch (const core::Error& e) {
     return KeepAside(frame, e.what());
   }

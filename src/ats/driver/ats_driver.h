@@ -14,10 +14,11 @@ namespace clockcomm::ats {
 
 class IATSConnection;
 
-// Reads a punch frame as a TCD record (sequence: its number in the call). Nothing when the frame
-// holds no punch; throws core::Error naming the fault for a punch that cannot be read.
-using PunchReader =
-    std::function<std::optional<records::TcdRecord>(const std::string& frame, int sequence)>;
+// Reads a punch frame of a terminal of the type as a TCD record (sequence: its number in the
+// call). Nothing when the frame holds no punch; throws core::Error naming the fault for a punch
+// that cannot be read.
+using PunchReader = std::function<std::optional<records::TcdRecord>(
+    terminal::TerminalType type, const std::string& frame, int sequence)>;
 
 class ATSDriver : public terminal::TerminalDriver {
  public:
@@ -44,6 +45,7 @@ class ATSDriver : public terminal::TerminalDriver {
   terminal::CallController& controller_;
   records::CallIntake& intake_;
   PunchReader reader_;
+  terminal::TerminalType type_ = terminal::TerminalType::kAtsESeries;  // the polled terminal's
   bool opened_ = false;
   bool host_notice_shown_ = false;
   int calls_ = 0;

@@ -1,28 +1,17 @@
 #include "ats/driver/ats_family.h"
 
-#include "ats/driver/ats_driver.h"
-
-// The punch parsers come with their own change; until they are in the tree no punch reader
-// exists and every punch is refused (it stays on the terminal) rather than guessed at.
-#if __has_include("ats/ats_parsers.h")
 #include "ats/ats_parsers.h"
-#define CLOCKCOMM_ATS_PARSERS 1
-#endif
+#include "ats/driver/ats_driver.h"
 
 namespace clockcomm::ats {
 namespace {
 
-PunchReader ReaderFor([[maybe_unused]] terminal::TerminalType type) {
-#ifdef CLOCKCOMM_ATS_PARSERS
-  std::shared_ptr<const IATSPacketParser> parser = ATSParserFactory::NewParser(type);
-  return [parser](const std::string& frame, int sequence) -> std::optional<records::TcdRecord> {
-    const auto packet = parser->Parse(frame);
-    if (!packet) return std::nullopt;
-    return ToTcdRecord(*packet, sequence);
-  };
-#else
-  return {};
-#endif
+// The parser of the polled terminal's model reads its punches.
+std::optional<records::TcdRecord> ReadPunch(terminal::TerminalType type, const std::string& frame,
+                                            int sequence) {
+  const auto packet = ATSParserFactory::NewParser(type)->Parse(frame);
+  if (!packet) return std::nullopt;
+  return ToTcdRecord(*packet, sequence);
 }
 
 }  // namespace
@@ -33,9 +22,9 @@ terminal::TerminalFamily ATSFamily() {
           {TerminalType::kAtsESeries, TerminalType::kAtsCyberSeries, TerminalType::kAtsProdigy,
            TerminalType::kAtsMaximus, TerminalType::kAtsOptimus},
           [](terminal::DriverContext context) {
-            PunchReader reader = ReaderFor(context.settings.terminal_type);
-            return std::make_unique<ATSDriver>(std::move(context), std::move(reader));
-          }};
+            return std::make_unique<ATSDriver>(std::move(context), ReadPunch);
+          },
+          true};
 }
 
 }  // namespace clockcomm::ats
