@@ -70,6 +70,7 @@ ServeOutcome ATSTerminal::Serve(comm::IConnection& line, bool until_unlocked) {
           if (until_unlocked) return ServeOutcome::kUnlocked;
           break;
         case Step::kGoOn:
+        case Step::kDeaf:
           break;
       }
       if (line.WaitForInput(comm::kNoDeadline, {stop_}) == comm::WaitResult::kWoken) {
@@ -106,6 +107,10 @@ ATSTerminal::Step ATSTerminal::Handle(comm::IConnection& line, std::string& buff
       const char letter = buffer[3];
       buffer.erase(0, 5);
       if (ours) step = OnEnquiry(line, letter);
+      if (step == Step::kDeaf) {
+        buffer.clear();
+        step = Step::kGoOn;
+      }
       continue;
     }
     if (first != ats::kSoh) {
@@ -173,19 +178,22 @@ ATSTerminal::Step ATSTerminal::OnCommand(comm::IConnection& line, std::string_vi
       refuse = true;
     }
   }
-  line.WriteText(ats::ReplyFrame(config_.address, kProgramAddress, !refuse));
-  if (refuse) return Step::kGoOn;
-  // The command runs from frame position 9 to the ETX.
+  if (refuse) {
+    line.WriteText(ats::ReplyFrame(config_.address, kProgramAddress, false));
+    return Step::kGoOn;
+  }
+  // The command runs from frame position 9 to the ETX. Its effect comes before the ACK, so that
+  // an ACK always means "done".
   const std::string_view command =
       frame.substr(ats::kTypeOffset, frame.find(ats::kEtx) - ats::kTypeOffset);
-  if (command == kLock) {
+  Step step = Step::kGoOn;
+  if (command == kLock || command == kUnlock) {
     std::lock_guard lock(mutex_);
-    locked_ = true;
-  } else if (command == kUnlock) {
-    std::lock_guard lock(mutex_);
-    locked_ = false;
-    return Step::kUnlocked;
-  } else if (command == kStatusCommand) {
+    locked_ = command == kLock;
+    if (!locked_) step = Step::kUnlocked;
+  }
+  line.WriteText(ats::ReplyFrame(config_.address, kProgramAddress, true));
+  if (command == kStatusCommand) {
     if (model_.status_answer_is_eot) {
       line.WriteText(std::string(1, ats::kEot));
     } else {
@@ -197,7 +205,7 @@ ATSTerminal::Step ATSTerminal::OnCommand(comm::IConnection& line, std::string_vi
       line.WriteText(ats::CommandFrame(config_.address, config_.address, kStatusPacket));
     }
   }
-  return Step::kGoOn;
+  return step;
 }
 
 bool ATSTerminal::OnReply(bool ack) {
@@ -247,6 +255,7 @@ ATSTerminal::Step ATSTerminal::SendOldest(comm::IConnection& line) {
     if (!StayDeaf(line, std::chrono::steady_clock::now() + config_.silence)) {
       throw StoppedError();
     }
+    return Step::kDeaf;
   }
   return Step::kGoOn;
 }

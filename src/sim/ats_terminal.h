@@ -77,7 +77,8 @@ class ATSTerminal {
     std::string packet;  // type and data
     std::optional<ats::TCDPacket> punch;
   };
-  enum class Step { kGoOn, kUnlocked, kDropped };
+  // kDeaf: the silent fault has run; what came before it was never heard.
+  enum class Step { kGoOn, kUnlocked, kDropped, kDeaf };
 
   Step Handle(comm::IConnection& line, std::string& buffer);
   Step OnEnquiry(comm::IConnection& line, char letter);

@@ -23,13 +23,13 @@ class Program {
   explicit Program(comm::IConnection& line) : line_(line) {}
 
   void Send(const std::string& frame) { line_.WriteText(frame); }
-  std::string Ask(const std::string& frame) {
+  std::string Ask(const std::string& frame, std::chrono::milliseconds wait = 2s) {
     Send(frame);
-    return Next();
+    return Next(wait);
   }
   // The next answer: a reply frame, a data frame (good or not), a bare EOT; empty on silence.
-  std::string Next() {
-    const auto deadline = std::chrono::steady_clock::now() + 2s;
+  std::string Next(std::chrono::milliseconds wait = 2s) {
+    const auto deadline = std::chrono::steady_clock::now() + wait;
     for (;;) {
       if (!buffer_.empty()) {
         size_t length = 0;
@@ -173,6 +173,19 @@ TEST(ATSTerminalTest, NotReadyAndRefusedCommandsForAsLongAsTold) {
   EXPECT_EQ(run.program.Ask(Command("O00")), kAckReply);
   EXPECT_TRUE(run.terminal.Locked());
   EXPECT_EQ(run.terminal.Stats().probes, 3);
+}
+
+TEST(ATSTerminalTest, SilentAfterAPacketHearsNothingForAWhileAndKeepsIt) {
+  auto config = Config(ats::Series::kESeries);
+  config.faults.silent_after = 1;
+  config.silence = 300ms;
+  Running run(config, 1);
+  const std::string first = run.program.Ask(Poll());
+  EXPECT_EQ(run.program.Ask(Probe(), 100ms), "");
+  std::string answer;
+  for (int i = 0; i < 5 && answer.empty(); ++i) answer = run.program.Ask(Probe(), 500ms);
+  EXPECT_EQ(answer, kAckReply);
+  EXPECT_EQ(run.program.Ask(Poll()), first);
 }
 
 TEST(ATSTerminalTest, DropAfterAPacketClosesTheLineAndKeepsIt) {
