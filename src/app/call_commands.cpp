@@ -6,6 +6,7 @@
 #include "app/call_session.h"
 #include "app/commands.h"
 #include "app/echoing_log.h"
+#include "app/families.h"
 #include "app/signal_watcher.h"
 #include "core/errors.h"
 #include "core/text.h"
@@ -32,6 +33,16 @@ shell::ClockLine LineOf(const CallSession& session) {
 
 // Terminals on a network are polled; nothing calls in on a LAN line.
 void RequireHostableLine(const CallSession& session) {
+  const auto type = session.Config().Comm().terminal_type;
+  const auto* family = terminal::FindFamily(Families(), type);
+  if (family != nullptr && !family->takes_calls) {
+    throw core::InvalidOperationException(
+        "Terminal type " + std::to_string(static_cast<int>(type)) + " (" +
+        std::string(terminal::TerminalTypeName(type)) +
+        ") never calls in: its terminals are polled. Use `clockcomm poll` or `poll --timed`, or "
+        "host with a type that calls in and give the ATS locations their type with `poll-list "
+        "add --terminal-type` (polled at their call times with `host --scheduled`).");
+  }
   if (session.Config().Comm().connection_type == comm::ConnectionType::kLan) {
     throw core::InvalidOperationException(
         "Host mode waits for terminals to call in on a serial line or a modem; terminals on a LAN "

@@ -1,6 +1,7 @@
 // demo: the main job from nothing, on the embedded default. A program folder with a company, its
-// employees and a poll list; a simulated terminal on a direct line calls in (host mode) and a
-// second one behind a simulated modem is polled; the punches end in the company's database.
+// employees and a poll list; a simulated terminal on a direct line calls in (host mode), a second
+// one behind a simulated modem is polled, and an ATS terminal is polled over TCP; the punches end
+// in the company's database.
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -9,6 +10,7 @@
 #include "app/call_session.h"
 #include "app/commands.h"
 #include "comm/pty_pair.h"
+#include "comm/tcp_connection.h"
 #include "core/errors.h"
 #include "db/open.h"
 #include "records/company_registration.h"
@@ -17,6 +19,7 @@
 #include "records/validation_codes.h"
 #include "shell/program_folder.h"
 #include "shell/schedule/poll_list.h"
+#include "sim/ats_terminal.h"
 #include "sim/hayes_modem.h"
 #include "sim/zon_terminal.h"
 
@@ -133,6 +136,36 @@ bool PolledCall(CallSession& session, const core::Date& today) {
   return ok;
 }
 
+// One poll of an ATS E-Series terminal on the network: its location is named after the company's
+// clock, its terminal id is the terminal's address.
+bool AtsPoll(CallSession& session, const core::Date& today) {
+  std::cout << "\n== Poll of an ATS E-Series terminal over TCP ==\n";
+  core::StopSignal stop;
+  sim::ATSTerminalConfig config;
+  config.address = 3;
+  sim::ATSTerminal terminal(config, sim::GenerateATSPunches(ats::Series::kESeries, 4, today, 3),
+                            &stop);
+  comm::TcpListener port("127.0.0.1", 0);
+  std::thread server([&] { terminal.ServeTcp(port); });
+  shell::PollRow dock;
+  dock.location_name = "DEMODATA";
+  dock.location_phone = "127.0.0.1:" + std::to_string(port.Port());
+  dock.terminal_id = "3";
+  dock.terminal_type = terminal::TerminalType::kAtsESeries;
+  dock.select_to_dial = false;  // polled here by hand, not by the modem poll above
+  dock.location_id = shell::PollList(session.ProductDatabase()).Add(dock);
+  auto settings = session.LoopSettings("");
+  settings.connection_type = comm::ConnectionType::kLan;
+  settings.terminal_type = terminal::TerminalType::kAtsESeries;
+  auto runner = session.MakeRunner(settings);
+  const bool ok = runner->PollLocations({dock});
+  stop.Request();
+  server.join();
+  std::cout << "ATS terminal 3: " << terminal.PendingPunches().size()
+            << " punch(es) still in the terminal\n";
+  return ok;
+}
+
 void PrintSummary(CallSession& session, const fs::path& home) {
   const auto& paths = session.Paths();
   auto company = db::Open(paths.CompanyDatabase(kCompanyDirectory));
@@ -183,8 +216,9 @@ void RunDemo(const GlobalOptions& options) {
 
   const bool hosted = HostedCall(session, today);
   const bool polled = PolledCall(session, today);
+  const bool ats_polled = AtsPoll(session, today);
   PrintSummary(session, home);
-  if (!hosted || !polled) throw CLI::RuntimeError(1);
+  if (!hosted || !polled || !ats_polled) throw CLI::RuntimeError(1);
 }
 
 }  // namespace
@@ -193,7 +227,8 @@ void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options) {
   CLI::App* demo = app.add_subcommand(
       "demo",
       "Run the main job on simulated terminals: a demo folder (default ./demo-home), one hosted "
-      "call on a direct line and one poll through a modem, punches into the company database");
+      "call on a direct line, one poll through a modem and one ATS poll over TCP, punches into "
+      "the company database");
   demo->callback([&options] { RunDemo(options); });
 }
 

@@ -24,7 +24,8 @@ terminal::TerminalFamily ATSFamily() {
           [](terminal::DriverContext context) {
             return std::make_unique<ATSDriver>(std::move(context), ReadPunch);
           },
-          true};
+          /*polls_over_lan=*/true,
+          /*takes_calls=*/false};
 }
 
 }  // namespace clockcomm::ats
