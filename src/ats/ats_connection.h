@@ -28,12 +28,17 @@ class IATSConnection {
   virtual void Disconnect() = 0;
 };
 
-// The conversation over a reached comm::IConnection, whatever carries it.
+// The conversation over a reached comm::IConnection, whatever carries it, with the terminal it
+// reaches.
 class ATSLineConnection : public IATSConnection {
  public:
-  ATSLineConnection(comm::IConnection& line, const core::Clock& clock,
-                    const core::StopSignal& stop)
-      : line_(line), clock_(clock), stop_(stop) {}
+  ATSLineConnection(comm::IConnection& line, const core::Clock& clock, const core::StopSignal& stop,
+                    int term_id, std::string location_name)
+      : line_(line),
+        clock_(clock),
+        stop_(stop),
+        term_id_(term_id),
+        location_name_(std::move(location_name)) {}
 
   bool Connect() override;
   void Send(std::string_view text) override { line_.WriteText(text); }
@@ -41,10 +46,15 @@ class ATSLineConnection : public IATSConnection {
   // The runner ends the call and closes or hangs up the line; nothing is left to do here.
   void Disconnect() override {}
 
+  int TermId() const { return term_id_; }
+  const std::string& LocationName() const { return location_name_; }
+
  private:
   comm::IConnection& line_;
   const core::Clock& clock_;
   const core::StopSignal& stop_;
+  int term_id_;
+  std::string location_name_;
 };
 
 class ATSSerialConnection : public ATSLineConnection {
@@ -52,18 +62,12 @@ class ATSSerialConnection : public ATSLineConnection {
   ATSSerialConnection(comm::IConnection& line, const core::Clock& clock,
                       const core::StopSignal& stop, int term_id, std::string location_name,
                       std::string com_port)
-      : ATSLineConnection(line, clock, stop),
-        term_id_(term_id),
-        location_name_(std::move(location_name)),
+      : ATSLineConnection(line, clock, stop, term_id, std::move(location_name)),
         com_port_(std::move(com_port)) {}
 
-  int TermId() const { return term_id_; }
-  const std::string& LocationName() const { return location_name_; }
   const std::string& ComPort() const { return com_port_; }
 
  private:
-  int term_id_;
-  std::string location_name_;
   std::string com_port_;
 };
 
@@ -87,19 +91,13 @@ class ATSEthernetConnection : public ATSLineConnection {
   ATSEthernetConnection(comm::IConnection& line, const core::Clock& clock,
                         const core::StopSignal& stop, int term_id, std::string location_name,
                         std::string end_point)
-      : ATSLineConnection(line, clock, stop),
-        term_id_(term_id),
-        location_name_(std::move(location_name)),
+      : ATSLineConnection(line, clock, stop, term_id, std::move(location_name)),
         end_point_(std::move(end_point)) {}
 
-  int TermId() const { return term_id_; }
-  const std::string& LocationName() const { return location_name_; }
   // "host:port"
   const std::string& EndPoint() const { return end_point_; }
 
  private:
-  int term_id_;
-  std::string location_name_;
   std::string end_point_;
 };
 

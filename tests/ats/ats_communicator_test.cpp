@@ -181,7 +181,7 @@ TEST_F(CommunicatorTest, GetPacketOutcomes) {
     comm::StubConnection line({}, &row_clock);
     for (const auto& a : row.answers) line.Push(a);
     line.SetResponder([&](std::string_view w) { return w == nak ? row.resent : ""; });
-    ATSLineConnection c(line, row_clock, stop);
+    ATSLineConnection c(line, row_clock, stop, kTerminal, "Front");
     ATSCommunicator ats(c, kTerminal, row_clock, log, stop, sent);
     const auto start = row_clock.Steady();
     EXPECT_EQ(ats.GetPacket(true), row.result);
