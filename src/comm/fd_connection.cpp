@@ -7,7 +7,7 @@
 namespace clockcomm::comm {
 
 FdConnection::FdConnection(int fd, std::string description)
-    : fd_(fd), description_(std::move(description)) {
+    : fd_(fd), description_(std::move(description)), socket_(fd_io::IsSocket(fd)) {
   fd_io::SetNonBlocking(fd_, description_);
 }
 
@@ -40,7 +40,7 @@ std::string FdConnection::Read() {
 
 void FdConnection::WriteText(std::string_view text) {
   RequireOpen();
-  fd_io::WriteAll(fd_, text, write_timeout_, description_);
+  fd_io::WriteAll(fd_, text, write_timeout_, description_, socket_);
 }
 
 WaitResult FdConnection::WaitForInput(SteadyTime deadline, const WakeSet& wake) {

@@ -39,6 +39,7 @@ class FdConnection : public IConnection {
 
   int fd_;
   std::string description_;
+  bool socket_;
   bool peer_closed_ = false;
   std::chrono::milliseconds write_timeout_{30000};
 };

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -77,13 +78,11 @@ WaitResult WaitReadable(int fd, SteadyTime deadline, const WakeSet& wake) {
 }
 
 void WriteAll(int fd, std::string_view text, std::chrono::milliseconds timeout,
-              const std::string& what) {
+              const std::string& what, bool socket) {
   auto deadline = DeadlineAfter(timeout);
-  bool socket = true;  // a socket closed by its peer must raise EPIPE, not kill us with SIGPIPE
   while (!text.empty()) {
-    ssize_t n = socket ? ::send(fd, text.data(), text.size(), MSG_NOSIGNAL) : -1;
-    if (n < 0 && socket && errno == ENOTSOCK) socket = false;
-    if (!socket) n = ::write(fd, text.data(), text.size());
+    const ssize_t n = socket ? ::send(fd, text.data(), text.size(), MSG_NOSIGNAL)
+                             : ::write(fd, text.data(), text.size());
     if (n > 0) {
       text.remove_prefix(static_cast<size_t>(n));
       deadline = DeadlineAfter(timeout);  // progress restarts the wait
@@ -101,6 +100,11 @@ void WriteAll(int fd, std::string_view text, std::chrono::milliseconds timeout,
     if (ready < 0 && errno != EINTR) throw core::SystemError::FromErrno(errno, "poll");
     if (ready == 0) throw core::TimeoutException();
   }
+}
+
+bool IsSocket(int fd) {
+  struct stat st {};
+  return ::fstat(fd, &st) == 0 && S_ISSOCK(st.st_mode);
 }
 
 void SetNonBlocking(int fd, const std::string& what) {

@@ -22,9 +22,12 @@ ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what,
                           bool zero_is_eof = true);
 
 // Writes all bytes to a non-blocking descriptor, sleeping in poll() while it is full. Throws
-// core::TimeoutException when no progress is possible before the time-out.
+// core::TimeoutException when no progress is possible before the time-out. A socket closed by its
+// peer raises ConnectionClosedError, never SIGPIPE.
 void WriteAll(int fd, std::string_view text, std::chrono::milliseconds timeout,
-              const std::string& what);
+              const std::string& what, bool socket = false);
+
+bool IsSocket(int fd);
 
 // Sleeps until fd is readable (or hung up), the deadline passes, or a wake signal is raised.
 WaitResult WaitReadable(int fd, SteadyTime deadline, const WakeSet& wake);

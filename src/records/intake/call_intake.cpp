@@ -85,6 +85,7 @@ void CallIntake::Reject(std::string_view packet, std::string_view reason) {
   if (reject_file_.empty()) {
     reject_file_ = file_.empty() ? delivery_.Paths().data_directory / kNoHeaderRejectFile
                                  : std::filesystem::path(file_).replace_extension(".BAD");
+    reject_file_new_ = true;
   }
   std::ofstream out(reject_file_, std::ios::app | std::ios::binary);
   out << packet << "\t" << reason << "\r\n";
@@ -113,13 +114,16 @@ bool CallIntake::MakeDurable(bool keep_open) {
       }
     }
     if (!reject_file_.empty()) core::SyncFile(reject_file_);
+    const bool names_changed = !sealed_ || reject_file_new_;
     if (!file_.empty() && !sealed_) {
       // Pending before receiving goes: a crash in between leaves both, and pending wins.
       WriteCallState(file_, {CallState::kPending, origin_, ""});
       std::filesystem::remove(StateMarker(file_, CallState::kReceiving));
     }
-    // Also makes a .BAD file created since the last time durable in its folder.
-    core::SyncDirectory(delivery_.Paths().data_directory);
+    // The folder's entries (the state markers, a new .BAD file) change only now and then; once
+    // they are durable, syncing the file alone keeps each further punch.
+    if (names_changed) core::SyncDirectory(delivery_.Paths().data_directory);
+    reject_file_new_ = false;
     sealed_ = !file_.empty();
     return true;
   } catch (const std::exception& e) {

@@ -101,6 +101,7 @@ class CallIntake {
   std::filesystem::path reject_file_;
   int record_count_ = 0;
   bool sealed_ = false;
+  bool reject_file_new_ = false;  // created since the folder was last made durable
   FinishResult last_finish_ = FinishResult::kEmpty;
 };
 
