@@ -288,7 +288,7 @@ int main(int argc, char** argv) {
   ats->add_option("--punches", ats_options.punches, "Number of generated punches")
       ->capture_default_str();
   ats->add_flag("--once", ats_options.once,
-                "Leave after one poll ended (unlocked or connection closed)");
+                "Leave after one poll ended (unlocked, or on TCP the connection closed)");
   ats->add_option("--not-ready", af.not_ready, "Fault: answer the first N probes busy");
   ats->add_option("--nak-commands", af.nak_commands, "Fault: refuse the next N commands");
   ats->add_option("--bad-lrc", af.bad_lrc, "Fault: a bad LRC on packet N once");

@@ -34,9 +34,22 @@ HayesModem::~HayesModem() {
   if (terminal_thread_.joinable()) terminal_thread_.join();
 }
 
-void HayesModem::AddToPhoneBook(const std::string& number, ZonTerminal& terminal) {
+void HayesModem::AddToPhoneBook(const std::string& number, LineParty party) {
   std::lock_guard lock(mutex_);
-  phone_book_[DialedNumber(number)] = &terminal;
+  phone_book_[DialedNumber(number)] = std::move(party);
+}
+
+void HayesModem::AddToPhoneBook(const std::string& number, ZonTerminal& terminal) {
+  AddToPhoneBook(number, [&terminal](comm::FdConnection& line, bool outbound) {
+    return outbound ? terminal.AnswerPoll(line, LineKind::kModem)
+                    : terminal.CallIn(line, LineKind::kModem);
+  });
+}
+
+const LineParty* HayesModem::Lookup(const std::string& number) const {
+  std::lock_guard lock(mutex_);
+  auto it = phone_book_.find(number);
+  return it == phone_book_.end() ? nullptr : &it->second;
 }
 
 void HayesModem::IncomingCall(const std::string& number) {
@@ -242,12 +255,7 @@ std::optional<ResultCode> HayesModem::Apply(const AtCommand& command, bool* stop
 ResultCode HayesModem::Dial(const std::string& number) {
   if (number.empty()) return ResultCode::kError;
   Count(&ModemStats::dials);
-  ZonTerminal* terminal = nullptr;
-  {
-    std::lock_guard lock(mutex_);
-    auto it = phone_book_.find(number);
-    if (it != phone_book_.end()) terminal = it->second;
-  }
+  const LineParty* terminal = Lookup(number);
   ResultCode failure = ResultCode::kNoCarrier;
   if (options_.no_dialtone) {
     failure = ResultCode::kNoDialtone;
@@ -261,7 +269,7 @@ ResultCode HayesModem::Dial(const std::string& number) {
   return failure;
 }
 
-void HayesModem::Connect(ZonTerminal& terminal, bool outbound) {
+void HayesModem::Connect(const LineParty& party, bool outbound) {
   ringing_ = nullptr;
   rings_ = 0;
   // The line is a pty pair of its own: a hang-up on either end shows on the other at once.
@@ -282,9 +290,8 @@ void HayesModem::Connect(ZonTerminal& terminal, bool outbound) {
     ++stats_.connects;
     connected_ = true;
   }
-  terminal_thread_ = std::thread([this, &terminal, end = std::move(end), outbound]() {
-    CallOutcome outcome = outbound ? terminal.AnswerPoll(*end, LineKind::kModem)
-                                   : terminal.CallIn(*end, LineKind::kModem);
+  terminal_thread_ = std::thread([this, &party, end = std::move(end), outbound]() {
+    const CallOutcome outcome = party(*end, outbound);
     {
       std::lock_guard lock(mutex_);
       last_outcome_ = outcome;
@@ -344,12 +351,7 @@ void HayesModem::TakeIncomingCalls(SteadyClock::time_point now) {
     numbers.swap(incoming_);
   }
   for (const auto& number : numbers) {
-    ZonTerminal* terminal = nullptr;
-    {
-      std::lock_guard lock(mutex_);
-      auto it = phone_book_.find(number);
-      if (it != phone_book_.end()) terminal = it->second;
-    }
+    const LineParty* terminal = Lookup(number);
     if (terminal == nullptr || line_ || ringing_ != nullptr) {
       Count(&ModemStats::missed_calls);
       continue;

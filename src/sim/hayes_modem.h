@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -51,6 +52,10 @@ struct ModemStats {
   int missed_calls = 0;    // incoming calls while busy or never answered
 };
 
+// The terminal's end of a call: holds it over the line (outbound: the modem dialled it; otherwise
+// it called in) and says how it went.
+using LineParty = std::function<CallOutcome(comm::FdConnection& line, bool outbound)>;
+
 class HayesModem {
  public:
   HayesModem(std::unique_ptr<comm::FdConnection> dte, ModemOptions options, core::StopSignal& stop);
@@ -58,7 +63,8 @@ class HayesModem {
   HayesModem(const HayesModem&) = delete;
   HayesModem& operator=(const HayesModem&) = delete;
 
-  // Dialling number reaches terminal (which must outlive the modem).
+  // Dialling number reaches the party, or the Zon/Tranz terminal (which must outlive the modem).
+  void AddToPhoneBook(const std::string& number, LineParty party);
   void AddToPhoneBook(const std::string& number, ZonTerminal& terminal);
   // The terminal at number calls this modem (any thread): RING, and with S0 set, an answer.
   void IncomingCall(const std::string& number);
@@ -83,7 +89,9 @@ class HayesModem {
   // Runs one command; returns a result code that replaces the final OK, if any.
   std::optional<ResultCode> Apply(const AtCommand& command, bool* stop_line);
   ResultCode Dial(const std::string& number);
-  void Connect(ZonTerminal& terminal, bool outbound);
+  // The phone book's entry for a dialled number, or none.
+  const LineParty* Lookup(const std::string& number) const;
+  void Connect(const LineParty& party, bool outbound);
   // Closes the line side and waits for the terminal's thread.
   void EndLine();
   void HangUp();
@@ -105,7 +113,7 @@ class HayesModem {
   core::StopSignal doorbell_;  // rung by IncomingCall from other threads
 
   mutable std::mutex mutex_;  // guards the phone book, the incoming queue and the stats
-  std::map<std::string, ZonTerminal*> phone_book_;
+  std::map<std::string, LineParty> phone_book_;
   std::deque<std::string> incoming_;
   ModemStats stats_;
   CallOutcome last_outcome_ = CallOutcome::kNone;
@@ -124,7 +132,7 @@ class HayesModem {
   std::unique_ptr<comm::FdConnection> line_;
   std::thread terminal_thread_;
   // An incoming call that is ringing.
-  ZonTerminal* ringing_ = nullptr;
+  const LineParty* ringing_ = nullptr;  // an entry of the phone book
   int rings_ = 0;
   std::chrono::steady_clock::time_point next_ring_{};
   // Escape detection: when the DTE last sent a byte, how many "+" in a row after a guard time,

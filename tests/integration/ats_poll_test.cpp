@@ -38,7 +38,7 @@ class ATSPollTest : public CallFixture {
 
   std::unique_ptr<shell::LineRunner> AtsRunner(const std::string& device,
                                                comm::ConnectionType type) {
-    auto settings = Settings(device, false);
+    auto settings = Settings(device, type == comm::ConnectionType::kModem);
     settings.connection_type = type;
     settings.terminal_type = TerminalType::kAtsESeries;
     return std::make_unique<shell::LineRunner>(settings, kFamilies, *controller_, *services_);
@@ -80,6 +80,25 @@ TEST_F(ATSPollTest, EachSeriesOverASerialLineDeliversEveryPunchOnce) {
     EXPECT_EQ(Rows(), expected += 6);
   }
   EXPECT_EQ(Events("Unknown Packet Recieved"), 0);
+}
+
+// Through a modem: the location's number dialled, then the conversation of a direct line.
+TEST_F(ATSPollTest, ThroughAModemTheLocationsNumberIsDialledAndEveryPunchArrivesOnce) {
+  ATSTerminalConfig config;
+  config.series = ats::Series::kCyberSeries;
+  ATSTerminal terminal(config, Punches(config, 5));
+  ModemRig rig({}, sim::LineParty([&](comm::FdConnection& line, bool) {
+                 return terminal.Serve(line, true) == sim::ServeOutcome::kUnlocked
+                            ? sim::CallOutcome::kCompleted
+                            : sim::CallOutcome::kNoAnswer;
+               }));
+  EXPECT_TRUE(AtsRunner(rig.pty.SlavePath(), comm::ConnectionType::kModem)
+                  ->PollLocations({Location(ModemRig::kNumber, 1, TerminalType::kAtsCyberSeries)}))
+      << screen_.All();
+  EXPECT_EQ(rig.modem.Stats().dials, 1);
+  EXPECT_EQ(rig.modem.LastTerminalOutcome(), sim::CallOutcome::kCompleted);
+  EXPECT_TRUE(terminal.PendingPunches().empty());
+  EXPECT_EQ(Rows(), 5);
 }
 
 // Not ready for five probes, a packet with a bad LRC (refused and read again) and a packet of a

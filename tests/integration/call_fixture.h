@@ -26,6 +26,7 @@
 #include "shell/line_runner.h"
 #include "shell/logs.h"
 #include "shell/my_static.h"
+#include "sim/hayes_modem.h"
 #include "sim/zon_terminal.h"
 #include "terminal/call_controller.h"
 #include "test_support/temp_dir.h"
@@ -80,6 +81,25 @@ class RecordingScreen : public terminal::ScreenSink {
   mutable std::mutex mutex_;
   std::condition_variable cv_;
   std::vector<std::string> lines_, statuses_;
+};
+
+// A simulated modem on a pty of its own, a terminal at kNumber behind it, serving until Stop.
+struct ModemRig {
+  static constexpr const char* kNumber = "5551234";
+  template <typename Party>
+  ModemRig(sim::ModemOptions options, Party&& terminal) : modem(pty.TakeMaster(), options, stop) {
+    modem.AddToPhoneBook(kNumber, std::forward<Party>(terminal));
+    thread = std::thread([this] { modem.Run(); });
+  }
+  ~ModemRig() { Stop(); }
+  void Stop() {
+    stop.Request();
+    if (thread.joinable()) thread.join();
+  }
+  comm::PtyPair pty = comm::PtyPair::Open();
+  core::StopSignal stop;
+  sim::HayesModem modem;
+  std::thread thread;
 };
 
 class CallFixture : public ::testing::Test {

@@ -120,24 +120,6 @@ TEST_F(ZonCallTest, ADirectLinePollWithoutAnswerFailsAfterFiveEnquiriesAndIsNotR
   EXPECT_EQ(std::count(sent.begin(), sent.end(), zon::ProtocolChar::kEnq), 5);
 }
 
-// A simulated modem on a pty of its own, the terminal at 5551234 behind it, serving until Stop.
-struct ModemRig {
-  ModemRig(sim::ModemOptions options, sim::ZonTerminal& terminal)
-      : modem(pty.TakeMaster(), options, stop) {
-    modem.AddToPhoneBook("5551234", terminal);
-    thread = std::thread([this] { modem.Run(); });
-  }
-  ~ModemRig() { Stop(); }
-  void Stop() {
-    stop.Request();
-    if (thread.joinable()) thread.join();
-  }
-  comm::PtyPair pty = comm::PtyPair::Open();
-  core::StopSignal stop;
-  sim::HayesModem modem;
-  std::thread thread;
-};
-
 // A CONNECT without speed runs the call at 300; one at a carrier speed no serial port runs at
 // (V.34's 33600) keeps the port's rate.
 struct Connect {
@@ -161,7 +143,7 @@ TEST_P(ModemCallTest, AHostedCallThroughTheModemRunsAtTheSpeedItConnectsAt) {
   auto loop = Runner(settings);
   auto ring = std::async(std::launch::async, [&] {
     EXPECT_TRUE(screen_.WaitFor("Waiting for next event")) << screen_.All();
-    rig.modem.IncomingCall("5551234");
+    rig.modem.IncomingCall(ModemRig::kNumber);
   });
   EXPECT_TRUE(loop->Host(true)) << screen_.All();
   ring.get();
@@ -193,7 +175,7 @@ TEST_F(ModemCallTest, AFailedDialIsRetriedUntilTheThirdAttempt) {
     options.fail_dials = failures;
     ModemRig rig(options, terminal);
     auto loop = Runner(Settings(rig.pty.SlavePath(), true));
-    EXPECT_EQ(loop->PollLocations({Location("Depot", "5551234")}), failures < 3) << screen_.All();
+    EXPECT_EQ(loop->PollLocations({Location("Depot", ModemRig::kNumber)}), failures < 3) << screen_.All();
     EXPECT_EQ(rig.modem.Stats().dials, 3);
     EXPECT_TRUE(screen_.Contains("Attempt #3"));
     EXPECT_EQ(terminal.PendingPunches().size(), failures < 3 ? 0u : 2u);
