@@ -6,7 +6,6 @@
 #include <future>
 #include <thread>
 
-#include "ats/driver/ats_family.h"
 #include "comm/tcp_connection.h"
 #include "integration/call_fixture.h"
 #include "sim/ats_terminal.h"
@@ -18,8 +17,6 @@ using namespace std::chrono_literals;
 using sim::ATSTerminal;
 using sim::ATSTerminalConfig;
 using terminal::TerminalType;
-
-const terminal::TerminalFamily kFamilies[] = {zon::ZonFamily(), ats::ATSFamily()};
 
 class ATSPollTest : public CallFixture {
  protected:
@@ -41,7 +38,7 @@ class ATSPollTest : public CallFixture {
     auto settings = Settings(device, type == comm::ConnectionType::kModem);
     settings.connection_type = type;
     settings.terminal_type = TerminalType::kAtsESeries;
-    return std::make_unique<shell::LineRunner>(settings, kFamilies, *controller_, *services_);
+    return Runner(settings);
   }
 
   // Polls the terminal once over a pty; true when the poll succeeded.

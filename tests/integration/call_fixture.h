@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "ats/driver/ats_family.h"
 #include "comm/pty_pair.h"
 #include "core/clock.h"
 #include "db/open.h"
@@ -157,11 +158,11 @@ class CallFixture : public ::testing::Test {
     return s;
   }
 
-  // The Zon/Tranz line runner with these settings, as the command line makes it.
+  // The line runner with these settings and the families of the command line.
   std::unique_ptr<shell::LineRunner> Runner(shell::LineSettings settings,
                                             terminal::CallController* controller = nullptr) {
-    static const terminal::TerminalFamily family = zon::ZonFamily();
-    return std::make_unique<shell::LineRunner>(std::move(settings), std::span(&family, 1),
+    static const terminal::TerminalFamily families[] = {zon::ZonFamily(), ats::ATSFamily()};
+    return std::make_unique<shell::LineRunner>(std::move(settings), families,
                                                controller ? *controller : *controller_, *services_);
   }
 

@@ -1,8 +1,9 @@
 // The calendar of the real line loop over a pty pair, from a manual clock (the line's waits are
-// real): the timed polling cycle, whose terminals are simulators sharing one direct line (each
-// answers only its own id), and the end time of a host.
+// real): the timed polling cycle, whose terminals are simulators of both makes sharing one direct
+// line (each answers only its own id), and the end time of a host.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <future>
 
 #include "comm/pty_pair.h"
@@ -10,6 +11,7 @@
 #include "integration/call_fixture.h"
 #include "shell/schedule/poll_list.h"
 #include "shell/schedule/timed_polling.h"
+#include "sim/ats_terminal.h"
 #include "sim/zon_terminal.h"
 
 namespace clockcomm::test {
@@ -39,6 +41,7 @@ class TimedPollingCallTest : public CallFixture {
   }
 };
 
+// Zon/Tranz terminals and an ATS terminal on one line, each polled in its own make's conversation.
 TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheListIsReadAgain) {
   core::ManualWallClock manual(At(5, 0));
   terminal::CallController controller(manual, *logs_, screen_);
@@ -54,28 +57,40 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
   auto line = pty.TakeMaster();
   sim::ZonTerminal terminals[] = {{Terminal("A", 1), Punches(2, 100)},
                                   {Terminal("B", 2), Punches(3, 200)},
-                                  {Terminal("C", 3), Punches(1, 300)},
-                                  {Terminal("D", 4), Punches(2, 400)}};
+                                  {Terminal("C", 3), Punches(1, 300)}};
+  sim::ATSTerminalConfig ats_config;
+  ats_config.address = 4;
+  sim::ATSTerminal ats_terminal(
+      ats_config, sim::GenerateATSPunches(ats_config.series, 2, At(9).GetDate(), 4));
 
   auto loop = Runner(Settings(pty.SlavePath(), false), &controller);
   shell::TimedPolling cycle(list, *loop, *logs_, manual, controller.EndCommLoop(), At(10, 0));
   auto run = std::async(std::launch::async, [&] { return cycle.Run(); });
 
   // The cycle and its auto-end watcher both wait on the clock between calls.
-  auto call_at = [&](sim::ZonTerminal& terminal, int hour) {
+  auto call_at = [&](int hour, const std::function<bool()>& answer) {
     ASSERT_TRUE(manual.WaitForWaiters(2, seconds(20))) << screen_.All();
-    auto answered = std::async(std::launch::async, [&] {
-      return terminal.AnswerPoll(*line, sim::LineKind::kDirect,
-                                 std::chrono::steady_clock::now() + seconds(20));
-    });
+    auto answered = std::async(std::launch::async, answer);
     manual.Set(At(hour, 0));
-    EXPECT_EQ(answered.get(), sim::CallOutcome::kCompleted) << screen_.All();
+    EXPECT_TRUE(answered.get()) << screen_.All();
   };
-  for (int i = 0; i < 4; ++i) {
-    call_at(terminals[i], 6 + i);
+  for (int i = 0; i < 3; ++i) {
+    call_at(6 + i, [&] {
+      return terminals[i].AnswerPoll(*line, sim::LineKind::kDirect,
+                                     std::chrono::steady_clock::now() + seconds(20)) ==
+             sim::CallOutcome::kCompleted;
+    });
     // Added during the day, after the pass was read: called when the list is read again.
-    if (i == 0) AddLocation(list, "D", 9);
+    if (i == 0) {
+      shell::PollRow ats_row;
+      ats_row.location_name = kClock;
+      ats_row.terminal_id = "4";
+      ats_row.terminal_type = terminal::TerminalType::kAtsESeries;
+      ats_row.dial_time = core::TimeOfDay::FromHms(9, 0);
+      list.Add(ats_row);
+    }
   }
+  call_at(9, [&] { return ats_terminal.Serve(*line, true) == sim::ServeOutcome::kUnlocked; });
 
   ASSERT_TRUE(manual.WaitForWaiters(2, seconds(20)));
   manual.Set(At(10, 0));  // the auto-end time
@@ -90,7 +105,8 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
                 [](const std::string& shown) { return shown.find("Polling ") == shown.npos; });
   EXPECT_EQ(polls, (std::vector<std::string>{
                        "2009-10-20 06:00:00 Polling A ", "2009-10-20 07:00:00 Polling B ",
-                       "2009-10-20 08:00:00 Polling C ", "2009-10-20 09:00:00 Polling D "}));
+                       "2009-10-20 08:00:00 Polling C ",
+                       "2009-10-20 09:00:00 Polling " + std::string(kClock) + " "}));
 }
 
 TEST_F(TimedPollingCallTest, AHostStopsAtTheEndTimeItShows) {

@@ -90,7 +90,7 @@ bool ATSDriver::RunCall(ATSCommunicator& comm, const terminal::PollTarget& targe
     controller_.Event("Error", "The line to " + target.name + " is not usable.");
     return false;
   }
-  controller_.Show("{0} Polling {1}", {target.name});
+  controller_.Show("Polling...");  // as the Zon conversation shows it; the line said whom
   // A terminal that did not take the first command is not asked again in this call.
   const std::string& clock_type = comm.GetClockType();
   if (clock_type.empty()) return false;
