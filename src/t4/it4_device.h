@@ -1,0 +1,74 @@
+// The terminal operations the T4 punch download uses, shaped as the terminals' own SDK shapes
+// them: the machine number first, results through reference arguments, true for success, and the
+// reason for a failure kept for GetLastError. An implementation speaks to one terminal: the
+// network client, or a fake in the tests.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include "comm/connection.h"
+#include "core/date_time.h"
+
+namespace clockcomm::t4 {
+
+// One attendance transaction as the terminal pushes it in real time.
+struct AttTransaction {
+  std::string enroll_number;  // the enrolment number as text (numeric terminals: decimal)
+  bool is_valid = true;
+  int att_state = 0;  // the in/out state, raw
+  int verify_method = 0;
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+  int work_code = 0;
+};
+
+// GetDeviceStatus's status number for the attendance records the terminal holds.
+inline constexpr int kAttendanceRecordCount = 6;
+// RegEvent's mask for every event (the download only uses attendance transactions).
+inline constexpr int kAllEvents = 255;
+
+enum class PumpResult { kDeadline, kWoken, kSessionLost };
+
+class IT4Device {
+ public:
+  using AttTransactionHandler = std::function<void(const AttTransaction&)>;
+
+  virtual ~IT4Device() = default;
+
+  // Session with the terminal at ip:port; the communication key is the device's own setting.
+  virtual bool Connect_Net(const std::string& ip, int port) = 0;
+  virtual void Disconnect() = 0;
+  // True for the colour-screen terminals that report enrolment numbers as text.
+  virtual bool IsTFTMachine(int machine) = 0;
+
+  // Loads the terminal's attendance log into the device's buffer; the two readers below then
+  // hand out one entry per call and return false when the buffer is exhausted.
+  virtual bool ReadGeneralLogData(int machine) = 0;
+  virtual bool SSR_GetGeneralLogData(int machine, std::string& enroll_number, int& verify_mode,
+                                     int& in_out_mode, int& year, int& month, int& day, int& hour,
+                                     int& minute, int& second, int& work_code) = 0;
+  virtual bool GetGeneralExtLogData(int machine, long& enroll_number, int& verify_mode,
+                                    int& in_out_mode, int& year, int& month, int& day, int& hour,
+                                    int& minute, int& second, int& work_code, int& reserved) = 0;
+
+  virtual bool GetDeviceStatus(int machine, int status, int& value) = 0;
+  virtual bool ClearGLog(int machine) = 0;
+  virtual bool ClearSLog(int machine) = 0;
+  virtual bool EnableDevice(int machine, bool enabled) = 0;
+  virtual bool GetDeviceTime(int machine, core::DateTime& time) = 0;
+  virtual bool SetDeviceTime2(int machine, const core::DateTime& time) = 0;
+
+  // Registers for the events of the mask; the attendance transactions that come go to the handler
+  // set below, on the thread that pumps them.
+  virtual bool RegEvent(int machine, int event_mask) = 0;
+  virtual void SetAttTransactionHandler(AttTransactionHandler handler) = 0;
+  // Waits until the deadline or a wake signal, delivering real-time events to the handler as they
+  // arrive. kSessionLost: the terminal went away (GetLastError says how).
+  virtual PumpResult PumpEvents(comm::SteadyTime deadline, const comm::WakeSet& wake) = 0;
+
+  // The code of the last failure (1 when the last operation succeeded).
+  virtual void GetLastError(int& error_code) = 0;
+};
+
+}  // namespace clockcomm::t4
