@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
   app::RegisterRecordCommands(app, options);
   app::RegisterTransferCommands(app, options);
   app::RegisterCallCommands(app, options);
+  app::RegisterT4Commands(app, options);
   app::RegisterDemoCommand(app, options);
   try {
     app.parse(argc, argv);

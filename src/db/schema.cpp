@@ -44,6 +44,22 @@ void CreateProductSchema(Database& db) {
     has_terminal_type = has_terminal_type || rs.Field(0).AsText() == "TerminalType";
   }
   if (!has_terminal_type) db.Execute("ALTER TABLE PollT ADD COLUMN TerminalType INTEGER");
+  // The fingerprint terminals the T4 host keeps connected, and their waiting user tasks.
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS T4Clocks ("
+      "ClockID INTEGER PRIMARY KEY, "
+      "ClockName TEXT NOT NULL UNIQUE, "
+      "Address TEXT NOT NULL, "
+      "DeviceNumber INTEGER NOT NULL DEFAULT 1, "
+      "Company TEXT NOT NULL DEFAULT '', "
+      "Transport TEXT NOT NULL DEFAULT 'tcp', "
+      "CommKey INTEGER NOT NULL DEFAULT 0)");
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS ClockTasks ("
+      "TaskID INTEGER PRIMARY KEY, "
+      "ClockID INTEGER NOT NULL, "
+      "Task TEXT NOT NULL, "
+      "UserID TEXT NOT NULL DEFAULT '')");
 }
 
 void CreateCompanySchema(Database& db) {

@@ -1,0 +1,119 @@
+// t4 clocks add|list|remove, t4 tasks add|list: the T4 clock list and its waiting user tasks.
+#include <iomanip>
+#include <iostream>
+#include <memory>
+
+#include "app/call_session.h"
+#include "app/commands.h"
+#include "core/errors.h"
+#include "t4/host/t4_clock_list.h"
+
+namespace clockcomm::app {
+namespace {
+
+struct T4Context {
+  explicit T4Context(const GlobalOptions& options)
+      : session(RequireHome(options), std::cout, clock), list(session.ProductDatabase()) {}
+  core::SystemClock clock;
+  CallSession session;
+  t4::T4ClockList list;
+
+  t4::T4ClockEntry RequireClock(const std::string& name) {
+    auto entry = list.Find(name);
+    if (!entry) throw core::ItemNotFoundException("The T4 clock list has no clock \"" + name + "\".");
+    return *entry;
+  }
+};
+
+void RegisterClocks(CLI::App& t4, const GlobalOptions& options) {
+  CLI::App* clocks = t4.add_subcommand("clocks", "Keep the T4 clock list (table T4Clocks)");
+  clocks->require_subcommand(1);
+
+  auto entry = std::make_shared<t4::T4ClockEntry>();
+  CLI::App* add = clocks->add_subcommand("add", "Add a T4 terminal");
+  add->add_option("name", entry->name, "Clock name (its assignments and company go by it)")
+      ->required();
+  add->add_option("--address", entry->address, "The terminal's IP address or host[:port]")
+      ->required();
+  add->add_option("--device-number", entry->device_number, "The terminal's machine number")
+      ->capture_default_str();
+  add->add_option("--company", entry->company,
+                  "Company its punches go to (default: the company whose clock name it is)");
+  add->add_option("--transport", entry->transport, "tcp or udp")->capture_default_str();
+  add->add_option("--key", entry->comm_key, "The terminal's communication key (0: none)")
+      ->capture_default_str();
+  add->callback([&options, entry] {
+    T4Context ctx(options);
+    if (!entry->company.empty() && ctx.session.Companies().GetCompany(entry->company).IsEmpty()) {
+      throw core::ArgumentException(
+          "--company \"" + entry->company + "\" is not in the company registry.", "company");
+    }
+    const int64_t id = ctx.list.Add(*entry);
+    std::cout << "Added T4 clock " << id << " \"" << entry->name << "\"\n";
+  });
+
+  CLI::App* list = clocks->add_subcommand("list", "List the T4 terminals");
+  list->callback([&options] {
+    T4Context ctx(options);
+    std::cout << std::left << std::setw(5) << "ID" << std::setw(18) << "Clock" << std::setw(24)
+              << "Address" << std::setw(8) << "Device" << std::setw(10) << "Transport"
+              << "Company\n";
+    for (const auto& c : ctx.list.ReadClocks()) {
+      std::cout << std::left << std::setw(5) << c.id << std::setw(18) << c.name << std::setw(24)
+                << c.address << std::setw(8) << c.device_number << std::setw(10) << c.transport
+                << (c.company.empty() ? "(by clock name)" : c.company) << "\n";
+    }
+  });
+
+  auto name = std::make_shared<std::string>();
+  CLI::App* remove = clocks->add_subcommand("remove", "Remove a T4 terminal and its tasks");
+  remove->add_option("name", *name, "Clock name")->required();
+  remove->callback([&options, name] {
+    T4Context ctx(options);
+    ctx.list.Remove(*name);
+    std::cout << "Removed T4 clock \"" << *name << "\"\n";
+  });
+}
+
+void RegisterTasks(CLI::App& t4, const GlobalOptions& options) {
+  CLI::App* tasks = t4.add_subcommand("tasks", "Queue user and template tasks (table ClockTasks)");
+  tasks->require_subcommand(1);
+
+  auto clock = std::make_shared<std::string>();
+  auto task = std::make_shared<t4::ClockTask>();
+  CLI::App* add = tasks->add_subcommand("add", "Queue a task for a T4 terminal");
+  add->add_option("clock", *clock, "Clock name")->required();
+  add->add_option("task", task->task,
+                  "\"Load All Users\", \"Add User\", \"Remove User\" or \"Reload User\"")
+      ->required();
+  add->add_option("--user", task->user_id, "The user's enrolment number");
+  add->callback([&options, clock, task] {
+    T4Context ctx(options);
+    t4::ClockTask t = *task;
+    t.clock_id = ctx.RequireClock(*clock).id;
+    const int64_t id = ctx.list.AddTask(t);
+    std::cout << "Queued task " << id << " \"" << t.task << "\" for " << *clock << "\n";
+  });
+
+  auto list_clock = std::make_shared<std::string>();
+  CLI::App* list = tasks->add_subcommand("list", "List the tasks waiting for a T4 terminal");
+  list->add_option("clock", *list_clock, "Clock name")->required();
+  list->callback([&options, list_clock] {
+    T4Context ctx(options);
+    for (const auto& t : ctx.list.ReadTasks(ctx.RequireClock(*list_clock).id)) {
+      std::cout << t.task_id << "  " << t.task << (t.user_id.empty() ? "" : "  user " + t.user_id)
+                << "\n";
+    }
+  });
+}
+
+}  // namespace
+
+void RegisterT4Commands(CLI::App& app, const GlobalOptions& options) {
+  CLI::App* t4 = app.add_subcommand("t4", "T4 fingerprint terminals: the clock list and tasks");
+  t4->require_subcommand(1);
+  RegisterClocks(*t4, options);
+  RegisterTasks(*t4, options);
+}
+
+}  // namespace clockcomm::app

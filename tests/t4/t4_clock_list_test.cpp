@@ -1,0 +1,92 @@
+#include "t4/host/t4_clock_list.h"
+
+#include <gtest/gtest.h>
+
+#include "core/errors.h"
+#include "db/open.h"
+#include "db/schema.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::t4 {
+namespace {
+
+class T4ClockListTest : public ::testing::Test {
+ protected:
+  T4ClockListTest() : db_(db::Open(dir_.path() / db::kProductDatabaseFile, db::OpenMode::kCreate)) {
+    db::CreateProductSchema(*db_);
+  }
+  static T4ClockEntry Clock(std::string name, std::string address = "10.0.0.9") {
+    T4ClockEntry e;
+    e.name = std::move(name);
+    e.address = std::move(address);
+    return e;
+  }
+
+  test::TempDir dir_;
+  std::unique_ptr<db::Database> db_;
+  T4ClockList list_{*db_};
+};
+
+// Whatever a bad entry holds, it is refused naming the field, and nothing is stored.
+TEST_F(T4ClockListTest, ABadEntryIsRefusedNamingItsField) {
+  list_.Add(Clock("Lobby"));
+  auto with = [](auto change) {
+    T4ClockEntry e = Clock("Dock");
+    change(e);
+    return e;
+  };
+  const std::pair<T4ClockEntry, const char*> bad[] = {
+      {Clock(" "), "name"},
+      {Clock("Lobby"), "name"},
+      {Clock("Do\nck"), "name"},
+      {Clock("Dock", ""), "address"},
+      {Clock("Dock", "10.0.0.9:70000"), ""},
+      {with([](T4ClockEntry& e) { e.device_number = 0; }), "device_number"},
+      {with([](T4ClockEntry& e) { e.device_number = 256; }), "device_number"},
+      {with([](T4ClockEntry& e) { e.transport = "serial"; }), "transport"},
+  };
+  for (const auto& [entry, field] : bad) {
+    SCOPED_TRACE(entry.name + " " + entry.address);
+    try {
+      list_.Add(entry);
+      ADD_FAILURE() << "accepted";
+    } catch (const core::ArgumentException& e) {
+      if (*field != '\0') {
+        EXPECT_EQ(e.ParamName(), field) << e.what();
+      }
+    }
+  }
+  ASSERT_EQ(list_.ReadClocks().size(), 1u);
+}
+
+// A clock reads back as written; removing it takes its waiting tasks with it, not another's.
+TEST_F(T4ClockListTest, ClocksAndTasksRoundTripAndGoTogether) {
+  T4ClockEntry lobby = Clock("Lobby", "clock7.local:4371");
+  lobby.device_number = 3;
+  lobby.company = "Acme";
+  lobby.transport = "udp";
+  lobby.comm_key = 1234;
+  lobby.id = list_.Add(lobby);
+  const int64_t dock = list_.Add(Clock("Dock"));
+  EXPECT_EQ(list_.Find("Lobby"), lobby);
+
+  list_.AddTask({0, lobby.id, kAddUser, "1042"});
+  list_.AddTask({0, lobby.id, kLoadAllUsers, ""});
+  list_.AddTask({0, dock, kReloadUser, "7"});
+  EXPECT_THROW(list_.AddTask({0, dock, "Format Disk", ""}), core::ArgumentException);
+  EXPECT_THROW(list_.AddTask({0, dock, kRemoveUser, ""}), core::ArgumentException);
+  const auto tasks = list_.ReadTasks(lobby.id);
+  ASSERT_EQ(tasks.size(), 2u);
+  EXPECT_EQ(tasks[0].task, kAddUser);
+  EXPECT_EQ(tasks[1].task, kLoadAllUsers);
+  list_.RemoveTask(tasks[0].task_id);
+  EXPECT_EQ(list_.ReadTasks(lobby.id).size(), 1u);
+
+  list_.Remove("Lobby");
+  EXPECT_THROW(list_.Remove("Lobby"), core::ItemNotFoundException);
+  EXPECT_EQ(db_->Query("SELECT COUNT(*) FROM ClockTasks").Field(0).AsInt(), 1);
+  EXPECT_EQ(list_.ReadClocks().size(), 1u);
+}
+
+}  // namespace
+}  // namespace clockcomm::t4
