@@ -37,19 +37,18 @@ void RegisterClocks(CLI::App& t4, const GlobalOptions& options) {
       ->required();
   add->add_option("--device-number", entry->device_number, "The terminal's machine number")
       ->capture_default_str();
-  add->add_option("--company", entry->company,
-                  "Company its punches go to (default: the company whose clock name it is)");
   add->add_option("--transport", entry->transport, "tcp or udp")->capture_default_str();
   add->add_option("--key", entry->comm_key, "The terminal's communication key (0: none)")
       ->capture_default_str();
   add->callback([&options, entry] {
     T4Context ctx(options);
-    if (!entry->company.empty() && ctx.session.Companies().GetCompany(entry->company).IsEmpty()) {
-      throw core::ArgumentException(
-          "--company \"" + entry->company + "\" is not in the company registry.", "company");
-    }
     const int64_t id = ctx.list.Add(*entry);
     std::cout << "Added T4 clock " << id << " \"" << entry->name << "\"\n";
+    if (!ctx.session.Companies().GetCompanyByClockName(entry->name)) {
+      std::cerr << "No company has the clock name \"" << entry->name
+                << "\" yet: its punches stay on the terminal until one has (company add "
+                   "--clock).\n";
+    }
   });
 
   CLI::App* list = clocks->add_subcommand("list", "List the T4 terminals");
@@ -60,8 +59,9 @@ void RegisterClocks(CLI::App& t4, const GlobalOptions& options) {
               << "Company\n";
     for (const auto& c : ctx.list.ReadClocks()) {
       std::cout << std::left << std::setw(5) << c.id << std::setw(18) << c.name << std::setw(24)
-                << c.address << std::setw(8) << c.device_number << std::setw(10) << c.transport
-                << (c.company.empty() ? "(by clock name)" : c.company) << "\n";
+                << c.address << std::setw(8) << c.device_number << std::setw(10) << c.transport;
+      const auto company = ctx.session.Companies().GetCompanyByClockName(c.name);
+      std::cout << (company ? company->Name() : "(none: punches wait)") << "\n";
     }
   });
 

@@ -51,7 +51,6 @@ void CreateProductSchema(Database& db) {
       "ClockName TEXT NOT NULL UNIQUE, "
       "Address TEXT NOT NULL, "
       "DeviceNumber INTEGER NOT NULL DEFAULT 1, "
-      "Company TEXT NOT NULL DEFAULT '', "
       "Transport TEXT NOT NULL DEFAULT 'tcp', "
       "CommKey INTEGER NOT NULL DEFAULT 0)");
   db.Execute(

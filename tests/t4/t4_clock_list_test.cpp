@@ -63,7 +63,6 @@ TEST_F(T4ClockListTest, ABadEntryIsRefusedNamingItsField) {
 TEST_F(T4ClockListTest, ClocksAndTasksRoundTripAndGoTogether) {
   T4ClockEntry lobby = Clock("Lobby", "clock7.local:4371");
   lobby.device_number = 3;
-  lobby.company = "Acme";
   lobby.transport = "udp";
   lobby.comm_key = 1234;
   lobby.id = list_.Add(lobby);

@@ -12,7 +12,7 @@ namespace clockcomm::t4 {
 namespace {
 
 constexpr const char* kSelectClocks =
-    "SELECT ClockID, ClockName, Address, DeviceNumber, Company, Transport, CommKey FROM T4Clocks";
+    "SELECT ClockID, ClockName, Address, DeviceNumber, Transport, CommKey FROM T4Clocks";
 
 T4ClockEntry EntryOf(const db::Recordset& rs) {
   T4ClockEntry e;
@@ -20,7 +20,6 @@ T4ClockEntry EntryOf(const db::Recordset& rs) {
   e.name = rs.Field("ClockName").AsText();
   e.address = rs.Field("Address").AsText();
   e.device_number = static_cast<int>(rs.Field("DeviceNumber").AsInt());
-  e.company = rs.Field("Company").AsText();
   e.transport = rs.Field("Transport").AsText();
   e.comm_key = rs.Field("CommKey").AsInt();
   return e;
@@ -49,9 +48,8 @@ std::optional<T4ClockEntry> T4ClockList::Find(const std::string& name) {
 
 int64_t T4ClockList::Add(const T4ClockEntry& e) {
   Require(!core::Trim(e.name).empty(), "The clock name cannot be empty.", "name");
-  Require(!core::HasControlCharacter(e.name) && !core::HasControlCharacter(e.address) &&
-              !core::HasControlCharacter(e.company),
-          "A clock's name, address and company cannot hold control characters.", "name");
+  Require(!core::HasControlCharacter(e.name) && !core::HasControlCharacter(e.address),
+          "A clock's name and address cannot hold control characters.", "name");
   Require(!Find(e.name), "The T4 clock list already has a clock named \"" + e.name + "\".",
           "name");
   Require(!core::Trim(e.address).empty(), "The clock's address cannot be empty.", "address");
@@ -63,9 +61,9 @@ int64_t T4ClockList::Add(const T4ClockEntry& e) {
   Require(e.transport == "tcp" || e.transport == "udp",
           "The transport \"" + e.transport + "\" is neither tcp nor udp.", "transport");
   db_.Execute(
-      "INSERT INTO T4Clocks (ClockName, Address, DeviceNumber, Company, Transport, CommKey) "
-      "VALUES (?, ?, ?, ?, ?, ?)",
-      {e.name, e.address, db::Value(static_cast<int64_t>(e.device_number)), e.company, e.transport,
+      "INSERT INTO T4Clocks (ClockName, Address, DeviceNumber, Transport, CommKey) "
+      "VALUES (?, ?, ?, ?, ?)",
+      {e.name, e.address, db::Value(static_cast<int64_t>(e.device_number)), e.transport,
        db::Value(e.comm_key)});
   return db_.LastInsertId();
 }

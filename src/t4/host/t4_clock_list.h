@@ -15,10 +15,9 @@ namespace clockcomm::t4 {
 
 struct T4ClockEntry {
   int64_t id = 0;
-  std::string name;        // the clock name: key of its assignments and of its company
+  std::string name;  // the clock name: its company (by the registry's clock name), its assignments
   std::string address;     // "host" or "host:port" (port 4370 when none)
   int device_number = 1;   // the terminal's machine number
-  std::string company;     // the company its punches go to; empty: found by the clock name
   std::string transport = "tcp";  // "tcp" or "udp"
   int64_t comm_key = 0;           // the terminal's communication key (0: none)
 
