@@ -1,0 +1,71 @@
+#include "t4/t4_connection.h"
+
+#include "comm/network_line.h"
+#include "core/errors.h"
+#include "t4/t4_error_text.h"
+
+namespace clockcomm::t4 {
+
+T4EthernetConnection::T4EthernetConnection(std::unique_ptr<IT4Device> device,
+                                           const std::string& address, long device_number,
+                                           std::string clock_name, core::LogSink& log)
+    : device_(std::move(device)),
+      device_number_(device_number),
+      clock_name_(std::move(clock_name)),
+      log_(log) {
+  const bool has_port = address.find(':') != std::string::npos && address.back() != ']';
+  const comm::EndPoint end =
+      comm::ParseEndPoint(has_port ? address : address + ":" + std::to_string(kDefaultPort));
+  host_ = end.host;
+  port_ = end.port;
+}
+
+T4EthernetConnection::~T4EthernetConnection() { Disconnect(); }
+
+bool T4EthernetConnection::Connect() {
+  if (connected_) return true;
+  connected_ = device_->Connect_Net(host_, port_);
+  if (!connected_) {
+    int code = 0;
+    device_->GetLastError(code);
+    log_.Event("Error", "Clock " + clock_name_ + ": could not connect to " + host_ + ":" +
+                            std::to_string(port_) + ". " + ErrorText(code));
+  }
+  return connected_;
+}
+
+void T4EthernetConnection::Disconnect() {
+  if (!connected_) return;
+  connected_ = false;
+  device_->Disconnect();
+}
+
+IT4Device& T4EthernetConnection::Device() {
+  if (!connected_) {
+    throw core::InvalidOperationException("Clock " + clock_name_ + " is not connected.");
+  }
+  return *device_;
+}
+
+T4RefusedConnection::T4RefusedConnection(std::string type_name, long device_number,
+                                         std::string clock_name, core::LogSink& log)
+    : type_name_(std::move(type_name)),
+      device_number_(device_number),
+      clock_name_(std::move(clock_name)),
+      log_(log) {}
+
+bool T4RefusedConnection::Connect() {
+  log_.Event("Error", "Clock " + clock_name_ +
+                          ": T4 terminals are reached over the network only, "
+                          "not by " +
+                          type_name_ +
+                          " line. Set the clock's connection type to 3 "
+                          "(LAN) and its address to the terminal's IP address.");
+  return false;
+}
+
+IT4Device& T4RefusedConnection::Device() {
+  throw core::InvalidOperationException("Clock " + clock_name_ + " is not connected.");
+}
+
+}  // namespace clockcomm::t4

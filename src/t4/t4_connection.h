@@ -1,0 +1,89 @@
+// How a T4 clock reaches its terminal. The terminals' protocol runs over the network only, so the
+// LAN connection is the one that connects; the serial and modem ones exist so that a clock set up
+// with those types is refused with a reason instead of failing obscurely.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "core/log_sink.h"
+#include "t4/it4_device.h"
+
+namespace clockcomm::t4 {
+
+class IT4Connection {
+ public:
+  virtual ~IT4Connection() = default;
+  // False when the terminal could not be reached; the reason is in the event log.
+  virtual bool Connect() = 0;
+  virtual void Disconnect() = 0;
+  virtual bool IsConnected() const = 0;
+  // The terminal's operations; throws core::InvalidOperationException while not connected.
+  virtual IT4Device& Device() = 0;
+  // The terminal's machine number, the first argument of every terminal operation.
+  virtual long DeviceNumber() const = 0;
+};
+
+// A terminal at "host:port", or "host" on the terminals' usual port.
+class T4EthernetConnection : public IT4Connection {
+ public:
+  static constexpr int kDefaultPort = 4370;
+
+  // Throws core::ArgumentException for an address with a bad port.
+  T4EthernetConnection(std::unique_ptr<IT4Device> device, const std::string& address,
+                       long device_number, std::string clock_name, core::LogSink& log);
+  ~T4EthernetConnection() override;
+
+  bool Connect() override;
+  void Disconnect() override;
+  bool IsConnected() const override { return connected_; }
+  IT4Device& Device() override;
+  long DeviceNumber() const override { return device_number_; }
+
+  const std::string& Host() const { return host_; }
+  int Port() const { return port_; }
+
+ private:
+  std::unique_ptr<IT4Device> device_;
+  std::string host_;
+  int port_;
+  long device_number_;
+  std::string clock_name_;
+  core::LogSink& log_;
+  bool connected_ = false;
+};
+
+// Serial and modem clocks of the T4 family: Connect always refuses, with the reason in the
+// event log.
+class T4RefusedConnection : public IT4Connection {
+ public:
+  bool Connect() override;
+  void Disconnect() override {}
+  bool IsConnected() const override { return false; }
+  IT4Device& Device() override;
+  long DeviceNumber() const override { return device_number_; }
+
+ protected:
+  T4RefusedConnection(std::string type_name, long device_number, std::string clock_name,
+                      core::LogSink& log);
+
+ private:
+  std::string type_name_;
+  long device_number_;
+  std::string clock_name_;
+  core::LogSink& log_;
+};
+
+class T4SerialConnection : public T4RefusedConnection {
+ public:
+  T4SerialConnection(long device_number, std::string clock_name, core::LogSink& log)
+      : T4RefusedConnection("serial", device_number, std::move(clock_name), log) {}
+};
+
+class T4ModemConnection : public T4RefusedConnection {
+ public:
+  T4ModemConnection(long device_number, std::string clock_name, core::LogSink& log)
+      : T4RefusedConnection("modem", device_number, std::move(clock_name), log) {}
+};
+
+}  // namespace clockcomm::t4
