@@ -108,8 +108,12 @@ PumpResult T4Clock::PumpEvents(comm::SteadyTime deadline, const comm::WakeSet& w
 }
 
 std::string T4Clock::GetLastError() {
-  int code = -1;  // not connected: "needs to be reconnected"
-  if (connection_->IsConnected()) Device().GetLastError(code);
+  if (!connection_->IsConnected()) {
+    const std::string& why = connection_->ConnectFailure();
+    return why.empty() ? ErrorText(-1) : why;  // -1: "needs to be reconnected"
+  }
+  int code = 0;
+  Device().GetLastError(code);
   return ErrorText(code);
 }
 

@@ -25,11 +25,14 @@ T4EthernetConnection::~T4EthernetConnection() { Disconnect(); }
 bool T4EthernetConnection::Connect() {
   if (connected_) return true;
   connected_ = device_->Connect_Net(host_, port_);
+  failure_.clear();
   if (!connected_) {
     int code = 0;
     device_->GetLastError(code);
-    log_.Event("Error", "Clock " + clock_name_ + ": could not connect to " + host_ + ":" +
-                            std::to_string(port_) + ". " + ErrorText(code));
+    failure_ = "could not connect to " + host_ + ":" + std::to_string(port_) + ". " +
+               ErrorText(code);
+    // Each try goes to the clock's debug log; the host writes one event per outage.
+    log_.Debug(clock_name_, failure_);
   }
   return connected_;
 }
@@ -49,18 +52,15 @@ IT4Device& T4EthernetConnection::Device() {
 
 T4RefusedConnection::T4RefusedConnection(std::string type_name, long device_number,
                                          std::string clock_name, core::LogSink& log)
-    : type_name_(std::move(type_name)),
+    : reason_("T4 terminals are reached over the network only, not by " + type_name +
+              " line. Set the clock's connection type to 3 (LAN) and its address to the "
+              "terminal's IP address."),
       device_number_(device_number),
       clock_name_(std::move(clock_name)),
       log_(log) {}
 
 bool T4RefusedConnection::Connect() {
-  log_.Event("Error", "Clock " + clock_name_ +
-                          ": T4 terminals are reached over the network only, "
-                          "not by " +
-                          type_name_ +
-                          " line. Set the clock's connection type to 3 "
-                          "(LAN) and its address to the terminal's IP address.");
+  log_.Event("Error", "Clock " + clock_name_ + ": " + reason_);
   return false;
 }
 

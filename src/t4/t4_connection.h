@@ -14,8 +14,9 @@ namespace clockcomm::t4 {
 class IT4Connection {
  public:
   virtual ~IT4Connection() = default;
-  // False when the terminal could not be reached; the reason is in the event log.
+  // False when the terminal could not be reached; ConnectFailure then says why.
   virtual bool Connect() = 0;
+  virtual const std::string& ConnectFailure() const = 0;
   virtual void Disconnect() = 0;
   virtual bool IsConnected() const = 0;
   // The terminal's operations; throws core::InvalidOperationException while not connected.
@@ -35,6 +36,7 @@ class T4EthernetConnection : public IT4Connection {
   ~T4EthernetConnection() override;
 
   bool Connect() override;
+  const std::string& ConnectFailure() const override { return failure_; }
   void Disconnect() override;
   bool IsConnected() const override { return connected_; }
   IT4Device& Device() override;
@@ -51,6 +53,7 @@ class T4EthernetConnection : public IT4Connection {
   std::string clock_name_;
   core::LogSink& log_;
   bool connected_ = false;
+  std::string failure_;
 };
 
 // Serial and modem clocks of the T4 family: Connect always refuses, with the reason in the
@@ -58,6 +61,7 @@ class T4EthernetConnection : public IT4Connection {
 class T4RefusedConnection : public IT4Connection {
  public:
   bool Connect() override;
+  const std::string& ConnectFailure() const override { return reason_; }
   void Disconnect() override {}
   bool IsConnected() const override { return false; }
   IT4Device& Device() override;
@@ -68,7 +72,7 @@ class T4RefusedConnection : public IT4Connection {
                       core::LogSink& log);
 
  private:
-  std::string type_name_;
+  std::string reason_;
   long device_number_;
   std::string clock_name_;
   core::LogSink& log_;
