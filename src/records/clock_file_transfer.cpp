@@ -40,16 +40,6 @@ std::filesystem::path WithExtension(const std::filesystem::path& file, const cha
   return p;
 }
 
-// Out-punches carry their moment in the in fields of the line; the table keeps it in the out
-// columns.
-void MoveOutPunch(TcdRecord& record) {
-  if (record.PunchType() != "O") return;
-  record.SetDateOut(record.DateIn());
-  record.SetTimeout(record.TimeIn());
-  record.SetDateIn(std::nullopt);
-  record.SetTimeIn(std::nullopt);
-}
-
 }  // namespace
 
 std::filesystem::path ClockFileTransfer::ArchivePath(const std::filesystem::path& file) {

@@ -9,6 +9,14 @@
 
 namespace clockcomm::records {
 
+void MoveOutPunch(TcdRecord& record) {
+  if (record.PunchType() != "O") return;
+  record.SetDateOut(record.DateIn());
+  record.SetTimeout(record.TimeIn());
+  record.SetDateIn(std::nullopt);
+  record.SetTimeIn(std::nullopt);
+}
+
 TcdDbWriter::TcdDbWriter(db::Database& company_db) : db_(company_db) {
   if (!db_.TableExists("Clock Data Table")) {
     throw core::InvalidOperationException("Table [Clock Data Table] not found in " + db_.Name());

@@ -9,6 +9,9 @@
 
 namespace clockcomm::records {
 
+// An out-punch's line carries its moment in the in fields; the table keeps it in the out columns.
+void MoveOutPunch(TcdRecord& record);
+
 class TcdDbWriter : public ITcdWriter {
  public:
   explicit TcdDbWriter(db::Database& company_db);

@@ -37,18 +37,6 @@ std::string Rewrite(const std::string& type) {
   return type;
 }
 
-// The table keeps an out-punch's moment in its out columns (as the transfer of TCD files does);
-// the line keeps it in the in fields, as every terminal's line does.
-records::TcdRecord AsRow(records::TcdRecord record) {
-  if (record.PunchType() == "O") {
-    record.SetDateOut(record.DateIn());
-    record.SetTimeout(record.TimeIn());
-    record.SetDateIn(std::nullopt);
-    record.SetTimeIn(std::nullopt);
-  }
-  return record;
-}
-
 std::string Line(const records::TcdRecord& record) { return record.ToTcdString(1); }
 
 // Whether the text holds the line as one whole line.
@@ -229,7 +217,9 @@ void T4PacketWriter::CommitRows(db::Database& company_db, const T4Punch& punch,
     // file): the row is not doubled.
     const std::string record_key = records::PunchKeys::KeyOf(punch.clock_name, record);
     if (keys.Contains(record_key)) continue;
-    writer.WriteRecord(AsRow(record));
+    records::TcdRecord row = record;
+    records::MoveOutPunch(row);
+    writer.WriteRecord(row);
     keys.Add(record_key, writer.LastRowId(), today);
     if (first_row == 0) first_row = writer.LastRowId();
     // A transfer of the daily file reads the line back without its seconds: with that key too it
