@@ -1,0 +1,94 @@
+#include "t4/host/t4_host.h"
+
+#include <set>
+
+namespace clockcomm::t4 {
+
+T4Host::T4Host(std::function<std::vector<T4ClockEntry>()> read_clocks, T4ConnectionFactory connect,
+               T4PacketWriter& writer, const ClockAssignments& assignments,
+               T4StationSettings settings, core::Clock& time, core::LogSink& log)
+    : read_clocks_(std::move(read_clocks)),
+      connect_(std::move(connect)),
+      writer_(writer),
+      assignments_(assignments),
+      settings_(settings),
+      time_(time),
+      log_(log) {}
+
+T4Host::~T4Host() { Follow({}); }
+
+void T4Host::Run(core::StopSignal& stop) {
+  do {
+    try {
+      Follow(read_clocks_());
+    } catch (const std::exception& e) {
+      // The list could not be read this time: the running stations go on as they are.
+      log_.Event("Error", std::string("Couldn't read the T4 clock list: ") + e.what());
+    }
+  } while (time_.Pause(settings_.cycle_interval, stop));
+  Follow({});
+}
+
+void T4Host::Follow(const std::vector<T4ClockEntry>& clocks) {
+  std::map<int64_t, Running> leaving;
+  {
+    std::lock_guard lock(mutex_);
+    std::set<int64_t> listed;
+    for (const auto& entry : clocks) listed.insert(entry.id);
+    for (auto it = running_.begin(); it != running_.end();) {
+      auto same = std::find(clocks.begin(), clocks.end(), it->second.entry);
+      if (!listed.contains(it->first) || same == clocks.end()) {
+        leaving.insert(running_.extract(it++));
+      } else {
+        ++it;
+      }
+    }
+  }
+  // Stopped outside the lock: a station ends its current step first.
+  for (auto& [id, running] : leaving) running.station->Stop();
+  for (const auto& entry : clocks) {
+    std::lock_guard lock(mutex_);
+    if (running_.contains(entry.id)) continue;
+    try {
+      running_.emplace(entry.id, Running{entry, StartStation(entry)});
+    } catch (const std::exception& e) {
+      log_.Event("Error", "T4 clock " + entry.name + " not started: " + e.what());
+    }
+  }
+}
+
+std::unique_ptr<T4Station> T4Host::StartStation(const T4ClockEntry& entry) {
+  const std::string name = entry.name;
+  auto clock = std::make_unique<T4Clock>(
+      entry.id, name, connect_(entry),
+      [this, name] { return assignments_.IncludeSeconds(name); }, time_, log_);
+  clock->SetListener(this);
+  auto station = std::make_unique<T4Station>(std::move(clock), entry.address, settings_, time_, log_);
+  station->Start();
+  return station;
+}
+
+void T4Host::ReceivedPunch(T4Clock& clock) {
+  const T4Punch punch = clock.CurrentPunch();
+  if (writer_.WritePacket(punch) == T4PacketWriter::Outcome::kAlreadyStored) {
+    log_.Debug(clock.Name(), "Punch already stored - Badge: " + std::to_string(punch.badge_id) +
+                                 ", TimeStamp: " + punch.timestamp.ToString());
+    return;
+  }
+  ++punches_stored_;
+}
+
+void T4Host::AutoPolled(T4Clock& clock) {
+  log_.Debug(clock.Name(), "Poll of " + clock.Name() + " ended");
+}
+
+std::vector<T4Host::ClockStatus> T4Host::Snapshot() const {
+  std::lock_guard lock(mutex_);
+  std::vector<ClockStatus> out;
+  for (const auto& [id, running] : running_) {
+    out.push_back({running.entry.name, running.station->Online()});
+  }
+  return out;
+}
+
+}  // namespace clockcomm::t4

@@ -1,0 +1,72 @@
+// The T4 host: keeps every terminal of the T4 clock list connected, each on a station of its own
+// so that one terminal's failure never holds up another; stores what they collect through the
+// packet writer; and follows the clock list as it changes.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "core/clock.h"
+#include "core/log_sink.h"
+#include "core/stop_signal.h"
+#include "t4/clock_assignments.h"
+#include "t4/host/t4_clock_list.h"
+#include "t4/host/t4_station.h"
+#include "t4/t4_connection.h"
+#include "t4/t4_listener.h"
+#include "t4/t4_packet_writer.h"
+
+namespace clockcomm::t4 {
+
+// Makes the connection of a clock of the list.
+using T4ConnectionFactory = std::function<std::unique_ptr<IT4Connection>(const T4ClockEntry&)>;
+
+class T4Host : public IT4Listener {
+ public:
+  struct ClockStatus {
+    std::string name;
+    bool online = false;
+  };
+
+  T4Host(std::function<std::vector<T4ClockEntry>()> read_clocks, T4ConnectionFactory connect,
+         T4PacketWriter& writer, const ClockAssignments& assignments, T4StationSettings settings,
+         core::Clock& time, core::LogSink& log);
+  ~T4Host() override;
+
+  // Runs until stop: reads the clock list every cycle, starts a station for a new or changed
+  // clock and stops the station of a clock that left the list.
+  void Run(core::StopSignal& stop);
+
+  // Stores the clock's current punch; throws when it could not (the clock keeps its log).
+  void ReceivedPunch(T4Clock& clock) override;
+  void AutoPolled(T4Clock& clock) override;
+
+  std::vector<ClockStatus> Snapshot() const;
+  int64_t PunchesStored() const { return punches_stored_; }
+
+ private:
+  struct Running {
+    T4ClockEntry entry;
+    std::unique_ptr<T4Station> station;
+  };
+  void Follow(const std::vector<T4ClockEntry>& clocks);
+  std::unique_ptr<T4Station> StartStation(const T4ClockEntry& entry);
+
+  std::function<std::vector<T4ClockEntry>()> read_clocks_;
+  T4ConnectionFactory connect_;
+  T4PacketWriter& writer_;
+  const ClockAssignments& assignments_;
+  T4StationSettings settings_;
+  core::Clock& time_;
+  core::LogSink& log_;
+  mutable std::mutex mutex_;  // guards running_ against Snapshot
+  std::map<int64_t, Running> running_;
+  std::atomic<int64_t> punches_stored_{0};
+};
+
+}  // namespace clockcomm::t4
