@@ -1,41 +1,43 @@
-// The program's side of the ATS conversation against a terminal scripted here with the frame
-// functions: in virtual time over the stub, and once over a pty in real time.
+// The ATS conversation against a terminal scripted here with the frame functions, in virtual time
+// over the stub: the communicator's commands and packet reads, and the driver's call into a real
+// intake, each packet durable before its ACK leaves.
 #include "ats/ats_communicator.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <deque>
-#include <thread>
+#include <functional>
 
 #include "ats/ats_frame.h"
-#include "comm/pty_pair.h"
-#include "comm/serial_connection.h"
-#include "comm/serial_line.h"
-#include "comm/stub_connection.h"
+#include "ats/driver/ats_driver.h"
+#include "ats/driver/ats_family.h"
+#include "comm/stub_line.h"
 #include "core/durable_file.h"
-#include "test_support/temp_dir.h"
+#include "records/intake/call_state.h"
+#include "records/transfer_fixture.h"
 
 namespace clockcomm::ats {
 namespace {
 
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-constexpr int kTerminal = 5;
-
-struct RecordingLog : core::LogSink {
-  std::vector<std::pair<std::string, std::string>> events;
-  std::vector<std::string> screen, debug;
-  void Event(std::string_view type, std::string_view des) override {
-    events.emplace_back(type, des);
-  }
-  void Debug(std::string_view, std::string_view m) override { debug.emplace_back(m); }
-  void Screen(std::string_view m) override { screen.emplace_back(m); }
-};
-
-std::string Reply(bool ack) { return ReplyFrame(kTerminal, 1, ack); }
-std::string Data(std::string_view packet) { return CommandFrame(kTerminal, kTerminal, packet); }
+constexpr int kTerminal = 7;
 const std::string kEotText(1, kEot);
+std::string Data(std::string_view packet) { return CommandFrame(kTerminal, kTerminal, packet); }
+std::string Probe() { return EnquiryFrame(1, kTerminal, kStatusEnquiry); }
+std::string PollFrame() { return EnquiryFrame(1, kTerminal, kPollEnquiry); }
+std::string ProgramReply(bool ack) { return ReplyFrame(1, kTerminal, ack); }
+std::string TerminalReply(bool ack) { return ReplyFrame(kTerminal, 1, ack); }
+
+size_t Count(std::string_view text, std::string_view what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != text.npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
 
 // A terminal behind the stub: answers each frame the program writes, as the protocol has it.
 struct ScriptedTerminal {
@@ -43,117 +45,106 @@ struct ScriptedTerminal {
   int refused_commands = 0;  // commands answered NAK before one is taken
   bool silent = false;       // answers nothing at all
   std::string after_what_are_you = kEotText;
-  std::deque<std::string> poll_answers;  // one per 'P'; "" = silence
+  std::deque<std::string> queue;  // the oldest goes on each poll until an ACK takes it
+  std::function<void()> on_ack;
   int probes = 0;
   std::vector<std::string> commands;
 
   std::string operator()(std::string_view written) {
     if (silent) return {};
-    if (written == EnquiryFrame(1, kTerminal, kStatusEnquiry)) {
-      return Reply(++probes > busy_probes);
+    if (written == Probe()) return TerminalReply(++probes > busy_probes);
+    if (written == PollFrame()) return queue.empty() ? kEotText : queue.front();
+    if (written == ProgramReply(true)) {
+      if (on_ack) on_ack();
+      if (!queue.empty()) queue.pop_front();
+    } else if (written.size() > 5 && written[0] == kSoh) {
+      commands.emplace_back(written.substr(kTypeOffset, written.find(kEtx) - kTypeOffset));
+      const bool taken = static_cast<int>(commands.size()) > refused_commands;
+      return TerminalReply(taken) +
+             (taken && commands.back() == "S00\x1E" ? after_what_are_you : "");
     }
-    if (written == EnquiryFrame(1, kTerminal, kPollEnquiry)) {
-      if (poll_answers.empty()) return kEotText;
-      std::string next = std::move(poll_answers.front());
-      poll_answers.pop_front();
-      return next;
-    }
-    if (!written.empty() && written[0] == kSoh && written.size() > 5) {
-      const std::string command(written.substr(kTypeOffset, written.find(kEtx) - kTypeOffset));
-      commands.push_back(command);
-      if (static_cast<int>(commands.size()) <= refused_commands) return Reply(false);
-      return Reply(true) + (command == std::string("S00") + kRs ? after_what_are_you : "");
-    }
-    return {};  // ACK / NAK replies of the program
+    return {};
   }
 };
 
-class CommunicatorTest : public ::testing::Test {
+// An E-Series punch frame of the badge.
+std::string Punch(const std::string& badge) {
+  return Data("PN0010" + std::string(1, kRs) + badge + kRs + "2410201224");
+}
+
+struct NullScreen : terminal::ScreenSink {
+  void Line(std::string_view) override {}
+  void Status(std::string_view) override {}
+  void AppendStatus(std::string_view) override {}
+};
+
+class ATSTest : public ::testing::Test, public records::test_support::TransferFixture {
  protected:
-  CommunicatorTest() {
+  ATSTest() {
     stub.SetResponder([this](std::string_view w) { return terminal(w); });
+    companies.Initialize(registry_path);
+    std::filesystem::create_directory(dir.path() / "data");
   }
-  core::ManualClock clock;
-  comm::StubConnection stub{{}, &clock};
+  std::string LastWritten() const { return stub.Written().substr(stub.Written().size() - 5); }
+
+  comm::StubLine line{{}, &clock};
+  comm::StubConnection& stub = line.Stub();
   core::StopSignal stop;
-  RecordingLog log;
-  test::TempDir dir;
   DataSentLog sent{dir.path(), clock, log};
   ATSSerialConnection connection{stub, clock, stop, kTerminal, "Front", "/dev/ttyS0"};
   ScriptedTerminal terminal;
   ATSCommunicator comm{connection, kTerminal, clock, log, stop, sent};
-
-  size_t Count(std::string_view what) const {
-    const std::string written = stub.Written();
-    size_t n = 0;
-    for (size_t at = written.find(what); at != std::string::npos; at = written.find(what, at + 1))
-      ++n;
-    return n;
-  }
+  // The driver's call.
+  records::CompanyFactory companies{log, dir.path()};
+  records::CallIntake intake{
+      {dir.path() / "data", dir.path(), registry_path}, companies, log, clock};
+  NullScreen screen;
+  terminal::CallController controller{clock, log, screen};
+  records::TerminalData data{companies, log};
 };
 
-TEST_F(CommunicatorTest, CommandsAreSentOnceTakenAndLoggedBeforeSending) {
-  struct Row {
+TEST_F(ATSTest, CommandsWaitForReadinessGoAgainWhenRefusedAndAreLoggedEachTime) {
+  const struct {
     int busy_probes, refused;
-    size_t probes, frames;
-  };
-  const Row rows[] = {
-      {0, 0, 1, 1},
-      {5, 0, 6, 1},  // busy for five probes, then ready: the command goes once
-      {0, 1, 2, 2},  // NAKed, then taken at the next attempt
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.busy_probes * 10 + row.refused);
-    terminal = ScriptedTerminal{.busy_probes = row.busy_probes, .refused_commands = row.refused};
-    const std::string before = stub.Written();
+    size_t probes, frames;  // written
+  } rows[] = {{5, 0, 6, 1}, {0, 1, 2, 2}};
+  for (const auto& [busy, refused, probes, frames] : rows) {
+    terminal = ScriptedTerminal{.busy_probes = busy, .refused_commands = refused};
+    const size_t before = stub.Written().size();
     ASSERT_TRUE(comm.LockATSClock());
-    const std::string written = stub.Written().substr(before.size());
-    auto count = [&](const std::string& what) {
-      size_t n = 0;
-      for (size_t at = written.find(what); at != std::string::npos; at = written.find(what, at + 1))
-        ++n;
-      return n;
-    };
-    EXPECT_EQ(count(EnquiryFrame(1, kTerminal, kStatusEnquiry)), row.probes);
-    EXPECT_EQ(count(CommandFrame(1, kTerminal, "O00")), row.frames);
+    const std::string written = stub.Written().substr(before);
+    EXPECT_EQ(Count(written, Probe()), probes) << busy << refused;
+    EXPECT_EQ(Count(written, CommandFrame(1, kTerminal, "O00")), frames) << busy << refused;
   }
+  // The clock type is asked once; an E-Series terminal's status packet is acknowledged.
+  EXPECT_EQ(comm.GetClockType(), "CyberSeries");
+  EXPECT_EQ(comm.GetClockType(), "CyberSeries");
+  ATSCommunicator eseries{connection, kTerminal, clock, log, stop, sent};
+  terminal.after_what_are_you = Data("SR0001");
+  EXPECT_EQ(eseries.GetClockType(), "ESeries");
+  EXPECT_EQ(LastWritten(), ProgramReply(true));
   EXPECT_TRUE(log.events.empty());
   const std::string logged = core::ReadWholeFile(dir.path() / DataSentLog::kFileName);
-  EXPECT_THAT(logged, HasSubstr("2009-10-20 00:00"));
-  EXPECT_EQ(std::count(logged.begin(), logged.end(), '\n'), 4);
+  EXPECT_THAT(logged, HasSubstr("2009-10-21 09:00"));
+  EXPECT_EQ(std::count(logged.begin(), logged.end(), '\n'), 5);
 }
 
-TEST_F(CommunicatorTest, ANeverReadyTerminalGetsNoCommandAndIsReported) {
+TEST_F(ATSTest, ANeverReadyTerminalGetsNoCommandAndIsReported) {
   terminal.silent = true;
   const auto start = clock.Steady();
   EXPECT_FALSE(comm.UnlockATSClock());
-  EXPECT_EQ(Count(EnquiryFrame(1, kTerminal, kStatusEnquiry)), 20u * 20u);
-  EXPECT_EQ(Count(CommandFrame(1, kTerminal, "O10")), 0u);
+  EXPECT_EQ(Count(stub.Written(), Probe()), 20u * 20u);
+  EXPECT_EQ(Count(stub.Written(), CommandFrame(1, kTerminal, "O10")), 0u);
   // 20 attempts of 20 probes of 20 reads of 10 ms, and 19 rests of 100 ms between them.
   EXPECT_EQ(clock.Steady() - start, std::chrono::milliseconds(20 * 20 * 20 * 10 + 19 * 100));
-  ASSERT_EQ(log.events.size(), 1u);
-  EXPECT_EQ(log.events[0].first, "Terminal Not Ready - Command Not Sent");
-  ASSERT_EQ(log.screen.size(), 1u);
-  EXPECT_THAT(log.screen[0], HasSubstr("Terminal Not Ready - Command Not Sent"));
+  EXPECT_THAT(log.events,
+              ElementsAre("Terminal Not Ready - Command Not Sent: Clock 7, command O10"));
+  EXPECT_THAT(log.screen, ElementsAre(HasSubstr("Terminal Not Ready - Command Not Sent")));
   EXPECT_LT(stub.ReadCalls(), 1000);  // every wait blocked; none spun
 }
 
-TEST_F(CommunicatorTest, ClockTypeIsAskedOnceAndTheStatusPacketAcknowledged) {
-  EXPECT_EQ(comm.GetClockType(), "CyberSeries");
-  EXPECT_EQ(comm.GetClockType(), "CyberSeries");
-  EXPECT_EQ(terminal.commands.size(), 1u);
-
-  ATSCommunicator other{connection, kTerminal, clock, log, stop, sent};
-  terminal.after_what_are_you = Data("SR0001");
-  EXPECT_EQ(other.GetClockType(), "ESeries");
-  EXPECT_EQ(stub.Written().substr(stub.Written().size() - 5), ReplyFrame(1, kTerminal, true));
-}
-
-TEST_F(CommunicatorTest, GetPacketOutcomes) {
-  const std::string punch = Data(
-      "PN0010\x1E"
-      "12\x1E"
-      "2010201224");
+TEST_F(ATSTest, GetPacketOutcomes) {
+  const std::string punch = Punch("12");
   std::string bad_lrc = punch;
   bad_lrc[bad_lrc.size() - 2] ^= 1;
   struct Row {
@@ -163,116 +154,96 @@ TEST_F(CommunicatorTest, GetPacketOutcomes) {
     std::string result;
     std::string replies;  // the program's ACK/NAK frames, in order
     terminal::InputCounters counters;
+    bool stored = true;  // what the store says of a good frame
   };
-  const std::string ack = ReplyFrame(1, kTerminal, true), nak = ReplyFrame(1, kTerminal, false);
+  const std::string ack = ProgramReply(true), nak = ProgramReply(false);
   const Row rows[] = {
-      {"good", {punch}, "", punch, ack, {}},
       {"in pieces", {punch.substr(0, 7), punch.substr(7)}, "", punch, ack, {}},
-      {"bad LRC then good", {bad_lrc}, punch, punch, nak + ack, {.bad_block_check = 1}},
       {"cut short then good", {punch.substr(0, 9)}, punch, punch, nak + ack, {.bad_length = 1}},
       {"silent", {}, "", "", "", {.timeouts = 1}},
       {"bare EOT", {kEotText}, "", "", "", {}},
       {"garbage first", {"x" + punch}, punch, punch, nak + ack, {.bad_block_check = 1}},
       {"broken every time", {bad_lrc}, bad_lrc, "", nak + nak + nak + nak, {.bad_block_check = 4}},
+      {"refused by the store", {punch}, "", "", nak, {}, false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    core::ManualClock row_clock;
-    comm::StubConnection line({}, &row_clock);
+    comm::StubConnection line({}, &clock);
     for (const auto& a : row.answers) line.Push(a);
     line.SetResponder([&](std::string_view w) { return w == nak ? row.resent : ""; });
-    ATSLineConnection c(line, row_clock, stop, kTerminal, "Front");
-    ATSCommunicator ats(c, kTerminal, row_clock, log, stop, sent);
-    const auto start = row_clock.Steady();
-    EXPECT_EQ(ats.GetPacket(true), row.result);
+    ATSLineConnection c(line, clock, stop, kTerminal, "Front");
+    ATSCommunicator ats(c, kTerminal, clock, log, stop, sent);
+    const auto start = clock.Steady();
+    const auto store = [&](const std::string&) {
+      // Stored before the terminal hears of it: only the replies to broken frames went before.
+      EXPECT_EQ(line.Written(), row.replies.substr(0, row.replies.size() - 5));
+      return row.stored;
+    };
+    EXPECT_EQ(ats.GetPacket(true, store), row.result);
+    EXPECT_EQ(ats.StoreRefused(), !row.stored);
     EXPECT_EQ(line.Written(), row.replies);
     EXPECT_EQ(ats.Counters(), row.counters);
     // A silent terminal ends a read within a few seconds.
-    EXPECT_LE(row_clock.Steady() - start, std::chrono::milliseconds(1500));
+    EXPECT_LE(clock.Steady() - start, std::chrono::milliseconds(1500));
   }
 }
 
-TEST_F(CommunicatorTest, StoreRunsBeforeTheAckAndARefusalIsNaked) {
-  const std::string punch = Data("PK2410201224");
-  for (const bool stored : {true, false}) {
-    terminal.poll_answers = {punch};
-    const size_t before = stub.Written().size();
-    comm.Poll();
-    bool called = false;
-    const std::string got = comm.GetPacket(true, [&](const std::string& frame) {
-      called = true;
-      EXPECT_EQ(frame, punch);
-      EXPECT_EQ(stub.Written().substr(before), EnquiryFrame(1, kTerminal, kPollEnquiry));
-      return stored;
-    });
-    EXPECT_TRUE(called);
-    EXPECT_EQ(got, stored ? punch : "");
-    EXPECT_EQ(comm.StoreRefused(), !stored);
-    EXPECT_EQ(stub.Written().substr(stub.Written().size() - 5), ReplyFrame(1, kTerminal, stored));
-  }
-}
-
-TEST_F(CommunicatorTest, PacketsAreClassifiedAndUnknownOnesReportedAndAcknowledged) {
-  const std::pair<std::string, PacketKind> rows[] = {
+TEST(ATSPackets, PunchesKnownAndUnknownTypes) {
+  const std::pair<std::string, PacketKind> kinds[] = {
       {"PN001", PacketKind::kPunch}, {"PB24", PacketKind::kPunch},  {"PK24", PacketKind::kPunch},
       {"SR01", PacketKind::kKnown},  {"BS", PacketKind::kKnown},    {"MB", PacketKind::kKnown},
       {"PX", PacketKind::kUnknown},  {"ZZ9", PacketKind::kUnknown}, {"P", PacketKind::kUnknown},
   };
-  for (const auto& [packet, kind] : rows) EXPECT_EQ(ClassifyPacket(Data(packet)), kind) << packet;
-
-  const std::string odd = Data("QQ123");
-  terminal.poll_answers = {odd};
-  comm.Poll();
-  EXPECT_EQ(comm.GetPacket(true), odd);
-  ASSERT_EQ(log.events.size(), 1u);
-  EXPECT_EQ(log.events[0].first, "Unknown Packet Recieved");
-  EXPECT_EQ(log.events[0].second, "Unknown ATS Packet (Clock 5):" + odd.substr(8));
-  EXPECT_EQ(comm.Counters().unknown_packets, 1u);
-  EXPECT_EQ(stub.Written().substr(stub.Written().size() - 5), ReplyFrame(1, kTerminal, true));
+  for (const auto& [packet, kind] : kinds) EXPECT_EQ(ClassifyPacket(Data(packet)), kind) << packet;
 }
 
-// Over a real line in real time: a terminal on the pty's far end, on its own thread, answers each
-// frame the program writes once its EOT has arrived.
-TEST(CommunicatorOverPty, LockPollAndAcknowledge) {
-  auto pty = comm::PtyPair::Open();
-  comm::SerialLine serial;
-  serial.SetSettings(kATSLineSettings);
-  serial.Open(pty.SlavePath());
-  auto far = pty.TakeMaster();
-  comm::SerialConnection line(serial);
-  core::SystemClock clock;
-  core::StopSignal stop;
-  core::NullLogSink log;
-  DataSentLog sent({}, clock, log);
-  ATSSerialConnection connection(line, clock, stop, kTerminal, "Front", pty.SlavePath());
-  ATSCommunicator comm(connection, kTerminal, clock, log, stop, sent);
-  const std::string punch = Data(
-      "PN0010\x1E"
-      "12\x1E"
-      "2010201224");
+TEST_F(ATSTest, TheDriverKeepsEveryPacketBeforeItsAckAndDeliversThePunches) {
+  // What the terminal forgets at each ACK is already stored, and the call's file durable.
+  std::vector<int> records_at_ack;
+  std::vector<bool> pending_at_ack;
+  terminal.on_ack = [&] {
+    records_at_ack.push_back(intake.RecordCount());
+    pending_at_ack.push_back(
+        std::filesystem::exists(records::StateMarker(intake.File(), records::CallState::kPending)));
+  };
+  terminal.queue = {Punch("12"), Data("SR01"), Data("QQ"), Punch("bad"), Punch("13")};
+  const auto driver = ATSFamily().make_driver({{}, line, controller, intake, data});
+  EXPECT_EQ(driver->PortSettings(), "9600,O,7,2");
+  EXPECT_TRUE(driver->Poll({"Front", "", "7", terminal::TerminalType::kAtsESeries}, ""));
+  EXPECT_TRUE(terminal.queue.empty());
+  EXPECT_EQ(records_at_ack, (std::vector<int>{1, 1, 1, 1, 2}));
+  EXPECT_EQ(pending_at_ack, std::vector<bool>(5, true));
+  EXPECT_EQ(Rows("[Card ID]"), (std::vector<std::string>{"12", "13"}));
+  EXPECT_TRUE(driver->LastCallSucceeded());
+  EXPECT_EQ(driver->LastClockName(), "Front");
+  EXPECT_THAT(log.events, Contains("Unknown Packet Recieved: Unknown ATS Packet (Clock 7):" +
+                                   Data("QQ").substr(kTypeOffset))
+                              .Times(1));
+  const auto written = stub.Written();
+  // Locked before the first poll, unlocked after the last.
+  EXPECT_LT(written.find(CommandFrame(1, kTerminal, "O00")), written.find(PollFrame()));
+  EXPECT_GT(written.find(CommandFrame(1, kTerminal, "O10")), written.rfind(PollFrame()));
+  std::vector<std::filesystem::path> kept;
+  for (const auto& e : std::filesystem::directory_iterator(dir.path() / "data")) {
+    if (e.path().extension() == ".BAD") kept.push_back(e.path());
+  }
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_THAT(core::ReadWholeFile(kept[0]),
+              AllOf(HasSubstr("unknown ATS packet"), HasSubstr("bad badge")));
+}
 
-  std::string heard;
-  std::thread terminal([&] {
-    ScriptedTerminal script{.busy_probes = 2, .poll_answers = {punch}};
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    std::string partial;
-    while (heard.find(ReplyFrame(1, kTerminal, true)) == std::string::npos &&
-           far->WaitForInput(until, {}) == comm::WaitResult::kReadable) {
-      const std::string text = far->Read();
-      heard += text;
-      partial += text;
-      for (size_t eot; (eot = partial.find(kEot)) != std::string::npos;) {
-        far->WriteText(script(partial.substr(0, eot + 1)));
-        partial.erase(0, eot + 1);
-      }
-    }
-  });
-  EXPECT_TRUE(comm.Connect());
-  EXPECT_TRUE(comm.LockATSClock());
-  comm.Poll();
-  EXPECT_EQ(comm.GetPacket(true), punch);
-  terminal.join();
-  EXPECT_THAT(heard, HasSubstr(CommandFrame(1, kTerminal, "O00")));
+TEST_F(ATSTest, BadAddressesAndAMissingReaderFailTheDriversCallWithoutAcknowledging) {
+  for (const char* id : {"95", "x", "-1"}) {
+    const auto driver = ATSFamily().make_driver({{}, line, controller, intake, data});
+    EXPECT_FALSE(driver->Poll({"Front", "", id}, "")) << id;
+    EXPECT_EQ(stub.Written(), "") << id;
+  }
+  terminal.queue = {Punch("12")};
+  ATSDriver driver({{}, line, controller, intake, data}, {});
+  EXPECT_FALSE(driver.Poll({"Front", "", "7"}, ""));
+  EXPECT_EQ(terminal.queue.size(), 1u);  // refused: still on the terminal
+  EXPECT_EQ(RowCount(), 0);
+  EXPECT_THAT(stub.Written(), HasSubstr(ProgramReply(false)));
 }
 
 }  // namespace

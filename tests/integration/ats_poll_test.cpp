@@ -143,6 +143,7 @@ TEST_F(ATSPollTest, OverTcpAFailedTerminalNeverStopsTheListAndADroppedLineLosesN
   // The packet in flight when the line dropped is stored but unacknowledged: the terminal still
   // holds it, and the next poll finds it already in.
   EXPECT_GE(first + static_cast<int64_t>(dropping.PendingPunches().size()), 6);
+  EXPECT_FALSE(dropping.PendingPunches().empty()) << "the line dropped before the poll's end";
   EXPECT_TRUE(runner->PollLocations({Location(at(dropping_port), 3)})) << screen_.All();
   EXPECT_TRUE(dropping.PendingPunches().empty());
   EXPECT_EQ(Rows(), 6);
