@@ -209,6 +209,16 @@ int RunAts(AtsOptions& o, core::StopSignal& stop) {
     std::cout << "ATS terminal ready on " << pair.SlavePath() << std::endl;
     while (!stop.Requested()) {
       const auto outcome = terminal.Serve(*line, o.once);
+      if (o.once) {
+        // The program still has to read the unlock's reply: a pty that went away now would take
+        // it along. Leave once the program has closed its end (or after a while).
+        pair.ReleaseSlave();
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        try {
+          while (line->WaitForInput(until, {&stop}) == comm::WaitResult::kReadable) line->Read();
+        } catch (const comm::ConnectionClosedError&) {
+        }
+      }
       if (o.once || outcome != sim::ServeOutcome::kUnlocked) break;
     }
   } else {
