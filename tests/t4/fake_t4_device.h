@@ -1,11 +1,10 @@
-// An in-process T4 terminal: an attendance log, a record count, failures and slow calls on
-// demand per operation, and a queue of real-time transactions handed out by PumpEvents.
+// An in-process T4 terminal: an attendance log, failures and slow calls on demand per operation,
+// and a queue of real-time transactions handed out by PumpEvents.
 #pragma once
 
 #include <chrono>
 #include <deque>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,18 +17,13 @@ class FakeT4Device : public IT4Device {
  public:
   explicit FakeT4Device(core::ManualClock& clock) : clock_(clock) {}
 
-  // --- the terminal, as a test sets it up
-  bool tft = false;                   // reports enrolment numbers as text
-  std::vector<AttTransaction> log;    // the attendance log (enroll_number decimal on numeric ones)
-  std::optional<int> record_count;    // what GetDeviceStatus(6) says; the log's size when unset
-  std::deque<AttTransaction> events;  // real-time transactions not yet pumped
-  std::map<std::string, int> failures;               // operation -> error code it fails with
+  bool tft = false;                     // reports enrolment numbers as text
+  std::vector<AttTransaction> log;      // the attendance log; its size is the record count
+  std::deque<AttTransaction> events;    // real-time transactions not yet pumped
+  std::map<std::string, int> failures;  // operation -> error code it fails with
   std::map<std::string, std::chrono::seconds> slow;  // operation -> virtual time it takes
-  // --- what the program did
   std::vector<std::string> calls;  // operations in order; EnableDevice as "EnableDevice(0|1)"
-  std::string host;
-  int port = 0;
-  int mask = 0;  // the last RegEvent's
+  int mask = 0;                    // the last RegEvent's
 
   // A punch as the terminal makes it: stored, then sent in real time.
   void Punch(const AttTransaction& t) {
@@ -37,58 +31,42 @@ class FakeT4Device : public IT4Device {
     events.push_back(t);
   }
 
-  bool Connect_Net(const std::string& ip, int p) override {
-    host = ip;
-    port = p;
-    return Call("Connect_Net");
-  }
+  bool Connect_Net(const std::string&, int) override { return Call("Connect_Net"); }
   void Disconnect() override { calls.push_back("Disconnect"); }
   bool IsTFTMachine(int) override { return Call("IsTFTMachine") && tft; }
-
   bool ReadGeneralLogData(int) override {
-    if (!Call("ReadGeneralLogData")) return false;
     buffer_.assign(log.begin(), log.end());
-    return true;
+    return Call("ReadGeneralLogData");
   }
-  bool SSR_GetGeneralLogData(int, std::string& enroll_number, int& verify_mode, int& in_out_mode,
-                             int& year, int& month, int& day, int& hour, int& minute, int& second,
+  bool SSR_GetGeneralLogData(int, std::string& badge, int& verify, int& state, int& year,
+                             int& month, int& day, int& hour, int& minute, int& second,
                              int& work_code) override {
-    AttTransaction e;
-    if (!NextEntry("SSR_GetGeneralLogData", e)) return false;
-    enroll_number = e.enroll_number;
-    verify_mode = e.verify_method, in_out_mode = e.att_state, work_code = e.work_code;
-    year = e.year, month = e.month, day = e.day, hour = e.hour, minute = e.minute;
-    second = e.second;
+    return Next("SSR_GetGeneralLogData", badge, verify, state, year, month, day, hour, minute,
+                second, work_code);
+  }
+  bool GetGeneralExtLogData(int, long& badge, int& verify, int& state, int& year, int& month,
+                            int& day, int& hour, int& minute, int& second, int& work_code,
+                            int& reserved) override {
+    std::string text;
+    if (!Next("GetGeneralExtLogData", text, verify, state, year, month, day, hour, minute, second,
+              work_code)) {
+      return false;
+    }
+    badge = std::stol(text), reserved = 0;
     return true;
   }
-  bool GetGeneralExtLogData(int, long& enroll_number, int& verify_mode, int& in_out_mode, int& year,
-                            int& month, int& day, int& hour, int& minute, int& second,
-                            int& work_code, int& reserved) override {
-    AttTransaction e;
-    if (!NextEntry("GetGeneralExtLogData", e)) return false;
-    enroll_number = std::stol(e.enroll_number);
-    verify_mode = e.verify_method, in_out_mode = e.att_state, work_code = e.work_code;
-    year = e.year, month = e.month, day = e.day, hour = e.hour, minute = e.minute;
-    second = e.second;
-    reserved = 0;
-    return true;
-  }
-
-  bool GetDeviceStatus(int, int status, int& value) override {
-    if (!Call("GetDeviceStatus")) return false;
-    value =
-        status == kAttendanceRecordCount ? record_count.value_or(static_cast<int>(log.size())) : 0;
-    return true;
+  bool GetDeviceStatus(int, int, int& value) override {
+    value = static_cast<int>(log.size());
+    return Call("GetDeviceStatus");
   }
   bool ClearGLog(int) override {
     if (!Call("ClearGLog")) return false;
     log.clear();
-    record_count.reset();
     return true;
   }
   bool ClearSLog(int) override { return Call("ClearSLog"); }
-  bool EnableDevice(int, bool enabled) override {
-    return Call(enabled ? "EnableDevice(1)" : "EnableDevice(0)");
+  bool EnableDevice(int, bool on) override {
+    return Call(on ? "EnableDevice(1)" : "EnableDevice(0)");
   }
   bool GetDeviceTime(int, core::DateTime& time) override {
     time = clock_.Now();
@@ -104,14 +82,11 @@ class FakeT4Device : public IT4Device {
   // Hands every queued transaction to the handler (dropped when none is set, as a terminal's
   // send-once events are), then returns as if the deadline had passed.
   PumpResult PumpEvents(comm::SteadyTime, const comm::WakeSet& wake) override {
-    while (!events.empty()) {
-      const AttTransaction t = events.front();
-      events.pop_front();
-      if (handler_) handler_(t);
+    for (; !events.empty(); events.pop_front()) {
+      if (handler_) handler_(events.front());
     }
     return wake.AnyRequested() ? PumpResult::kWoken : PumpResult::kDeadline;
   }
-
   void GetLastError(int& error_code) override { error_code = last_error_; }
 
  private:
@@ -124,10 +99,15 @@ class FakeT4Device : public IT4Device {
     last_error_ = f == failures.end() ? 1 : f->second;
     return f == failures.end();
   }
-  bool NextEntry(const std::string& name, AttTransaction& e) {
+
+  bool Next(const char* name, std::string& badge, int& verify, int& state, int& year, int& month,
+            int& day, int& hour, int& minute, int& second, int& work_code) {
     if (!Call(name) || buffer_.empty()) return false;
-    e = buffer_.front();
+    const AttTransaction e = buffer_.front();
     buffer_.pop_front();
+    badge = e.enroll_number, verify = e.verify_method, state = e.att_state;
+    year = e.year, month = e.month, day = e.day, hour = e.hour, minute = e.minute;
+    second = e.second, work_code = e.work_code;
     return true;
   }
 

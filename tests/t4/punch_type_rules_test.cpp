@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "core/text.h"
 #include "records/transfer_fixture.h"
 
 namespace clockcomm::t4 {
@@ -56,77 +57,55 @@ TEST(PunchTypeRulesTest, ValidTypesAreTheWordsOfTheList) {
 }
 
 // The final type with rules 3=LR, 4=XX, 5=to and a real company database holding the employee's
-// earlier punches; the punch is badge 1234's at 2009-10-21 12:00.
+// earlier punches; the punch is badge 1234's at 2009-10-21 12:00. The history is written as
+// "[badge]TYPE" then "@HH:MM" (in columns), ">HH:MM" (out columns) or "=HH:MM" (both), that day.
 TEST(PunchTypeRulesTest, FinalTypeFromRuleInOutKeyOrTheDaysEarlierPunches) {
-  struct Row {
-    long badge;
-    const char* type;
-    const char* date_in;  // day of October 2009; null for none
-    const char* time_in;
-    const char* date_out = nullptr;
-    const char* time_out = nullptr;
-  };
   struct Case {
     const char* legend;
     const char* assignment;
     long in_out, work_code;
-    std::vector<Row> history;
+    const char* history;
     const char* expected;
   };
-  const Row in_at_8{1234, "I", "21", "08:00:00"};
   const Case cases[] = {
-      {"no punch yet", "Front", 0, 0, {}, "I"},
-      {"in earlier", "Front", 0, 0, {in_at_8}, "O"},
-      {"out last, kept in the out columns",
-       "Front",
-       0,
-       0,
-       {in_at_8, {1234, "O", nullptr, nullptr, "21", "11:00:00"}},
-       "I"},
-      {"lunch out", "Front", 0, 0, {{1234, "LO", "21", "11:30:00"}}, "LI"},
-      {"break out", "Front", 0, 0, {{1234, "BO", "21", "10:00:00"}}, "BI"},
-      {"a switch", "Front", 0, 0, {{1234, "SW", "21", "09:00:00", "21", "09:00:00"}}, "O"},
-      {"its own moment", "Front", 0, 0, {{1234, "I", "21", "12:00:00"}}, "I"},
-      {"another badge", "Front", 0, 0, {{99, "I", "21", "08:00:00"}}, "I"},
-      {"an amount after the in", "Front", 0, 0, {in_at_8, {1234, "T", "21", "09:00:00"}}, "O"},
+      {"no punch yet", "Front", 0, 0, "", "I"},
+      {"in earlier", "Front", 0, 0, "I@08:00", "O"},
+      {"out last, kept in the out columns", "Front", 0, 0, "I@08:00 O>11:00", "I"},
+      {"lunch out", "Front", 0, 0, "LO@11:30", "LI"},
+      {"break out", "Front", 0, 0, "BO@10:00", "BI"},
+      {"a switch", "Front", 0, 0, "SW=09:00", "O"},
+      {"its own moment", "Front", 0, 0, "I@12:00", "I"},
+      {"another badge", "Front", 0, 0, "99I@08:00", "I"},
+      {"an amount after the in", "Front", 0, 0, "I@08:00 T@09:00", "O"},
       // Rows of one moment count in the order written.
-      {"an out, then an in",
-       "Front",
-       0,
-       0,
-       {{1234, "O", nullptr, nullptr, "21", "11:00:00"}, {1234, "I", "21", "11:00:00"}},
-       "O"},
-      {"an in, then an out",
-       "Front",
-       0,
-       0,
-       {{1234, "I", "21", "11:00:00"}, {1234, "O", nullptr, nullptr, "21", "11:00:00"}},
-       "I"},
-      {"a valid rule wins", "Front", 1, 3, {in_at_8}, "LR"},
-      {"an invalid rule", "Front", 0, 4, {in_at_8}, "O"},
-      {"rules off for the clock", "Front, usepunchtype=false", 0, 3, {in_at_8}, "O"},
-      {"in/out key: out", "Front, in/out=true", 1, 0, {}, "O"},
-      {"in/out key: in, even when in", "Front, in/out=true", 0, 0, {in_at_8}, "I"},
-      {"in/out key: break out", "Front, in/out=true", 2, 0, {}, "BO"},
-      {"in/out key without meaning", "Front, in/out=true", 9, 0, {in_at_8}, "O"},
-      {"switch: an in while in", "Front, in/out,switch=true", 0, 0, {in_at_8}, "SW"},
-      {"switch: an in while out", "Front, in/out,switch=true", 0, 0, {}, "I"},
+      {"an out, then an in", "Front", 0, 0, "O>11:00 I@11:00", "O"},
+      {"an in, then an out", "Front", 0, 0, "I@11:00 O>11:00", "I"},
+      {"a valid rule wins", "Front", 1, 3, "I@08:00", "LR"},
+      {"an invalid rule", "Front", 0, 4, "I@08:00", "O"},
+      {"rules off for the clock", "Front, usepunchtype=false", 0, 3, "I@08:00", "O"},
+      {"in/out key: out", "Front, in/out=true", 1, 0, "", "O"},
+      {"in/out key: in, even when in", "Front, in/out=true", 0, 0, "I@08:00", "I"},
+      {"in/out key: break out", "Front, in/out=true", 2, 0, "", "BO"},
+      {"in/out key without meaning", "Front, in/out=true", 9, 0, "I@08:00", "O"},
+      {"switch: an in while in", "Front, in/out,switch=true", 0, 0, "I@08:00", "SW"},
+      {"switch: an in while out", "Front, in/out,switch=true", 0, 0, "", "I"},
   };
   records::test_support::TransferFixture site;
   std::ofstream(site.dir.path() / kPunchTypeRulesFile) << "3=LR\n4=XX\n5=to\n";
   const PunchTypeRules rules(site.dir.path(), site.log);
-  auto text = [](const char* s, const char* prefix) {
-    return s ? db::Value(std::string(prefix) + s) : db::Value();
-  };
   for (const auto& c : cases) {
     auto db = site.OpenCompanyDb();
     db->Execute("DELETE FROM [Clock Data Table]");
-    for (const Row& r : c.history) {
+    for (const std::string& row : core::Split(c.history, ' ')) {
+      if (row.empty()) continue;
+      const size_t type = row.find_first_not_of("0123456789"), at = row.find_first_of("@>=");
+      const db::Value none, date("2009-10-21"), time(row.substr(at + 1) + ":00");
+      const bool in = row[at] != '>', out = row[at] != '@';
       db->Execute(
           "INSERT INTO [Clock Data Table] ([Card ID], [Punch Type], [Date In], [Time In], "
           "[Date Out], [Time Out]) VALUES (?, ?, ?, ?, ?, ?)",
-          {static_cast<int64_t>(r.badge), r.type, text(r.date_in, "2009-10-"), text(r.time_in, ""),
-           text(r.date_out, "2009-10-"), text(r.time_out, "")});
+          {int64_t{type > 0 ? std::stol(row) : 1234}, row.substr(type, at - type), in ? date : none,
+           in ? time : none, out ? date : none, out ? time : none});
     }
     ClockAssignment clock;
     std::string error;
