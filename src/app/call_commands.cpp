@@ -8,6 +8,7 @@
 #include "app/echoing_log.h"
 #include "app/families.h"
 #include "app/signal_watcher.h"
+#include "app/t4_site.h"
 #include "core/errors.h"
 #include "core/text.h"
 #include "db/open.h"
@@ -19,6 +20,10 @@
 
 namespace clockcomm::app {
 namespace {
+
+bool IsT4Line(const CallSession& session) {
+  return ServedByT4Host(session.Config().Comm().terminal_type);
+}
 
 struct HostOptions {
   std::string port;
@@ -67,6 +72,16 @@ bool Host(CallSession& session, shell::LineRunner& runner, bool once, bool sched
 void RunHost(const GlobalOptions& options, const HostOptions& host) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
+  if (IsT4Line(session)) {
+    if (!host.port.empty() || host.once) {
+      throw core::ArgumentException(
+          "Terminal type 2 (Fingerprint) hosts the T4 clock list: no --port, no --once.", "port");
+    }
+    SignalWatcher signals([&] { session.Controller().PressEnd(); });
+    T4Site(session, session.Config().Comm().connection_type)
+        .Host(session.Controller().EndCommLoop());
+    return;
+  }
   auto runner = session.MakeRunner(session.LoopSettings(host.port));
   SignalWatcher signals([&] { session.Controller().PressEnd(); });
   if (!Host(session, *runner, host.once, host.scheduled)) throw CLI::RuntimeError(1);
@@ -117,9 +132,27 @@ std::vector<shell::PollRow> SelectLocations(CallSession& session,
   return chosen;
 }
 
+// A T4 line polls the T4 clock list, not the poll list: once, or (timed) every host cycle.
+void PollT4(CallSession& session, const PollOptions& poll) {
+  if (!poll.locations.empty() || !poll.port.empty()) {
+    throw core::ArgumentException(
+        "Terminal type 2 (Fingerprint) polls the T4 clock list (`t4 clocks list`); name no "
+        "locations and no port.",
+        "locations");
+  }
+  T4Site site(session, session.Config().Comm().connection_type);
+  SignalWatcher signals([&] { session.Controller().PressEnd(); });
+  if (poll.timed) {
+    site.Host(session.Controller().EndCommLoop());
+  } else if (!site.PollAll()) {
+    throw CLI::RuntimeError(1);
+  }
+}
+
 void RunPoll(const GlobalOptions& options, const PollOptions& poll) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
+  if (IsT4Line(session)) return PollT4(session, poll);
   auto runner = session.MakeRunner(session.LoopSettings(poll.port));
   if (poll.timed) {
     if (!poll.locations.empty()) {
@@ -217,7 +250,14 @@ void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
 void RunAuto(const GlobalOptions& options, const std::string& port) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
-  auto runner = session.MakeRunner(session.LoopSettings(port));
+  // A T4 line keeps the T4 clock list connected between the begin and end times, either mode.
+  std::unique_ptr<T4Site> t4_site;
+  std::unique_ptr<shell::LineRunner> runner;
+  if (IsT4Line(session)) {
+    t4_site = std::make_unique<T4Site>(session, session.Config().Comm().connection_type);
+  } else {
+    runner = session.MakeRunner(session.LoopSettings(port));
+  }
   const auto& comm = session.Config().Comm();
   const shell::AutoStartMode mode = shell::AutoStartModeFromSetting(comm.auto_start_mode);
   if (mode == shell::AutoStartMode::kNone) {
@@ -235,6 +275,7 @@ void RunAuto(const GlobalOptions& options, const std::string& port) {
                               session.Controller().EndCommLoop());
   auto_start.Run([&](const shell::AutoStartRun& run) {
     if (shutdown) return;
+    if (t4_site) return t4_site->Host(session.Controller().EndCommLoop(), run.end_deadline);
     runner->SetAutoStart(run.mode, run.end_time);
     if (run.mode == shell::AutoStartMode::kPoll) {
       TimedPoll(session, *runner, run.end_deadline);

@@ -48,6 +48,10 @@ std::unique_ptr<shell::LineRunner> CallSession::MakeRunner(shell::LineSettings s
   if (auto reason = UnservedLine(settings.terminal_type, settings.connection_type)) {
     throw core::InvalidOperationException(*reason);
   }
+  if (ServedByT4Host(settings.terminal_type)) {
+    throw core::InvalidOperationException(
+        "Terminal type 2 (Fingerprint) is served by the T4 host: `clockcomm t4 host`.");
+  }
   shell::ReportConfigurationWarnings(config_->Warnings(), logs_, std::cerr);
   return std::make_unique<shell::LineRunner>(std::move(settings), Families(), controller_,
                                              services_);

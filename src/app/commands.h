@@ -20,7 +20,7 @@ void RegisterTransferCommands(CLI::App& app, const GlobalOptions& options);
 
 // host, poll, poll-list
 void RegisterCallCommands(CLI::App& app, const GlobalOptions& options);
-// t4 clocks add|list|remove, t4 tasks add|list
+// t4 host, t4 clocks add|list|remove, t4 tasks add|list
 void RegisterT4Commands(CLI::App& app, const GlobalOptions& options);
 // demo
 void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options);

@@ -60,6 +60,7 @@ std::string SettingNote(const shell::CommSettings& settings, std::string_view ke
   }
   if (key == "terminal_type") {
     const std::string name(terminal::TerminalTypeName(settings.terminal_type));
+    if (ServedByT4Host(settings.terminal_type)) return name + ", served by `clockcomm t4 host`";
     const bool served = terminal::FindFamily(Families(), settings.terminal_type) != nullptr;
     return served ? name : name + ", not served yet";
   }

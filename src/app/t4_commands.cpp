@@ -1,10 +1,13 @@
-// t4 clocks add|list|remove, t4 tasks add|list: the T4 clock list and its waiting user tasks.
+// t4 host, t4 clocks add|list|remove, t4 tasks add|list: the T4 host, the T4 clock list and its
+// waiting user tasks.
 #include <iomanip>
 #include <iostream>
 #include <memory>
 
 #include "app/call_session.h"
 #include "app/commands.h"
+#include "app/signal_watcher.h"
+#include "app/t4_site.h"
 #include "core/errors.h"
 #include "t4/host/t4_clock_list.h"
 
@@ -17,13 +20,23 @@ struct T4Context {
   core::SystemClock clock;
   CallSession session;
   t4::T4ClockList list;
-
-  t4::T4ClockEntry RequireClock(const std::string& name) {
-    auto entry = list.Find(name);
-    if (!entry) throw core::ItemNotFoundException("The T4 clock list has no clock \"" + name + "\".");
-    return *entry;
-  }
 };
+
+void RegisterHost(CLI::App& t4, const GlobalOptions& options) {
+  CLI::App* host = t4.add_subcommand(
+      "host", "Keep every T4 terminal of the list connected and collect its punches (End: Ctrl-C)");
+  host->callback([&options] {
+    core::SystemClock clock;
+    CallSession session(RequireHome(options), std::cout, clock);
+    core::StopSignal end;
+    SignalWatcher signals([&end] { end.Request(); });
+    T4Site site(session, comm::ConnectionType::kLan);
+    std::cout << "T4 host: " << t4::T4ClockList(session.ProductDatabase()).ReadClocks().size()
+              << " clocks in the list, each polled every "
+              << session.Config().Overrides().HostCycleInterval() << " ms. End: Ctrl-C\n";
+    site.Host(end);
+  });
+}
 
 void RegisterClocks(CLI::App& t4, const GlobalOptions& options) {
   CLI::App* clocks = t4.add_subcommand("clocks", "Keep the T4 clock list (table T4Clocks)");
@@ -67,11 +80,12 @@ void RegisterClocks(CLI::App& t4, const GlobalOptions& options) {
 
   auto name = std::make_shared<std::string>();
   CLI::App* remove = clocks->add_subcommand("remove", "Remove a T4 terminal and its tasks");
-  remove->add_option("name", *name, "Clock name")->required();
+  remove->add_option("clock", *name, "Clock ID or name")->required();
   remove->callback([&options, name] {
     T4Context ctx(options);
-    ctx.list.Remove(*name);
-    std::cout << "Removed T4 clock \"" << *name << "\"\n";
+    const auto removed = ctx.list.Resolve(*name);
+    ctx.list.Remove(removed.id);
+    std::cout << "Removed T4 clock " << removed.id << " \"" << removed.name << "\"\n";
   });
 }
 
@@ -82,7 +96,7 @@ void RegisterTasks(CLI::App& t4, const GlobalOptions& options) {
   auto clock = std::make_shared<std::string>();
   auto task = std::make_shared<t4::ClockTask>();
   CLI::App* add = tasks->add_subcommand("add", "Queue a task for a T4 terminal");
-  add->add_option("clock", *clock, "Clock name")->required();
+  add->add_option("clock", *clock, "Clock ID or name")->required();
   add->add_option("task", task->task,
                   "\"Load All Users\", \"Add User\", \"Remove User\" or \"Reload User\"")
       ->required();
@@ -90,17 +104,17 @@ void RegisterTasks(CLI::App& t4, const GlobalOptions& options) {
   add->callback([&options, clock, task] {
     T4Context ctx(options);
     t4::ClockTask t = *task;
-    t.clock_id = ctx.RequireClock(*clock).id;
+    t.clock_id = ctx.list.Resolve(*clock).id;
     const int64_t id = ctx.list.AddTask(t);
     std::cout << "Queued task " << id << " \"" << t.task << "\" for " << *clock << "\n";
   });
 
   auto list_clock = std::make_shared<std::string>();
   CLI::App* list = tasks->add_subcommand("list", "List the tasks waiting for a T4 terminal");
-  list->add_option("clock", *list_clock, "Clock name")->required();
+  list->add_option("clock", *list_clock, "Clock ID or name")->required();
   list->callback([&options, list_clock] {
     T4Context ctx(options);
-    for (const auto& t : ctx.list.ReadTasks(ctx.RequireClock(*list_clock).id)) {
+    for (const auto& t : ctx.list.ReadTasks(ctx.list.Resolve(*list_clock).id)) {
       std::cout << t.task_id << "  " << t.task << (t.user_id.empty() ? "" : "  user " + t.user_id)
                 << "\n";
     }
@@ -110,8 +124,10 @@ void RegisterTasks(CLI::App& t4, const GlobalOptions& options) {
 }  // namespace
 
 void RegisterT4Commands(CLI::App& app, const GlobalOptions& options) {
-  CLI::App* t4 = app.add_subcommand("t4", "T4 fingerprint terminals: the clock list and tasks");
+  CLI::App* t4 =
+      app.add_subcommand("t4", "T4 fingerprint terminals: the host, the clock list and tasks");
   t4->require_subcommand(1);
+  RegisterHost(*t4, options);
   RegisterClocks(*t4, options);
   RegisterTasks(*t4, options);
 }

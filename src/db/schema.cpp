@@ -48,7 +48,7 @@ void CreateProductSchema(Database& db) {
   db.Execute(
       "CREATE TABLE IF NOT EXISTS T4Clocks ("
       "ClockID INTEGER PRIMARY KEY, "
-      "ClockName TEXT NOT NULL UNIQUE, "
+      "ClockName TEXT NOT NULL, "
       "Address TEXT NOT NULL, "
       "DeviceNumber INTEGER NOT NULL DEFAULT 1, "
       "Transport TEXT NOT NULL DEFAULT 'tcp', "

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "comm/connection.h"
 #include "core/date_time.h"
@@ -21,6 +22,27 @@ struct AttTransaction {
   int verify_method = 0;
   int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
   int work_code = 0;
+};
+
+// One fingerprint a user enrolled, in the terminal's own encoding (opaque to the program).
+struct T4FingerTemplate {
+  int finger_index = 0;  // 0-9
+  int flag = 1;          // 1 valid, 3 duress
+  std::string data;
+
+  bool operator==(const T4FingerTemplate&) const = default;
+};
+
+// A user as the terminal keeps it, with the fingerprints that identify them.
+struct T4User {
+  std::string enroll_number;
+  std::string name;
+  std::string password;
+  int privilege = 0;  // 0 user, 3 administrator
+  bool enabled = true;
+  std::vector<T4FingerTemplate> templates;
+
+  bool operator==(const T4User&) const = default;
 };
 
 // GetDeviceStatus's status number for the attendance records the terminal holds.
@@ -66,6 +88,13 @@ class IT4Device {
   // Waits until the deadline or a wake signal, delivering real-time events to the handler as they
   // arrive. kSessionLost: the terminal went away (GetLastError says how).
   virtual PumpResult PumpEvents(comm::SteadyTime deadline, const comm::WakeSet& wake) = 0;
+
+  // The users the host's template tasks move between terminals, with their fingerprints.
+  // GetUser fails when the terminal has no such user; SetUser replaces one that is there;
+  // DeleteUser succeeds for a user that is not there.
+  virtual bool GetUser(int machine, const std::string& enroll_number, T4User& user) = 0;
+  virtual bool SetUser(int machine, const T4User& user) = 0;
+  virtual bool DeleteUser(int machine, const std::string& enroll_number) = 0;
 
   // The code of the last failure (1 when the last operation succeeded).
   virtual void GetLastError(int& error_code) = 0;

@@ -112,9 +112,14 @@ std::string T4Clock::GetLastError() {
     const std::string& why = connection_->ConnectFailure();
     return why.empty() ? ErrorText(-1) : why;  // -1: "needs to be reconnected"
   }
+  return ErrorText(GetLastErrorCode());
+}
+
+int T4Clock::GetLastErrorCode() {
+  if (!connection_->IsConnected()) return -1;
   int code = 0;
   Device().GetLastError(code);
-  return ErrorText(code);
+  return code;
 }
 
 bool T4Clock::BeginRead() {
@@ -243,6 +248,23 @@ bool T4Clock::EnableDevice(bool enabled) {
 }
 
 void T4Clock::PurgeDuplicateList(long minutes) { duplicates_.PurgeRecords(minutes, clock_.Now()); }
+
+bool T4Clock::GetUser(const std::string& enroll_number, T4User& user) {
+  IT4Device& device = Device();
+  return Timed("GetUser", kCallLimitSeconds,
+               [&] { return device.GetUser(Machine(), enroll_number, user); });
+}
+
+bool T4Clock::SetUser(const T4User& user) {
+  IT4Device& device = Device();
+  return Timed("SetUser", kCallLimitSeconds, [&] { return device.SetUser(Machine(), user); });
+}
+
+bool T4Clock::DeleteUser(const std::string& enroll_number) {
+  IT4Device& device = Device();
+  return Timed("DeleteUser", kCallLimitSeconds,
+               [&] { return device.DeleteUser(Machine(), enroll_number); });
+}
 
 void T4Clock::PollPass() {
   if (!EnableDevice(false)) ReportFailure("EnableDevice");

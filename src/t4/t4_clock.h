@@ -66,8 +66,10 @@ class T4Clock {
   // Registers for real-time transactions; they reach the listener from PumpEvents on.
   bool RegisterEvents();
   PumpResult PumpEvents(comm::SteadyTime deadline, const comm::WakeSet& wake);
-  // The text of the terminal's last error.
+  // The text of the terminal's last error, and its code.
   std::string GetLastError();
+  int GetLastErrorCode();
+  static constexpr int kDataNotFound = 0;
 
   // Loads the terminal's attendance log; Read then delivers one acceptable punch per call until it
   // returns false. A listener's exception passes through Read, and that punch is not remembered
@@ -83,6 +85,10 @@ class T4Clock {
   std::optional<long> GetDeviceStatus(int status);
   bool EnableDevice(bool enabled);
   void PurgeDuplicateList(long minutes);
+  // The user and template operations of the host's tasks, timed as every terminal call is.
+  bool GetUser(const std::string& enroll_number, T4User& user);
+  bool SetUser(const T4User& user);
+  bool DeleteUser(const std::string& enroll_number);
   // The poll. The log is cleared only when every punch in it has been stored by the listener.
   void DownloadPunches();
 

@@ -1,10 +1,15 @@
 #include "t4/t4_connection.h"
 
-#include "comm/network_line.h"
 #include "core/errors.h"
 #include "t4/t4_error_text.h"
 
 namespace clockcomm::t4 {
+
+comm::EndPoint T4EndPoint(const std::string& address) {
+  const bool has_port = address.find(':') != std::string::npos && address.back() != ']';
+  return comm::ParseEndPoint(
+      has_port ? address : address + ":" + std::to_string(T4EthernetConnection::kDefaultPort));
+}
 
 T4EthernetConnection::T4EthernetConnection(std::unique_ptr<IT4Device> device,
                                            const std::string& address, long device_number,
@@ -13,9 +18,7 @@ T4EthernetConnection::T4EthernetConnection(std::unique_ptr<IT4Device> device,
       device_number_(device_number),
       clock_name_(std::move(clock_name)),
       log_(log) {
-  const bool has_port = address.find(':') != std::string::npos && address.back() != ']';
-  const comm::EndPoint end =
-      comm::ParseEndPoint(has_port ? address : address + ":" + std::to_string(kDefaultPort));
+  const comm::EndPoint end = T4EndPoint(address);
   host_ = end.host;
   port_ = end.port;
 }
@@ -29,8 +32,8 @@ bool T4EthernetConnection::Connect() {
   if (!connected_) {
     int code = 0;
     device_->GetLastError(code);
-    failure_ = "could not connect to " + host_ + ":" + std::to_string(port_) + ". " +
-               ErrorText(code);
+    failure_ =
+        "could not connect to " + host_ + ":" + std::to_string(port_) + ". " + ErrorText(code);
     // Each try goes to the clock's debug log; the host writes one event per outage.
     log_.Debug(clock_name_, failure_);
   }
@@ -50,17 +53,21 @@ IT4Device& T4EthernetConnection::Device() {
   return *device_;
 }
 
-T4RefusedConnection::T4RefusedConnection(std::string type_name, long device_number,
+std::string NetworkOnlyReason(const std::string& line_type) {
+  return "T4 terminals are reached over the network only, not by " + line_type +
+         " line. Set the clock's connection type to 3 (LAN) and its address to the terminal's IP "
+         "address.";
+}
+
+T4RefusedConnection::T4RefusedConnection(std::string reason, long device_number,
                                          std::string clock_name, core::LogSink& log)
-    : reason_("T4 terminals are reached over the network only, not by " + type_name +
-              " line. Set the clock's connection type to 3 (LAN) and its address to the "
-              "terminal's IP address."),
+    : reason_(std::move(reason)),
       device_number_(device_number),
       clock_name_(std::move(clock_name)),
       log_(log) {}
 
 bool T4RefusedConnection::Connect() {
-  log_.Event("Error", "Clock " + clock_name_ + ": " + reason_);
+  log_.Debug(clock_name_, reason_);  // the host reports the outage once
   return false;
 }
 

@@ -1,15 +1,20 @@
 // How a T4 clock reaches its terminal. The terminals' protocol runs over the network only, so the
-// LAN connection is the one that connects; the serial and modem ones exist so that a clock set up
-// with those types is refused with a reason instead of failing obscurely.
+// LAN connection is the one that connects; a clock set up otherwise is refused with a reason
+// instead of failing obscurely.
 #pragma once
 
 #include <memory>
 #include <string>
 
+#include "comm/network_line.h"
 #include "core/log_sink.h"
 #include "t4/it4_device.h"
 
 namespace clockcomm::t4 {
+
+// The end point of a terminal's address, "host:port" or "host" on the terminals' usual port 4370.
+// Throws core::ArgumentException for a bad port.
+comm::EndPoint T4EndPoint(const std::string& address);
 
 class IT4Connection {
  public:
@@ -56,20 +61,19 @@ class T4EthernetConnection : public IT4Connection {
   std::string failure_;
 };
 
-// Serial and modem clocks of the T4 family: Connect always refuses, with the reason in the
-// event log.
+// A clock whose terminal cannot be reached the way it is set up: Connect always refuses, with the
+// reason in the event log.
 class T4RefusedConnection : public IT4Connection {
  public:
+  T4RefusedConnection(std::string reason, long device_number, std::string clock_name,
+                      core::LogSink& log);
+
   bool Connect() override;
   const std::string& ConnectFailure() const override { return reason_; }
   void Disconnect() override {}
   bool IsConnected() const override { return false; }
   IT4Device& Device() override;
   long DeviceNumber() const override { return device_number_; }
-
- protected:
-  T4RefusedConnection(std::string type_name, long device_number, std::string clock_name,
-                      core::LogSink& log);
 
  private:
   std::string reason_;
@@ -78,16 +82,22 @@ class T4RefusedConnection : public IT4Connection {
   core::LogSink& log_;
 };
 
+// The terminals' protocol runs over the network only: a clock set up on a serial line or a modem
+// is refused with the way to set it up.
+std::string NetworkOnlyReason(const std::string& line_type);
+
 class T4SerialConnection : public T4RefusedConnection {
  public:
   T4SerialConnection(long device_number, std::string clock_name, core::LogSink& log)
-      : T4RefusedConnection("serial", device_number, std::move(clock_name), log) {}
+      : T4RefusedConnection(NetworkOnlyReason("serial"), device_number, std::move(clock_name),
+                            log) {}
 };
 
 class T4ModemConnection : public T4RefusedConnection {
  public:
   T4ModemConnection(long device_number, std::string clock_name, core::LogSink& log)
-      : T4RefusedConnection("modem", device_number, std::move(clock_name), log) {}
+      : T4RefusedConnection(NetworkOnlyReason("modem"), device_number, std::move(clock_name), log) {
+  }
 };
 
 }  // namespace clockcomm::t4

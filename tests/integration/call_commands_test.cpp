@@ -68,7 +68,7 @@ TEST_F(CallCommandsTest, RefusalsNameWhatIsMissing) {
 
   // A terminal type without a loop of its own would keep its punches and send them again on
   // every call: host, poll and auto refuse it, and settings set warns.
-  for (const char* type : {"2", "5", "6"}) {
+  for (const char* type : {"5", "6"}) {
     r = Run(std::string("settings set terminal_type=") + type);
     ASSERT_EQ(r.exit_code, 0);
     EXPECT_NE(r.err.find("is not served yet"), std::string::npos) << r.err;
@@ -79,6 +79,23 @@ TEST_F(CallCommandsTest, RefusalsNameWhatIsMissing) {
           << command << ": " << r.err;
     }
   }
+  // T4 terminals are served from the T4 clock list, on the network only.
+  r = Run("settings set terminal_type=2 connection_type=Serial");
+  EXPECT_NE(r.err.find("reached over the network only"), std::string::npos) << r.err;
+  r = Run("poll");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.err.find("The T4 clock list has no clock"), std::string::npos) << r.err;
+  ASSERT_EQ(Run("t4 clocks add Gate --address 127.0.0.1:9").exit_code, 0);
+  r = Run("poll");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.out.find("Gate at 127.0.0.1:9 does not answer: T4 terminals are reached over the "
+                       "network only, not by serial line"),
+            std::string::npos)
+      << r.out;
+  r = Run("host --once");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.err.find("no --once"), std::string::npos) << r.err;
+
   // ATS terminals are polled, never waited for.
   ASSERT_EQ(Run("settings set terminal_type=7").exit_code, 0);
   r = Run("host --once");

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <deque>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,10 +18,13 @@ class FakeT4Device : public IT4Device {
  public:
   explicit FakeT4Device(core::ManualClock& clock) : clock_(clock) {}
 
-  bool tft = false;                     // reports enrolment numbers as text
-  std::vector<AttTransaction> log;      // the attendance log; its size is the record count
-  std::deque<AttTransaction> events;    // real-time transactions not yet pumped
-  std::map<std::string, int> failures;  // operation -> error code it fails with
+  bool tft = false;                 // reports enrolment numbers as text
+  std::vector<AttTransaction> log;  // the attendance log; its size is the record count
+  // The terminal's users by enrolment number; shared, so that they outlive one connection.
+  std::shared_ptr<std::map<std::string, T4User>> users =
+      std::make_shared<std::map<std::string, T4User>>();
+  std::deque<AttTransaction> events;                 // real-time transactions not yet pumped
+  std::map<std::string, int> failures;               // operation -> error code it fails with
   std::map<std::string, std::chrono::seconds> slow;  // operation -> virtual time it takes
   std::vector<std::string> calls;  // operations in order; EnableDevice as "EnableDevice(0|1)"
   int mask = 0;                    // the last RegEvent's
@@ -77,6 +81,23 @@ class FakeT4Device : public IT4Device {
     mask = event_mask;
     return Call("RegEvent");
   }
+  bool GetUser(int, const std::string& enroll_number, T4User& user) override {
+    if (!Call("GetUser")) return false;
+    const auto found = users->find(enroll_number);
+    if (found == users->end()) return NotFound();
+    user = found->second;
+    return true;
+  }
+  bool SetUser(int, const T4User& user) override {
+    if (!Call("SetUser")) return false;
+    (*users)[user.enroll_number] = user;
+    return true;
+  }
+  bool DeleteUser(int, const std::string& enroll_number) override {
+    if (!Call("DeleteUser")) return false;
+    users->erase(enroll_number);
+    return true;
+  }
   void SetAttTransactionHandler(AttTransactionHandler h) override { handler_ = std::move(h); }
 
   // Hands every queued transaction to the handler (dropped when none is set, as a terminal's
@@ -98,6 +119,11 @@ class FakeT4Device : public IT4Device {
     const auto f = failures.find(key);
     last_error_ = f == failures.end() ? 1 : f->second;
     return f == failures.end();
+  }
+
+  bool NotFound() {
+    last_error_ = 0;  // "Data not found"
+    return false;
   }
 
   bool Next(const char* name, std::string& badge, int& verify, int& state, int& year, int& month,

@@ -31,13 +31,14 @@ class T4ClockListTest : public ::testing::Test {
 TEST_F(T4ClockListTest, ABadEntryIsRefusedNamingItsField) {
   list_.Add(Clock("Lobby"));
   auto with = [](auto change) {
-    T4ClockEntry e = Clock("Dock");
+    T4ClockEntry e = Clock("Dock", "10.0.0.20");
     change(e);
     return e;
   };
   const std::pair<T4ClockEntry, const char*> bad[] = {
       {Clock(" "), "name"},
-      {Clock("Lobby"), "name"},
+      {Clock("Lobby", "10.0.0.9:4370"), "address"},  // the same terminal as Lobby's
+      {Clock("Dock", "10.0.0.9"), "address"},
       {Clock("Do\nck"), "name"},
       {Clock("Dock", ""), "address"},
       {Clock("Dock", "10.0.0.9:70000"), ""},
@@ -59,7 +60,8 @@ TEST_F(T4ClockListTest, ABadEntryIsRefusedNamingItsField) {
   ASSERT_EQ(list_.ReadClocks().size(), 1u);
 }
 
-// A clock reads back as written; removing it takes its waiting tasks with it, not another's.
+// A clock reads back as written and is found by its id or its name, the id telling apart clocks
+// of one name; removing it takes its waiting tasks with it, not another's.
 TEST_F(T4ClockListTest, ClocksAndTasksRoundTripAndGoTogether) {
   T4ClockEntry lobby = Clock("Lobby", "clock7.local:4371");
   lobby.device_number = 3;
@@ -67,7 +69,11 @@ TEST_F(T4ClockListTest, ClocksAndTasksRoundTripAndGoTogether) {
   lobby.comm_key = 1234;
   lobby.id = list_.Add(lobby);
   const int64_t dock = list_.Add(Clock("Dock"));
-  EXPECT_EQ(list_.Find("Lobby"), lobby);
+  const int64_t second_dock = list_.Add(Clock("DOCK", "10.0.0.10"));
+  EXPECT_EQ(list_.Resolve("lobby"), lobby);
+  EXPECT_EQ(list_.Resolve(std::to_string(second_dock)).address, "10.0.0.10");
+  EXPECT_THROW(list_.Resolve("Dock"), core::ArgumentException);
+  EXPECT_THROW(list_.Resolve("Yard"), core::ItemNotFoundException);
 
   list_.AddTask({0, lobby.id, kAddUser, "1042"});
   list_.AddTask({0, lobby.id, kLoadAllUsers, ""});
@@ -81,10 +87,10 @@ TEST_F(T4ClockListTest, ClocksAndTasksRoundTripAndGoTogether) {
   list_.RemoveTask(tasks[0].task_id);
   EXPECT_EQ(list_.ReadTasks(lobby.id).size(), 1u);
 
-  list_.Remove("Lobby");
-  EXPECT_THROW(list_.Remove("Lobby"), core::ItemNotFoundException);
+  list_.Remove(lobby.id);
+  EXPECT_THROW(list_.Resolve("Lobby"), core::ItemNotFoundException);
   EXPECT_EQ(db_->Query("SELECT COUNT(*) FROM ClockTasks").Field(0).AsInt(), 1);
-  EXPECT_EQ(list_.ReadClocks().size(), 1u);
+  EXPECT_EQ(list_.ReadClocks().size(), 2u);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <poll.h>
 
 #include <condition_variable>
+#include <fstream>
 #include <future>
 #include <mutex>
 
@@ -77,71 +78,167 @@ AttTransaction Punch(int badge, int minute) {
   return t;
 }
 
-TEST(T4HostTest, AnUnreachableTerminalHoldsUpNobodyAndTheHostFollowsItsList) {
-  records::test_support::TransferFixture site;
-  // A second company for the clock "Back".
-  db::Open(site.registry_path)
-      ->Execute(
-          "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
-          "[Pay Period Type]) VALUES ('Beta', 'Back', 'beta', '2009-10-18', 'weekly')");
-  std::filesystem::create_directory(site.dir.path() / "beta");
-  db::CreateCompanySchema(*db::Open(site.dir.path() / "beta" / "Company.db", db::OpenMode::kCreate));
+// A site of two companies: Acme with the clock name "Front" (two terminals may share it) and
+// Beta with "Back"; the T4 clock list in the product database.
+class T4Site {
+ public:
+  T4Site() {
+    db::Open(site.registry_path)
+        ->Execute(
+            "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
+            "[Pay Period Type]) VALUES ('Beta', 'Back', 'beta', '2009-10-18', 'weekly')");
+    std::filesystem::create_directory(site.dir.path() / "beta");
+    db::CreateCompanySchema(*Beta());
+    std::filesystem::create_directory(program);
+    db::CreateProductSchema(*OpenProduct());
+    companies.Initialize(site.registry_path);
+  }
+  std::unique_ptr<db::Database> OpenProduct() const {
+    return db::Open(site.dir.path() / db::kProductDatabaseFile, db::OpenMode::kCreate);
+  }
+  std::unique_ptr<db::Database> Beta() const {
+    return db::Open(site.dir.path() / "beta" / "Company.db", db::OpenMode::kCreate);
+  }
+  int64_t AddClock(const std::string& name, const std::string& address) {
+    return T4ClockList(*OpenProduct()).Add({0, name, address, 1});
+  }
 
+  records::test_support::TransferFixture site;
   SharedLog log;
   core::SystemClock time;
   core::ManualClock device_time;  // the fakes' clock for slow calls; none is slow here
-  records::CompanyFactory companies(log, site.dir.path());
-  companies.Initialize(site.registry_path);
-  const auto program = site.dir.path() / "program";
-  std::filesystem::create_directory(program);
-  PunchTypeRules rules(program, log);
-  ClockAssignments assignments(program, log);
-  T4PacketWriter writer(companies, rules, assignments, program, log, time);
+  records::CompanyFactory companies{log, site.dir.path()};
+  std::filesystem::path program = site.dir.path() / "program";
+};
 
-  std::mutex list_mutex;
-  std::vector<T4ClockEntry> list = {{1, "Front", "10.0.0.1", 1}, {3, "Gate", "10.0.0.3", 1}};
-  auto read_clocks = [&] {
-    std::lock_guard lock(list_mutex);
-    return list;
-  };
-  // Each connection gets a terminal of its own, holding that clock's punches; Gate never answers.
+TEST(T4HostTest, AnUnreachableTerminalHoldsUpNobodyAndTheHostFollowsItsList) {
+  T4Site t4;
+  PunchTypeRules rules(t4.program, t4.log);
+  ClockAssignments assignments(t4.program, t4.log);
+  T4PacketWriter writer(t4.companies, rules, assignments, t4.program, t4.log, t4.time);
+  const int64_t front = t4.AddClock("Front", "10.0.0.1");
+  t4.AddClock("Gate", "10.0.0.3");
+  t4.AddClock("Back", "10.0.0.2");
+  // Each connection gets a terminal of its own holding that clock's punches; Gate never answers.
   auto connect = [&](const T4ClockEntry& e) -> std::unique_ptr<IT4Connection> {
-    auto device = std::make_unique<BlockingFakeDevice>(device_time);
+    auto device = std::make_unique<BlockingFakeDevice>(t4.device_time);
     if (e.name == "Front") device->log = {Punch(101, 1), Punch(102, 2), Punch(101, 30)};
     if (e.name == "Back") device->log = {Punch(201, 5), Punch(202, 6)};
     if (e.name == "Gate") device->failures["Connect_Net"] = -1;
     return std::make_unique<T4EthernetConnection>(std::move(device), e.address, e.device_number,
-                                                  e.name, log);
+                                                  e.name, t4.log);
   };
   T4StationSettings settings;
   settings.cycle_interval = 30ms;
   settings.first_retry = 10ms;
   settings.max_retry = 40ms;
-  T4Host host(read_clocks, connect, writer, assignments, settings, time, log);
+  std::promise<int> moved;  // the polls of Front counted when its new station is made
+  auto connect_and_note = [&](const T4ClockEntry& e) {
+    if (e.address == "10.0.0.4") moved.set_value(t4.log.Count("Poll of Front ended"));
+    return connect(e);
+  };
+  T4Host host([&] { return t4.OpenProduct(); }, connect_and_note, t4.companies, writer, assignments,
+              settings, t4.time, t4.log);
   core::StopSignal stop;
   auto run = std::async(std::launch::async, [&] { host.Run(stop); });
 
-  ASSERT_TRUE(log.WaitFor("Front debug: Poll of Front ended"));
-  ASSERT_TRUE(log.WaitFor("Gate debug: could not connect", 4)) << "tried again and again";
-  {
-    std::lock_guard lock(list_mutex);
-    list = {{3, "Gate", "10.0.0.3", 1}, {2, "Back", "10.0.0.2", 1}};
-  }
-  ASSERT_TRUE(log.WaitFor("Back debug: Poll of Back ended"));
+  ASSERT_TRUE(t4.log.WaitFor("Front debug: Poll of Front ended"));
+  ASSERT_TRUE(t4.log.WaitFor("Back debug: Poll of Back ended"));
+  ASSERT_TRUE(t4.log.WaitFor("Gate debug: could not connect", 4)) << "tried again and again";
+  // Front moves to another address: its station is replaced, and the terminal's punches, sent
+  // again, are not stored twice.
+  T4ClockList(*t4.OpenProduct()).Remove(front);
+  t4.AddClock("Front", "10.0.0.4");
+  auto polls_before = moved.get_future();
+  ASSERT_EQ(polls_before.wait_for(20s), std::future_status::ready);
+  ASSERT_TRUE(t4.log.WaitFor("Front debug: Poll of Front ended", polls_before.get() + 1));
   std::vector<std::string> names;
-  for (const auto& status : host.Snapshot()) names.push_back(status.name + (status.online ? "+" : "-"));
-  EXPECT_EQ(names, (std::vector<std::string>{"Back+", "Gate-"}));
+  for (const auto& status : host.Snapshot()) {
+    names.push_back(status.name + (status.online ? "+" : "-"));
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"Gate-", "Back+", "Front+"}));
   stop.Request();
   run.get();
 
-  EXPECT_EQ(log.Count("T4 Clock Offline: Gate"), 1);
-  EXPECT_EQ(site.RowCount(), 3);
-  EXPECT_EQ(db::Open(site.dir.path() / "beta" / "Company.db")
-                ->Query("SELECT COUNT(*) FROM [Clock Data Table]")
-                .Field(0)
-                .AsInt(),
-            2);
+  EXPECT_EQ(t4.log.Count("T4 Clock Offline: Gate"), 1);
+  EXPECT_EQ(t4.site.RowCount(), 3);
+  EXPECT_EQ(t4.Beta()->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt(), 2);
   EXPECT_EQ(host.PunchesStored(), 5);
+}
+
+// Tasks through one poll of every clock: a user reloaded from the terminal they enrolled on
+// reaches the company's store and, queued by the host, the company's other terminal, not the
+// other company's; a task the terminal fails waits for the next poll; tasks that can never be done
+// leave the table with a reason.
+TEST(T4HostTest, UserTasksMoveUsersThroughTheCompanysStore) {
+  T4Site t4;
+  std::ofstream(t4.program / "ClockAssignments.txt") << "Gate, templates=true\n";
+  // Gate belongs to Acme too, its templates managed by hand.
+  db::Open(t4.site.registry_path)
+      ->Execute(
+          "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
+          "[Pay Period Type]) VALUES ('Acme East', 'Gate', 'acme', '2009-10-18', 'weekly')");
+  t4.companies.Initialize(t4.site.registry_path);
+  PunchTypeRules rules(t4.program, t4.log);
+  ClockAssignments assignments(t4.program, t4.log);
+  T4PacketWriter writer(t4.companies, rules, assignments, t4.program, t4.log, t4.time);
+
+  const int64_t enrolled = t4.AddClock("Front", "10.0.0.1");
+  const int64_t other = t4.AddClock("Front", "10.0.0.2");
+  const int64_t beta = t4.AddClock("Back", "10.0.0.3");
+  const int64_t gate = t4.AddClock("Gate", "10.0.0.4");
+  std::map<std::string, std::shared_ptr<std::map<std::string, T4User>>> users;
+  std::map<std::string, std::map<std::string, int>> failures;
+  for (const char* address : {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"}) {
+    users[address] = std::make_shared<std::map<std::string, T4User>>();
+  }
+  const T4User ann{"1042", "Ann", "", 0, true, {{0, 1, "QUJD"}, {6, 3, "REVG"}}};
+  (*users["10.0.0.1"])["1042"] = ann;
+  (*users["10.0.0.3"])["77"] = {"77", "Bo"};
+  auto connect = [&](const T4ClockEntry& e) -> std::unique_ptr<IT4Connection> {
+    auto device = std::make_unique<test::FakeT4Device>(t4.device_time);
+    device->users = users[e.address];
+    device->failures = failures[e.address];
+    return std::make_unique<T4EthernetConnection>(std::move(device), e.address, e.device_number,
+                                                  e.name, t4.log);
+  };
+  T4Host host([&] { return t4.OpenProduct(); }, connect, t4.companies, writer, assignments, {},
+              t4.time, t4.log);
+  {
+    auto product = t4.OpenProduct();
+    T4ClockList list(*product);
+    list.AddTask({0, enrolled, kReloadUser, "1042"});
+    list.AddTask({0, enrolled, kReloadUser, "5"});  // nobody enrolled as 5
+    list.AddTask({0, beta, kAddUser, "1042"});      // Beta's store has no 1042
+    list.AddTask({0, beta, kRemoveUser, "77"});
+    list.AddTask({0, gate, kLoadAllUsers, ""});
+  }
+  failures["10.0.0.2"]["SetUser"] = -2;
+  EXPECT_EQ(host.PollAll(), std::vector<std::string>{});
+  auto waiting = [&](int64_t clock) {
+    std::vector<std::string> out;
+    for (const auto& t : T4ClockList(*t4.OpenProduct()).ReadTasks(clock)) {
+      out.push_back(t.task + " " + t.user_id);
+    }
+    return out;
+  };
+  EXPECT_EQ(waiting(enrolled), std::vector<std::string>{});
+  EXPECT_EQ(waiting(other), std::vector<std::string>{"Add User 1042"});
+  EXPECT_EQ(waiting(beta), std::vector<std::string>{});
+  EXPECT_EQ(waiting(gate), std::vector<std::string>{});
+  EXPECT_EQ(t4.log.Count("task 2 \"Reload User\" for user 5 removed: the terminal has no such"), 1);
+  EXPECT_EQ(t4.log.Count("company Beta has no such T4 user"), 1);
+  EXPECT_EQ(t4.log.Count("template management is off"), 1);
+  EXPECT_EQ(t4.log.Count("SetUser failed (Error in file read/write); it is tried again"), 1);
+  EXPECT_TRUE(users["10.0.0.3"]->empty());
+  EXPECT_TRUE(users["10.0.0.4"]->empty());
+
+  failures.clear();
+  EXPECT_EQ(host.PollAll(), std::vector<std::string>{});
+  EXPECT_EQ(waiting(other), std::vector<std::string>{});
+  EXPECT_EQ(users["10.0.0.2"]->at("1042"), ann);
+  auto acme = db::Open(t4.site.company_db_path);
+  EXPECT_EQ(T4UserStore(*acme).Find("1042"), ann);
 }
 
 }  // namespace

@@ -4,9 +4,9 @@
 #include <array>
 #include <string_view>
 
-#include "comm/network_line.h"
 #include "core/errors.h"
 #include "core/text.h"
+#include "t4/t4_connection.h"
 
 namespace clockcomm::t4 {
 namespace {
@@ -40,21 +40,36 @@ std::vector<T4ClockEntry> T4ClockList::ReadClocks() {
   return clocks;
 }
 
-std::optional<T4ClockEntry> T4ClockList::Find(const std::string& name) {
-  auto rs = db_.Query(std::string(kSelectClocks) + " WHERE ClockName = ?", {db::Value(name)});
-  if (rs.Eof()) return std::nullopt;
-  return EntryOf(rs);
+T4ClockEntry T4ClockList::Resolve(const std::string& id_or_name) {
+  std::vector<T4ClockEntry> named;
+  for (const auto& entry : ReadClocks()) {
+    if (std::to_string(entry.id) == id_or_name) return entry;
+    if (core::EqualsIgnoreCase(entry.name, id_or_name)) named.push_back(entry);
+  }
+  if (named.empty()) {
+    throw core::ItemNotFoundException("The T4 clock list has no clock \"" + id_or_name + "\".");
+  }
+  Require(named.size() == 1,
+          std::to_string(named.size()) + " T4 clocks are named \"" + id_or_name +
+              "\": give the clock's ID (t4 clocks list).",
+          "clock");
+  return named.front();
 }
 
 int64_t T4ClockList::Add(const T4ClockEntry& e) {
   Require(!core::Trim(e.name).empty(), "The clock name cannot be empty.", "name");
   Require(!core::HasControlCharacter(e.name) && !core::HasControlCharacter(e.address),
           "A clock's name and address cannot hold control characters.", "name");
-  Require(!Find(e.name), "The T4 clock list already has a clock named \"" + e.name + "\".",
-          "name");
   Require(!core::Trim(e.address).empty(), "The clock's address cannot be empty.", "address");
-  // A bare host takes the terminals' own port; either way the text must be a usable end point.
-  comm::ParseEndPoint(e.address.find(':') == std::string::npos ? e.address + ":4370" : e.address);
+  // One terminal, one client: a second clock at the same end point would fight the first.
+  const comm::EndPoint end = T4EndPoint(e.address);
+  for (const auto& other : ReadClocks()) {
+    const comm::EndPoint at = T4EndPoint(other.address);
+    Require(!(core::EqualsIgnoreCase(at.host, end.host) && at.port == end.port),
+            "Clock " + std::to_string(other.id) + " \"" + other.name + "\" is already at " +
+                other.address + ".",
+            "address");
+  }
   Require(e.device_number >= 1 && e.device_number <= 255,
           "The machine number " + std::to_string(e.device_number) + " is outside 1..255.",
           "device_number");
@@ -68,12 +83,10 @@ int64_t T4ClockList::Add(const T4ClockEntry& e) {
   return db_.LastInsertId();
 }
 
-void T4ClockList::Remove(const std::string& name) {
-  const auto entry = Find(name);
-  if (!entry) throw core::ItemNotFoundException("The T4 clock list has no clock \"" + name + "\".");
+void T4ClockList::Remove(int64_t clock_id) {
   db::Transaction transaction(db_);
-  db_.Execute("DELETE FROM ClockTasks WHERE ClockID = ?", {db::Value(entry->id)});
-  db_.Execute("DELETE FROM T4Clocks WHERE ClockID = ?", {db::Value(entry->id)});
+  db_.Execute("DELETE FROM ClockTasks WHERE ClockID = ?", {db::Value(clock_id)});
+  db_.Execute("DELETE FROM T4Clocks WHERE ClockID = ?", {db::Value(clock_id)});
   transaction.Commit();
 }
 
@@ -91,7 +104,7 @@ std::vector<ClockTask> T4ClockList::ReadTasks(int64_t clock_id) {
 
 int64_t T4ClockList::AddTask(const ClockTask& task) {
   static constexpr std::array<std::string_view, 4> kTasks = {kLoadAllUsers, kAddUser, kRemoveUser,
-                                                              kReloadUser};
+                                                             kReloadUser};
   Require(std::find(kTasks.begin(), kTasks.end(), task.task) != kTasks.end(),
           "\"" + task.task +
               "\" is not a clock task (Load All Users, Add User, Remove User, Reload User).",

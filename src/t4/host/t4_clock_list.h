@@ -15,9 +15,11 @@ namespace clockcomm::t4 {
 
 struct T4ClockEntry {
   int64_t id = 0;
-  std::string name;  // the clock name: its company (by the registry's clock name), its assignments
-  std::string address;     // "host" or "host:port" (port 4370 when none)
-  int device_number = 1;   // the terminal's machine number
+  // The clock name: its company (by the registry's clock name) and its assignments. Several
+  // terminals of one company may share it; the id tells them apart.
+  std::string name;
+  std::string address;            // "host" or "host:port" (port 4370 when none)
+  int device_number = 1;          // the terminal's machine number
   std::string transport = "tcp";  // "tcp" or "udp"
   int64_t comm_key = 0;           // the terminal's communication key (0: none)
 
@@ -43,13 +45,15 @@ class T4ClockList {
 
   // Every clock, ordered by id.
   std::vector<T4ClockEntry> ReadClocks();
-  std::optional<T4ClockEntry> Find(const std::string& name);
-  // Adds a clock and returns its id. Throws ArgumentException naming the field for an empty or
-  // repeated name, a control character, an address without a host or with a bad port, a machine
-  // number outside 1..255, or a transport other than tcp and udp.
+  // The clock a command names by its id or its name: ItemNotFoundException when none is, and
+  // ArgumentException when the name is shared (the id must be given then).
+  T4ClockEntry Resolve(const std::string& id_or_name);
+  // Adds a clock and returns its id. Throws ArgumentException naming the field for an empty
+  // name, a control character, an address without a host, with a bad port or already listed, a
+  // machine number outside 1..255, or a transport other than tcp and udp.
   int64_t Add(const T4ClockEntry& entry);
-  // Removes the clock and its waiting tasks; ItemNotFoundException naming it when there is none.
-  void Remove(const std::string& name);
+  // Removes the clock and its waiting tasks.
+  void Remove(int64_t clock_id);
 
   // Tasks waiting for a clock, oldest first.
   std::vector<ClockTask> ReadTasks(int64_t clock_id);

@@ -4,11 +4,13 @@
 
 namespace clockcomm::t4 {
 
-T4Host::T4Host(std::function<std::vector<T4ClockEntry>()> read_clocks, T4ConnectionFactory connect,
+T4Host::T4Host(std::function<std::unique_ptr<db::Database>()> open_product,
+               T4ConnectionFactory connect, records::CompanyFactory& companies,
                T4PacketWriter& writer, const ClockAssignments& assignments,
                T4StationSettings settings, core::Clock& time, core::LogSink& log)
-    : read_clocks_(std::move(read_clocks)),
+    : open_product_(std::move(open_product)),
       connect_(std::move(connect)),
+      tasks_(companies, assignments, log),
       writer_(writer),
       assignments_(assignments),
       settings_(settings),
@@ -20,7 +22,7 @@ T4Host::~T4Host() { Follow({}); }
 void T4Host::Run(core::StopSignal& stop) {
   do {
     try {
-      Follow(read_clocks_());
+      Follow(T4ClockList(*open_product_()).ReadClocks());
     } catch (const std::exception& e) {
       // The list could not be read this time: the running stations go on as they are.
       log_.Event("Error", std::string("Couldn't read the T4 clock list: ") + e.what());
@@ -57,15 +59,48 @@ void T4Host::Follow(const std::vector<T4ClockEntry>& clocks) {
   }
 }
 
-std::unique_ptr<T4Station> T4Host::StartStation(const T4ClockEntry& entry) {
+std::vector<std::string> T4Host::PollAll() {
+  std::vector<std::string> failed;
+  for (const auto& entry : T4ClockList(*open_product_()).ReadClocks()) {
+    try {
+      auto clock = MakeClock(entry);
+      if (!clock->Connect()) {
+        log_.Event("T4 Clock Offline", entry.name + " at " + entry.address +
+                                           " does not answer: " + clock->GetLastError());
+        failed.push_back(entry.name);
+        continue;
+      }
+      clock->DownloadPunches();
+      RunTasks(*clock);
+    } catch (const std::exception& e) {
+      log_.Event("Error", "T4 clock " + entry.name + ": " + e.what());
+      failed.push_back(entry.name);
+    }
+  }
+  return failed;
+}
+
+std::unique_ptr<T4Clock> T4Host::MakeClock(const T4ClockEntry& entry) {
   const std::string name = entry.name;
   auto clock = std::make_unique<T4Clock>(
-      entry.id, name, connect_(entry),
-      [this, name] { return assignments_.IncludeSeconds(name); }, time_, log_);
+      entry.id, name, connect_(entry), [this, name] { return assignments_.IncludeSeconds(name); },
+      time_, log_);
   clock->SetListener(this);
-  auto station = std::make_unique<T4Station>(std::move(clock), entry.address, settings_, time_, log_);
+  return clock;
+}
+
+std::unique_ptr<T4Station> T4Host::StartStation(const T4ClockEntry& entry) {
+  auto station = std::make_unique<T4Station>(
+      MakeClock(entry), entry.address, settings_, [this](T4Clock& clock) { RunTasks(clock); },
+      time_, log_);
   station->Start();
   return station;
+}
+
+void T4Host::RunTasks(T4Clock& clock) {
+  auto product = open_product_();
+  T4ClockList list(*product);
+  tasks_.Run(clock, list);
 }
 
 void T4Host::ReceivedPunch(T4Clock& clock) {

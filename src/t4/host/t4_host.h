@@ -1,6 +1,6 @@
 // The T4 host: keeps every terminal of the T4 clock list connected, each on a station of its own
 // so that one terminal's failure never holds up another; stores what they collect through the
-// packet writer; and follows the clock list as it changes.
+// packet writer; runs their waiting tasks; and follows the clock list as it changes.
 #pragma once
 
 #include <atomic>
@@ -14,9 +14,12 @@
 #include "core/clock.h"
 #include "core/log_sink.h"
 #include "core/stop_signal.h"
+#include "db/database.h"
+#include "records/company_factory.h"
 #include "t4/clock_assignments.h"
 #include "t4/host/t4_clock_list.h"
 #include "t4/host/t4_station.h"
+#include "t4/host/t4_task_runner.h"
 #include "t4/t4_connection.h"
 #include "t4/t4_listener.h"
 #include "t4/t4_packet_writer.h"
@@ -33,14 +36,20 @@ class T4Host : public IT4Listener {
     bool online = false;
   };
 
-  T4Host(std::function<std::vector<T4ClockEntry>()> read_clocks, T4ConnectionFactory connect,
-         T4PacketWriter& writer, const ClockAssignments& assignments, T4StationSettings settings,
-         core::Clock& time, core::LogSink& log);
+  // open_product opens the product database (the clock list and its tasks) for the calling
+  // thread: each station reads its tasks through a connection of its own.
+  T4Host(std::function<std::unique_ptr<db::Database>()> open_product, T4ConnectionFactory connect,
+         records::CompanyFactory& companies, T4PacketWriter& writer,
+         const ClockAssignments& assignments, T4StationSettings settings, core::Clock& time,
+         core::LogSink& log);
   ~T4Host() override;
 
   // Runs until stop: reads the clock list every cycle, starts a station for a new or changed
   // clock and stops the station of a clock that left the list.
   void Run(core::StopSignal& stop);
+  // One poll of every clock of the list, one after another: connect, download, run the tasks,
+  // disconnect. Returns the names of the clocks that could not be polled.
+  std::vector<std::string> PollAll();
 
   // Stores the clock's current punch; throws when it could not (the clock keeps its log).
   void ReceivedPunch(T4Clock& clock) override;
@@ -56,9 +65,12 @@ class T4Host : public IT4Listener {
   };
   void Follow(const std::vector<T4ClockEntry>& clocks);
   std::unique_ptr<T4Station> StartStation(const T4ClockEntry& entry);
+  std::unique_ptr<T4Clock> MakeClock(const T4ClockEntry& entry);
+  void RunTasks(T4Clock& clock);
 
-  std::function<std::vector<T4ClockEntry>()> read_clocks_;
+  std::function<std::unique_ptr<db::Database>()> open_product_;
   T4ConnectionFactory connect_;
+  T4TaskRunner tasks_;
   T4PacketWriter& writer_;
   const ClockAssignments& assignments_;
   T4StationSettings settings_;

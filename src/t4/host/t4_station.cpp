@@ -5,10 +5,12 @@
 namespace clockcomm::t4 {
 
 T4Station::T4Station(std::unique_ptr<T4Clock> clock, std::string address,
-                     T4StationSettings settings, core::Clock& time, core::LogSink& log)
+                     T4StationSettings settings, std::function<void(T4Clock&)> after_poll,
+                     core::Clock& time, core::LogSink& log)
     : clock_(std::move(clock)),
       address_(std::move(address)),
       settings_(settings),
+      after_poll_(std::move(after_poll)),
       time_(time),
       log_(log) {}
 
@@ -40,8 +42,8 @@ void T4Station::Run() {
 
 bool T4Station::Serve() {
   if (!clock_->RegisterEvents()) {
-    log_.Event("Error", "T4 clock " + clock_->Name() + " refused real-time events: " +
-                            clock_->GetLastError());
+    log_.Event("Error", "T4 clock " + clock_->Name() +
+                            " refused real-time events: " + clock_->GetLastError());
   }
   bool served_a_cycle = false;
   while (!stop_.Requested()) {
@@ -53,10 +55,17 @@ bool T4Station::Serve() {
       return served_a_cycle;
     }
     clock_->PurgeDuplicateList(settings_.purge_minutes);
+    if (after_poll_) {
+      try {
+        after_poll_(*clock_);
+      } catch (const std::exception& e) {
+        log_.Event("Error", "T4 clock " + clock_->Name() + ": " + e.what());
+      }
+    }
     const auto until = time_.Steady() + settings_.cycle_interval;
     if (clock_->PumpEvents(until, {&stop_}) == PumpResult::kSessionLost) {
-      log_.Event("Error", "T4 clock " + clock_->Name() + " dropped the connection: " +
-                              clock_->GetLastError());
+      log_.Event("Error", "T4 clock " + clock_->Name() +
+                              " dropped the connection: " + clock_->GetLastError());
       return served_a_cycle;
     }
     served_a_cycle = true;
@@ -69,9 +78,9 @@ void T4Station::Reached(bool ok) {
   if (ok == !in_outage_) return;
   in_outage_ = !ok;
   if (in_outage_) {
-    log_.Event("T4 Clock Offline", clock_->Name() + " at " + address_ +
-                                       " does not answer; trying again until it does: " +
-                                       clock_->GetLastError());
+    log_.Event("T4 Clock Offline",
+               clock_->Name() + " at " + address_ +
+                   " does not answer; trying again until it does: " + clock_->GetLastError());
   } else {
     log_.Event("T4 Clock Online", clock_->Name() + " at " + address_ + " answers again.");
   }

@@ -1,11 +1,13 @@
 // One T4 terminal kept connected by the host, on a thread of its own: connect, register for
-// real-time transactions, poll every cycle (DownloadPunches), keep the duplicate lists short, and
-// take real-time punches in between. A terminal that cannot be reached or drops is tried again with
-// a growing pause; the outage is logged once when it starts and once when it ends.
+// real-time transactions, poll every cycle (DownloadPunches), keep the duplicate lists short, run
+// the host's work for the clock (its waiting tasks), and take real-time punches in between. A
+// terminal that cannot be reached or drops is tried again with a growing pause; the outage is
+// logged once when it starts and once when it ends.
 #pragma once
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -26,8 +28,9 @@ struct T4StationSettings {
 
 class T4Station {
  public:
+  // after_poll runs after each poll, on the station's thread; what it throws is logged.
   T4Station(std::unique_ptr<T4Clock> clock, std::string address, T4StationSettings settings,
-            core::Clock& time, core::LogSink& log);
+            std::function<void(T4Clock&)> after_poll, core::Clock& time, core::LogSink& log);
   // Stops and joins the thread.
   ~T4Station();
 
@@ -47,6 +50,7 @@ class T4Station {
   std::unique_ptr<T4Clock> clock_;
   std::string address_;
   T4StationSettings settings_;
+  std::function<void(T4Clock&)> after_poll_;
   core::Clock& time_;
   core::LogSink& log_;
   core::StopSignal stop_;
