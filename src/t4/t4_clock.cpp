@@ -193,7 +193,9 @@ bool T4Clock::Read(bool include_seconds) {
                     e.in_out, e.year, e.month, e.day, e.hour, e.minute, e.second, e.work_code));
     if (e.in_out == kNotAPunchState && !string_enrolment_) continue;
     if (!Take(e, include_seconds, true)) continue;
-    if (listener_ != nullptr) {
+    if (gathered_ != nullptr) {
+      gathered_->push_back(CurrentPunch());
+    } else if (listener_ != nullptr) {
       try {
         listener_->ReceivedPunch(*this);
       } catch (...) {
@@ -280,11 +282,19 @@ void T4Clock::PollPass() {
     if (BeginRead()) {
       const bool include_seconds = IncludeSeconds();
       bool stored = true;
+      // Gathered and stored together: one transaction and one sync for the whole log.
+      std::vector<T4Punch> punches;
+      gathered_ = &punches;
       try {
         while (Read(include_seconds)) {
         }
+        gathered_ = nullptr;
+        if (!punches.empty()) listener_->ReceivedPunches(*this, punches);
       } catch (const std::exception& e) {
+        gathered_ = nullptr;
         stored = false;
+        // Not stored: the next read delivers them again.
+        for (const auto& p : punches) duplicates_.Forget(p.badge_id, p.timestamp);
         log_.Event("Error", fmt::format("Clock: {}, the read stopped ({}); the clock's "
                                         "transaction log is kept.",
                                         name_, e.what()));

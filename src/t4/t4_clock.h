@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/clock.h"
 #include "core/log_sink.h"
@@ -44,6 +45,8 @@ class T4Clock {
   long DeviceNumber() const { return connection_->DeviceNumber(); }
   IT4Listener* Listener() const { return listener_; }
   void SetListener(IT4Listener* listener) { listener_ = listener; }
+  // Whether the clock writes its debug log (asked per line; all of it when not set).
+  void SetDebugLog(std::function<bool()> enabled) { debug_log_ = std::move(enabled); }
 
   // The current punch: the one handed to the listener last.
   const core::DateTime& Timestamp() const { return timestamp_; }
@@ -73,7 +76,7 @@ class T4Clock {
 
   // Loads the terminal's attendance log; Read then delivers one acceptable punch per call until it
   // returns false. A listener's exception passes through Read, and that punch is not remembered
-  // as received.
+  // as received. (A poll's re-read gathers the punches and hands them over together instead.)
   bool BeginRead();
   bool Read(bool include_seconds);
   void EndRead() { reading_ = false; }
@@ -110,7 +113,9 @@ class T4Clock {
   IT4Device& Device() { return connection_->Device(); }
   int Machine() const { return static_cast<int>(connection_->DeviceNumber()); }
   bool IncludeSeconds() const { return include_seconds_ && include_seconds_(); }
-  void Debug(std::string_view message) { log_.Debug(name_, message); }
+  void Debug(std::string_view message) {
+    if (!debug_log_ || debug_log_()) log_.Debug(name_, message);
+  }
   void ReportFailure(std::string_view function_name);
 
   bool ReadEntry(LogEntry& entry);
@@ -123,6 +128,7 @@ class T4Clock {
   std::string name_;
   std::unique_ptr<IT4Connection> connection_;
   std::function<bool()> include_seconds_;
+  std::function<bool()> debug_log_;
   core::Clock& clock_;
   core::LogSink& log_;
   IT4Listener* listener_ = nullptr;
@@ -136,6 +142,7 @@ class T4Clock {
   bool real_time_enabled_ = false;
   bool pending_ = false;
   bool reading_ = false;
+  std::vector<T4Punch>* gathered_ = nullptr;  // where Read puts punches during a poll's re-read
   long received_count_ = 0;
   core::DateTime call_start_;
   DuplicateChecker duplicates_;

@@ -1,9 +1,14 @@
 #include "t4/t4_packet_writer.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <limits>
+#include <map>
+#include <span>
 
 #include "core/durable_file.h"
 #include "core/text.h"
@@ -21,12 +26,16 @@
 namespace clockcomm::t4 {
 namespace {
 
-// A punch between its first step and its last: the daily file chosen and the lines decided, so
-// that finishing it later writes exactly these, whatever the rules or the history say by then.
+// The lines of punches whose rows are committed and whose daily file lines are not yet synced:
+// the file and the exact lines decided with the rows.
 constexpr const char* kCreatePendingTable =
     "CREATE TABLE IF NOT EXISTS [T4 Pending Punches] ("
     "PunchKey TEXT PRIMARY KEY, DailyFile TEXT NOT NULL, Lines TEXT NOT NULL, "
     "IncludeSeconds INTEGER NOT NULL, Seen TEXT NOT NULL)";
+
+// The punch type asks for the employee's earlier punches of the day with every punch.
+constexpr const char* kCreateCardIndex =
+    "CREATE INDEX IF NOT EXISTS [T4 Card Punches] ON [Clock Data Table] ([Card ID], [Date In])";
 
 // No written record carries a leave or a return: they are the lunch and break outs and ins.
 std::string Rewrite(const std::string& type) {
@@ -46,6 +55,22 @@ bool HoldsLine(std::string_view text, const std::string& line) {
     if (at == 0 || text[at - 1] == '\n') return true;
   }
   return false;
+}
+
+// Appends the text to the file (made when missing) and syncs it. Throws core::SystemError naming
+// the file.
+void AppendAndSync(const std::filesystem::path& file, std::string_view text) {
+  const int fd = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
+  if (fd < 0) throw core::SystemError::FromErrno(errno, file.string());
+  int error = 0;
+  for (size_t done = 0; error == 0 && done < text.size();) {
+    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno != EINTR) error = errno;
+    if (n > 0) done += static_cast<size_t>(n);
+  }
+  if (error == 0 && ::fsync(fd) != 0) error = errno;
+  ::close(fd);
+  if (error != 0) throw core::SystemError::FromErrno(error, file.string());
 }
 
 std::string Describe(const T4Punch& punch) {
@@ -73,54 +98,90 @@ std::string T4PacketWriter::PunchKey(const T4Punch& punch) {
 }
 
 T4PacketWriter::Outcome T4PacketWriter::WritePacket(const T4Punch& punch) {
-  const auto company = companies_.GetCompanyByClockName(punch.clock_name);
+  return WritePackets({punch}).written == 1 ? Outcome::kWritten : Outcome::kAlreadyStored;
+}
+
+T4PacketWriter::Counts T4PacketWriter::WritePackets(const std::vector<T4Punch>& punches) {
+  if (punches.empty()) return {};
+  const std::string& clock_name = punches.front().clock_name;
+  const auto company = companies_.GetCompanyByClockName(clock_name);
   if (!company) {
-    const std::string message = "Clock name '" + punch.clock_name +
-                                "' was not found in Company3.mdb; the punch of " + Describe(punch) +
-                                " stays in the terminal.";
+    const std::string message = "Clock name '" + clock_name +
+                                "' was not found in Company3.mdb; the punch of " +
+                                Describe(punches.front()) + " stays in the terminal.";
     log_.Event("System setup error", message);
     throw T4WriteError(message);
   }
+  Counts counts;
+  size_t done = 0;
   try {
     auto db = db::Open(company->ClockwynDatabaseFilename());
     db->Execute(kCreatePendingTable);
-    const std::string key = PunchKey(punch);
-    if (records::PunchKeys(*db).Contains(key)) {
-      log_.Debug("T4PacketWriter", "Already stored: " + Describe(punch));
-      return Outcome::kAlreadyStored;
+    db->Execute(kCreateCardIndex);
+    db->Execute("PRAGMA cache_size = -32768");  // a chunk's pages stay in memory until its commit
+    FinishPendingLines(company->DirectoryPath(), *db);
+    records::DepartmentJobAssigner assigner(records::ParameterOverride(program_folder_), db.get(),
+                                            log_);
+    for (; done < punches.size(); done += kChunk) {
+      const auto chunk = std::span(punches).subspan(done, std::min(kChunk, punches.size() - done));
+      const Counts stored = WriteChunk(chunk, company->DirectoryPath(), *db, assigner);
+      counts.written += stored.written;
+      counts.already_stored += stored.already_stored;
     }
-    auto pending = LoadPending(*db, key);
-    const Outcome outcome = pending ? Outcome::kCompleted : Outcome::kWritten;
-    if (!pending) {
-      pending = BuildRecords(punch, *db);
-      std::string lines;
-      for (const auto& record : pending->records) lines += Line(record) + "\r\n";
-      db::Transaction begun(*db);
-      db->Execute(
-          "INSERT INTO [T4 Pending Punches] (PunchKey, DailyFile, Lines, IncludeSeconds, Seen) "
-          "VALUES (?, ?, ?, ?, ?)",
-          {key, pending->daily_file, lines, pending->records.front().IncludeSeconds(),
-           clock_.Now().GetDate()});
-      begun.Commit();
-    }
-    AppendLines(company->DirectoryPath() / pending->daily_file, *pending,
-                outcome == Outcome::kCompleted);
-    CommitRows(*db, punch, key, *pending);
-    StampRegistry(company->ClockName());
-    log_.Debug("T4PacketWriter", (outcome == Outcome::kWritten ? "Stored: " : "Finished: ") +
-                                     Describe(punch) + " as " +
-                                     pending->records.front().PunchType());
-    return outcome;
   } catch (const std::exception& e) {
-    const std::string message = "The punch of " + Describe(punch) +
-                                " was not stored; it stays in the terminal: " + e.what();
+    const size_t left = punches.size() - done;
+    const std::string message =
+        "The punch of " + Describe(punches[done]) +
+        (left > 1 ? " and " + std::to_string(left - 1) + " after it" : std::string()) +
+        " was not stored; it stays in the terminal: " + e.what();
     log_.Event("System error", message);
     throw T4WriteError(message);
   }
+  if (counts.written > 0) StampRegistry(company->ClockName());
+  return counts;
 }
 
-T4PacketWriter::Pending T4PacketWriter::BuildRecords(const T4Punch& punch,
-                                                     db::Database& company_db) const {
+T4PacketWriter::Counts T4PacketWriter::WriteChunk(std::span<const T4Punch> punches,
+                                                  const std::filesystem::path& directory,
+                                                  db::Database& company_db,
+                                                  records::DepartmentJobAssigner& assigner) {
+  // Each punch is logged on its own when it comes alone (real time); a bulk read is summed up by
+  // its listener.
+  const bool log_each = punches.size() == 1;
+  Counts counts;
+  // The rows first, each punch judged after the ones before it (its history sees their rows),
+  // with the lines they make kept beside them until the file holds them too.
+  std::vector<Pending> written;
+  {
+    db::Transaction transaction(company_db);
+    records::PunchKeys keys(company_db);
+    for (const auto& punch : punches) {
+      if (keys.Contains(PunchKey(punch))) {
+        if (log_each) log_.Debug("T4PacketWriter", "Already stored: " + Describe(punch));
+        ++counts.already_stored;
+        continue;
+      }
+      Pending pending = BuildRecords(punch, company_db, assigner);
+      InsertRows(company_db, punch, pending);
+      if (log_each) {
+        log_.Debug("T4PacketWriter",
+                   "Stored: " + Describe(punch) + " as " + pending.records.front().PunchType());
+      }
+      written.push_back(std::move(pending));
+    }
+    const core::Date today = clock_.Now().GetDate();
+    keys.Expire(today);
+    records::DatabaseWriter::StampCompanyDatabase(company_db, today);
+    transaction.Commit();
+  }
+  WriteLines(directory, company_db, written, false);
+  counts.written = static_cast<int>(written.size());
+  return counts;
+}
+
+T4PacketWriter::Pending T4PacketWriter::BuildRecords(
+    const T4Punch& punch, db::Database& company_db,
+    records::DepartmentJobAssigner& assigner) const {
   if (punch.badge_id < 0 || punch.badge_id > std::numeric_limits<int32_t>::max()) {
     throw core::ArgumentException(
         "Badge " + std::to_string(punch.badge_id) + " does not fit a TCD record.", "BadgeId");
@@ -144,6 +205,7 @@ T4PacketWriter::Pending T4PacketWriter::BuildRecords(const T4Punch& punch,
     first.SetTimeout(time);
   }
   Pending pending;
+  pending.key = PunchKey(punch);
   pending.daily_file = records::DailyArchivePath("", clock_.Now().GetDate()).filename().string();
   pending.records.push_back(first);
   // The period that begins: work after a lunch or a switch, the lunch itself after a lunch out.
@@ -154,61 +216,16 @@ T4PacketWriter::Pending T4PacketWriter::BuildRecords(const T4Punch& punch,
     second.SetTimeout(std::nullopt);
     pending.records.push_back(second);
   }
-  records::DepartmentJobAssigner assigner(records::ParameterOverride(program_folder_), &company_db,
-                                          log_);
-  for (auto& record : pending.records) assigner.Assign(record);
-  return pending;
-}
-
-std::optional<T4PacketWriter::Pending> T4PacketWriter::LoadPending(db::Database& company_db,
-                                                                   const std::string& key) const {
-  auto rs = company_db.Query(
-      "SELECT DailyFile, Lines, IncludeSeconds FROM [T4 Pending Punches] WHERE PunchKey = ?",
-      {key});
-  if (rs.Eof()) return std::nullopt;
-  Pending pending;
-  pending.daily_file = rs.Field("DailyFile").AsText();
-  for (const auto& raw : core::Split(rs.Field("Lines").AsText(), '\n')) {
-    const std::string line(WithoutLineEnd(raw));
-    if (line.empty()) continue;
-    auto record = records::TcdFileReader::FromFields(records::TcdFileReader::SplitFields(line));
-    record.SetIncludeSeconds(rs.Field("IncludeSeconds").AsBool());
-    if (Line(record) != line) {
-      throw core::InvalidOperationException("The pending punch line '" + line +
-                                            "' does not read back as written.");
-    }
-    pending.records.push_back(std::move(record));
-  }
-  if (pending.records.empty()) {
-    throw core::InvalidOperationException("A pending punch holds no line.");
+  for (auto& record : pending.records) {
+    assigner.Assign(record);
+    pending.lines += Line(record) + "\r\n";
   }
   return pending;
 }
 
-void T4PacketWriter::AppendLines(const std::filesystem::path& file, const Pending& pending,
-                                 bool check_file) {
-  std::error_code ec;
-  const bool existed = std::filesystem::exists(file, ec);
-  std::string text;
-  if (check_file && existed) text = core::ReadWholeFile(file);
-  records::TcdFileWriter writer(file, true);
-  for (const auto& record : pending.records) {
-    if (!check_file || !HoldsLine(text, Line(record))) writer.WriteRecord(record);
-  }
-  writer.Sync();
-  writer.CloseWriter();
-  // A new file's name must be on the disk too; once synced it stays (nothing removes it).
-  std::lock_guard lock(mutex_);
-  if (!existed || durable_files_.count(file.string()) == 0) {
-    core::SyncDirectory(file.parent_path());
-    durable_files_.insert(file.string());
-  }
-}
-
-void T4PacketWriter::CommitRows(db::Database& company_db, const T4Punch& punch,
-                                const std::string& key, const Pending& pending) {
+void T4PacketWriter::InsertRows(db::Database& company_db, const T4Punch& punch,
+                                const Pending& pending) {
   const core::Date today = clock_.Now().GetDate();
-  db::Transaction transaction(company_db);
   records::PunchKeys keys(company_db);
   records::TcdDbWriter writer(company_db);
   int64_t first_row = 0;
@@ -231,11 +248,62 @@ void T4PacketWriter::CommitRows(db::Database& company_db, const T4Punch& punch,
       if (!keys.Contains(read_key)) keys.Add(read_key, writer.LastRowId(), today);
     }
   }
-  keys.Add(key, first_row, today);
-  company_db.Execute("DELETE FROM [T4 Pending Punches] WHERE PunchKey = ?", {key});
-  keys.Expire(today);
-  records::DatabaseWriter::StampCompanyDatabase(company_db, today);
+  keys.Add(pending.key, first_row, today);
+  company_db.Execute(
+      "INSERT OR REPLACE INTO [T4 Pending Punches] (PunchKey, DailyFile, Lines, IncludeSeconds, "
+      "Seen) VALUES (?, ?, ?, ?, ?)",
+      {pending.key, pending.daily_file, pending.lines, pending.records.front().IncludeSeconds(),
+       today});
+}
+
+void T4PacketWriter::WriteLines(const std::filesystem::path& directory, db::Database& company_db,
+                                const std::vector<Pending>& pending, bool check_file) {
+  if (pending.empty()) return;
+  std::map<std::string, std::string> text_of;  // daily file -> the lines it gets
+  for (const auto& p : pending) text_of[p.daily_file];
+  for (auto& [name, text] : text_of) {
+    const auto file = directory / name;
+    std::error_code ec;
+    const bool existed = std::filesystem::exists(file, ec);
+    const std::string held = check_file && existed ? core::ReadWholeFile(file) : std::string();
+    for (const auto& p : pending) {
+      if (p.daily_file != name) continue;
+      for (const auto& line : core::Split(p.lines, '\n')) {
+        if (line.empty()) continue;
+        const std::string whole = line + "\n";
+        if (!check_file || !HoldsLine(held, std::string(WithoutLineEnd(line)))) text += whole;
+      }
+    }
+    AppendAndSync(file, text);
+    // A new file's name must be on the disk too; once synced it stays (nothing removes it).
+    std::lock_guard lock(mutex_);
+    if (!existed || durable_files_.count(file.string()) == 0) {
+      core::SyncDirectory(file.parent_path());
+      durable_files_.insert(file.string());
+    }
+  }
+  db::Transaction transaction(company_db);
+  for (const auto& p : pending) {
+    company_db.Execute("DELETE FROM [T4 Pending Punches] WHERE PunchKey = ?", {p.key});
+  }
   transaction.Commit();
+}
+
+void T4PacketWriter::FinishPendingLines(const std::filesystem::path& directory,
+                                        db::Database& company_db) {
+  std::vector<Pending> left;
+  for (auto rs = company_db.Query("SELECT PunchKey, DailyFile, Lines FROM [T4 Pending Punches]");
+       !rs.Eof(); rs.MoveNext()) {
+    left.push_back({rs.Field("PunchKey").AsText(),
+                    rs.Field("DailyFile").AsText(),
+                    {},
+                    rs.Field("Lines").AsText()});
+  }
+  if (left.empty()) return;
+  log_.Debug("T4PacketWriter",
+             std::to_string(left.size()) +
+                 " punches stored without their daily file lines: finishing them");
+  WriteLines(directory, company_db, left, true);
 }
 
 void T4PacketWriter::StampRegistry(const std::string& clock_name) {

@@ -1,14 +1,18 @@
-// Stores each punch a T4 clock accepts, exactly once: its TCD line(s) appended and synced to the
-// company's daily file, and its row(s) committed to the company's [Clock Data Table]. The punch
-// type comes from PunchTypeRules, department and job from ClockAssignments and then the site's
-// settings override. A punch is known by its content (clock, machine number, badge, time, in/out
-// state, work code) in [Punch Keys]; one the terminal sends again after a restart is recognised
-// and written nowhere a second time. See docs/t4.md for the steps and why they are safe.
+// Stores each punch a T4 clock accepts, exactly once: its row(s) committed to the company's
+// [Clock Data Table] and its TCD line(s) appended and synced to the company's daily file. The
+// punch type comes from PunchTypeRules, department and job from ClockAssignments and then the
+// site's settings override. A punch is known by its content (clock, machine number, badge, time,
+// in/out state, work code) in [Punch Keys]; one the terminal sends again after a restart is
+// recognised and written nowhere a second time. The lines of committed rows wait in
+// [T4 Pending Punches] until they are synced in the file; whatever a crash left there is
+// finished first. See docs/t4.md for the steps and why they are safe.
 #pragma once
 
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,6 +20,7 @@
 #include "core/errors.h"
 #include "core/log_sink.h"
 #include "records/company_factory.h"
+#include "records/department_job_assigner.h"
 #include "records/tcd_record.h"
 #include "t4/clock_assignments.h"
 #include "t4/punch_type_rules.h"
@@ -33,8 +38,11 @@ class T4PacketWriter {
  public:
   enum class Outcome {
     kWritten,        // stored now
-    kCompleted,      // an earlier attempt had begun it (a crash, a failure): finished now
     kAlreadyStored,  // stored before; nothing written
+  };
+  struct Counts {
+    int written = 0;
+    int already_stored = 0;
   };
 
   // program_folder holds "SettingsOverride.txt"; the clock gives the daily file's date.
@@ -42,26 +50,40 @@ class T4PacketWriter {
                  const ClockAssignments& assignments, std::filesystem::path program_folder,
                  core::LogSink& log, core::Clock& clock);
 
-  // Returns once the line(s) are synced in the daily file and the row(s) committed. Throws
+  // Returns once the row(s) are committed and the line(s) synced in the daily file. Throws
   // T4WriteError (logged) when the clock has no company or either store failed; what was done is
-  // then finished, not repeated, when the punch comes again. Safe to call from several threads.
+  // then finished, not repeated, by the next call for the company. Safe to call from several
+  // threads.
   Outcome WritePacket(const T4Punch& punch);
+  // The punches of one clock's bulk read, in the terminal's order, stored as WritePacket stores
+  // one, a chunk at a time: its rows in one transaction, its lines synced at once. On a failure
+  // the chunks before it stay stored.
+  Counts WritePackets(const std::vector<T4Punch>& punches);
+  static constexpr size_t kChunk = 10'000;
 
   // The content key of a punch as the terminal reported it.
   static std::string PunchKey(const T4Punch& punch);
 
  private:
+  // A punch's records, and the lines they make in the daily file.
   struct Pending {
+    std::string key;
     std::string daily_file;  // the file's name in the company's directory
     std::vector<records::TcdRecord> records;
+    std::string lines;
   };
 
-  Pending BuildRecords(const T4Punch& punch, db::Database& company_db) const;
-  std::optional<Pending> LoadPending(db::Database& company_db, const std::string& key) const;
-  // Appends the lines the file does not hold yet (all of them when check_file is false).
-  void AppendLines(const std::filesystem::path& file, const Pending& pending, bool check_file);
-  void CommitRows(db::Database& company_db, const T4Punch& punch, const std::string& key,
-                  const Pending& pending);
+  Counts WriteChunk(std::span<const T4Punch> punches, const std::filesystem::path& directory,
+                    db::Database& company_db, records::DepartmentJobAssigner& assigner);
+  Pending BuildRecords(const T4Punch& punch, db::Database& company_db,
+                       records::DepartmentJobAssigner& assigner) const;
+  void InsertRows(db::Database& company_db, const T4Punch& punch, const Pending& pending);
+  // Appends to each daily file the lines of the pending punches (only those it does not hold yet
+  // when check_file is set), syncs it, then forgets the punches.
+  void WriteLines(const std::filesystem::path& directory, db::Database& company_db,
+                  const std::vector<Pending>& pending, bool check_file);
+  // The lines a crash or a failed file left pending, written now.
+  void FinishPendingLines(const std::filesystem::path& directory, db::Database& company_db);
   void StampRegistry(const std::string& clock_name);
 
   records::CompanyFactory& companies_;

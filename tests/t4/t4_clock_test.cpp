@@ -33,14 +33,17 @@ struct RecordingLog : core::LogSink {
   }
 };
 
-// Stores punches as "badge@HH:nn:ss"; throws for the ReceivedPunch call numbered fail_at.
+// Stores punches as "badge@HH:nn:ss"; throws for the store call numbered fail_at (a bulk read's
+// punches are one call).
 struct Listener : IT4Listener {
   std::vector<std::string> punches;
   int calls = 0, fail_at = -1, polls = 0;
-  void ReceivedPunch(T4Clock& clock) override {
+  void ReceivedPunch(T4Clock& clock) override { ReceivedPunches(clock, {clock.CurrentPunch()}); }
+  void ReceivedPunches(T4Clock&, const std::vector<T4Punch>& batch) override {
     if (calls++ == fail_at) throw std::runtime_error("disk full");
-    const T4Punch p = clock.CurrentPunch();
-    punches.push_back(std::to_string(p.badge_id) + "@" + p.timestamp.GetTime().ToString());
+    for (const auto& p : batch) {
+      punches.push_back(std::to_string(p.badge_id) + "@" + p.timestamp.GetTime().ToString());
+    }
   }
   void AutoPolled(T4Clock&) override { ++polls; }
 };

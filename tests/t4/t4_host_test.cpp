@@ -5,14 +5,21 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <condition_variable>
+#include <csignal>
 #include <fstream>
 #include <future>
 #include <mutex>
 
 #include "comm/fd_io.h"
+#include "core/durable_file.h"
+#include "core/text.h"
 #include "fake_t4_device.h"
+#include "records/tcd_archive.h"
 #include "records/transfer_fixture.h"
 
 namespace clockcomm::t4 {
@@ -111,8 +118,16 @@ class T4Site {
   std::filesystem::path program = site.dir.path() / "program";
 };
 
+// Today's daily file of Acme.
+std::filesystem::path DailyFileOf(const T4Site& t4) {
+  return t4.site.dir.path() / "acme" /
+         records::DailyArchivePath("", t4.time.Now().GetDate()).filename();
+}
+
 TEST(T4HostTest, AnUnreachableTerminalHoldsUpNobodyAndTheHostFollowsItsList) {
   T4Site t4;
+  std::ofstream(t4.program / "ClockAssignments.txt")
+      << "Front, debuglog=true\nBack, debuglog=true\n";
   PunchTypeRules rules(t4.program, t4.log);
   ClockAssignments assignments(t4.program, t4.log);
   T4PacketWriter writer(t4.companies, rules, assignments, t4.program, t4.log, t4.time);
@@ -239,6 +254,77 @@ TEST(T4HostTest, UserTasksMoveUsersThroughTheCompanysStore) {
   EXPECT_EQ(users["10.0.0.2"]->at("1042"), ann);
   auto acme = db::Open(t4.site.company_db_path);
   EXPECT_EQ(T4UserStore(*acme).Find("1042"), ann);
+}
+
+// The terminal of the death test: dies, when asked to, at the moment it would clear its log.
+class DyingDevice : public test::FakeT4Device {
+ public:
+  DyingDevice(core::ManualClock& clock, bool die_at_clear)
+      : FakeT4Device(clock), die_at_clear_(die_at_clear) {}
+  bool ClearGLog(int machine) override {
+    if (die_at_clear_) ::_exit(3);
+    return FakeT4Device::ClearGLog(machine);
+  }
+
+ private:
+  bool die_at_clear_;
+};
+
+// The process polling a terminal of 2,000 punches dies: once just before the terminal's log is
+// cleared, then killed at moments spread over the poll. Each new process reads the log again, and
+// in the end every punch is in the table and in the daily file exactly once.
+TEST(T4DeathTest, EveryPunchOnceWhereverThePollDies) {
+  T4Site t4;
+  t4.AddClock("Front", "10.0.0.1");
+  std::vector<AttTransaction> terminal_log;
+  for (int i = 0; i < 2000; ++i) terminal_log.push_back(Punch(1000 + i % 100, i / 100));
+  // A poll in a child process; returns how it ended, as waitpid tells.
+  auto poll_in_child = [&](bool die_at_clear, std::chrono::milliseconds kill_after) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      PunchTypeRules rules(t4.program, t4.log);
+      ClockAssignments assignments(t4.program, t4.log);
+      T4PacketWriter writer(t4.companies, rules, assignments, t4.program, t4.log, t4.time);
+      T4Host host([&] { return t4.OpenProduct(); },
+                  [&](const T4ClockEntry& e) -> std::unique_ptr<IT4Connection> {
+                    auto device = std::make_unique<DyingDevice>(t4.device_time, die_at_clear);
+                    device->log = terminal_log;
+                    return std::make_unique<T4EthernetConnection>(std::move(device), e.address, 1,
+                                                                  e.name, t4.log);
+                  },
+                  t4.companies, writer, assignments, {}, t4.time, t4.log);
+      ::_exit(host.PollAll().empty() ? 0 : 1);
+    }
+    const int exited = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    pollfd fd{exited, POLLIN, 0};
+    if (::poll(&fd, 1, static_cast<int>(kill_after.count())) == 0) ::kill(pid, SIGKILL);
+    ::close(exited);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return status;
+  };
+
+  int status = poll_in_child(true, 60s);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << status;
+  int kills = 0;
+  for (auto after = 5ms; !terminal_log.empty(); after = after * 3 / 2) {
+    status = poll_in_child(false, after);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) terminal_log.clear();  // the poll cleared it
+    kills += WIFSIGNALED(status) ? 1 : 0;
+    ASSERT_LT(after, 60s) << "the poll never finished";
+  }
+  EXPECT_GT(kills, 0);
+  std::vector<std::string> rows = records::test_support::RowsText(
+      *t4.site.OpenCompanyDb(),
+      "SELECT [Card ID], COALESCE([Time In], [Time Out]) AS At FROM [Clock Data Table] ORDER BY "
+      "[Card ID], At");
+  EXPECT_EQ(rows.size(), 2000u);
+  EXPECT_EQ(std::unique(rows.begin(), rows.end()), rows.end()) << "a punch is in twice";
+  std::vector<std::string> lines = core::Split(core::ReadWholeFile(DailyFileOf(t4)), '\n');
+  std::erase(lines, "");
+  std::sort(lines.begin(), lines.end());
+  EXPECT_EQ(lines.size(), 2000u);
+  EXPECT_EQ(std::unique(lines.begin(), lines.end()), lines.end()) << "a line is in twice";
 }
 
 }  // namespace

@@ -173,31 +173,30 @@ TEST_F(T4PacketWriterTest, PunchThatCannotBeStoredThrowsAndNothingIsWritten) {
             std::string::npos);
 }
 
-TEST_F(T4PacketWriterTest, RowsThatFailedAreFinishedOnceOnALaterDay) {
+// A store that fails leaves nothing half done. Rows that could not be committed are in neither
+// store. A daily file that could not be written gets the committed punch's lines with the
+// company's next punch, even a day later: once, and in the file they were meant for.
+TEST_F(T4PacketWriterTest, AFailedStoreIsFinishedOnceByTheNextPunch) {
   SiteFile(kPunchTypeRulesFile, "3=LI\n");
   site_.OpenCompanyDb()->Execute("ALTER TABLE [Clock Data Table] RENAME TO Kept");
   EXPECT_THROW(Write(3, T(12, 0)), T4WriteError);
-  // The lines are in the file, but the punch was not claimed.
-  EXPECT_EQ(Lines().size(), 2u);
   site_.OpenCompanyDb()->Execute("ALTER TABLE Kept RENAME TO [Clock Data Table]");
+  EXPECT_TRUE(Lines().empty());
   EXPECT_TRUE(Rows(kMoments).empty());
+
+  fs::create_directory(DailyFile());  // nothing can be appended to it
+  EXPECT_THROW(Write(3, T(12, 0)), T4WriteError);
+  EXPECT_EQ(Rows("[Punch Type]"), (std::vector<std::string>{"LI", "I"}));
+  fs::remove(DailyFile());
 
   site_.clock.Set(core::DateTime(D(2009, 10, 22), T(6, 0)));
-  EXPECT_EQ(Write(3, T(12, 0)), Outcome::kCompleted);
   EXPECT_EQ(Write(3, T(12, 0)), Outcome::kAlreadyStored);
-  EXPECT_EQ(Lines().size(), 2u);  // finished in the file it was begun in
-  EXPECT_FALSE(fs::exists(DailyFile("1022")));
-  EXPECT_EQ(Rows("[Punch Type]"), (std::vector<std::string>{"LI", "I"}));
-}
-
-TEST_F(T4PacketWriterTest, DailyFileThatFailedIsWrittenOnceOnTheNextTry) {
-  fs::create_directory(DailyFile());  // nothing can be appended to it
-  EXPECT_THROW(Write(0, T(8, 0)), T4WriteError);
-  EXPECT_TRUE(Rows(kMoments).empty());
-  fs::remove(DailyFile());
-  EXPECT_EQ(Write(0, T(8, 0)), Outcome::kCompleted);
-  EXPECT_EQ(Lines(), std::vector<std::string>{"7,0,1234,,,,,I,2009/10/21,08:00,,,,"});
-  EXPECT_EQ(Rows("[Punch Type]"), std::vector<std::string>{"I"});
+  EXPECT_EQ(Lines("1021").size(), 2u);
+  EXPECT_EQ(Write(0, T(5, 0), 0, 22), Outcome::kWritten);
+  EXPECT_EQ(Write(3, T(12, 0)), Outcome::kAlreadyStored);
+  EXPECT_EQ(Lines("1021").size(), 2u);
+  EXPECT_EQ(Lines("1022").size(), 1u);
+  EXPECT_EQ(Rows("[Punch Type]"), (std::vector<std::string>{"LI", "I", "I"}));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "t4/host/t4_host.h"
 
+#include <fmt/format.h>
+
 #include <set>
 
 namespace clockcomm::t4 {
@@ -86,6 +88,7 @@ std::unique_ptr<T4Clock> T4Host::MakeClock(const T4ClockEntry& entry) {
       entry.id, name, connect_(entry), [this, name] { return assignments_.IncludeSeconds(name); },
       time_, log_);
   clock->SetListener(this);
+  clock->SetDebugLog([this, name] { return assignments_.Get(name).DebugLog(); });
   return clock;
 }
 
@@ -104,17 +107,24 @@ void T4Host::RunTasks(T4Clock& clock) {
 }
 
 void T4Host::ReceivedPunch(T4Clock& clock) {
-  const T4Punch punch = clock.CurrentPunch();
-  if (writer_.WritePacket(punch) == T4PacketWriter::Outcome::kAlreadyStored) {
-    log_.Debug(clock.Name(), "Punch already stored - Badge: " + std::to_string(punch.badge_id) +
-                                 ", TimeStamp: " + punch.timestamp.ToString());
-    return;
+  if (writer_.WritePacket(clock.CurrentPunch()) == T4PacketWriter::Outcome::kWritten) {
+    ++punches_stored_;
   }
-  ++punches_stored_;
+}
+
+void T4Host::ReceivedPunches(T4Clock& clock, const std::vector<T4Punch>& punches) {
+  const T4PacketWriter::Counts counts = writer_.WritePackets(punches);
+  punches_stored_ += counts.written;
+  if (assignments_.Get(clock.Name()).DebugLog()) {
+    log_.Debug(clock.Name(), fmt::format("Read {} punches: {} stored, {} stored before",
+                                         punches.size(), counts.written, counts.already_stored));
+  }
 }
 
 void T4Host::AutoPolled(T4Clock& clock) {
-  log_.Debug(clock.Name(), "Poll of " + clock.Name() + " ended");
+  if (assignments_.Get(clock.Name()).DebugLog()) {
+    log_.Debug(clock.Name(), "Poll of " + clock.Name() + " ended");
+  }
 }
 
 std::vector<T4Host::ClockStatus> T4Host::Snapshot() const {

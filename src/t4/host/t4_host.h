@@ -53,6 +53,7 @@ class T4Host : public IT4Listener {
 
   // Stores the clock's current punch; throws when it could not (the clock keeps its log).
   void ReceivedPunch(T4Clock& clock) override;
+  void ReceivedPunches(T4Clock& clock, const std::vector<T4Punch>& punches) override;
   void AutoPolled(T4Clock& clock) override;
 
   std::vector<ClockStatus> Snapshot() const;
