@@ -19,8 +19,6 @@
 #include "records/punch_keys.h"
 #include "records/tcd_archive.h"
 #include "records/tcd_db_writer.h"
-#include "records/tcd_file_reader.h"
-#include "records/tcd_file_writer.h"
 #include "records/transfer_ledger.h"
 
 namespace clockcomm::t4 {
@@ -31,7 +29,7 @@ namespace {
 constexpr const char* kCreatePendingTable =
     "CREATE TABLE IF NOT EXISTS [T4 Pending Punches] ("
     "PunchKey TEXT PRIMARY KEY, DailyFile TEXT NOT NULL, Lines TEXT NOT NULL, "
-    "IncludeSeconds INTEGER NOT NULL, Seen TEXT NOT NULL)";
+    "Seen TEXT NOT NULL)";
 
 // The punch type asks for the employee's earlier punches of the day with every punch.
 constexpr const char* kCreateCardIndex =
@@ -250,10 +248,9 @@ void T4PacketWriter::InsertRows(db::Database& company_db, const T4Punch& punch,
   }
   keys.Add(pending.key, first_row, today);
   company_db.Execute(
-      "INSERT OR REPLACE INTO [T4 Pending Punches] (PunchKey, DailyFile, Lines, IncludeSeconds, "
-      "Seen) VALUES (?, ?, ?, ?, ?)",
-      {pending.key, pending.daily_file, pending.lines, pending.records.front().IncludeSeconds(),
-       today});
+      "INSERT OR REPLACE INTO [T4 Pending Punches] (PunchKey, DailyFile, Lines, Seen) "
+      "VALUES (?, ?, ?, ?)",
+      {pending.key, pending.daily_file, pending.lines, today});
 }
 
 void T4PacketWriter::WriteLines(const std::filesystem::path& directory, db::Database& company_db,
