@@ -1,5 +1,5 @@
 // The call commands of the built binary: host against a simulated terminal on a pty, the poll
-// list, and the refusals of poll --timed, auto and a LAN connection.
+// list, the T4 host, and the refusals of poll --timed, auto and a LAN connection.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -7,6 +7,7 @@
 #include "comm/pty_pair.h"
 #include "db/open.h"
 #include "sim/zon_terminal.h"
+#include "test_support/child_process.h"
 #include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
 
@@ -36,6 +37,27 @@ TEST_F(CallCommandsTest, HostOnceTakesACallAndExitsWithItsOutcome) {
   EXPECT_NE(r.out.find("End of transmission"), std::string::npos) << r.out;
   auto db = db::Open(dir_.path() / "data" / "acme" / "Company.db");
   EXPECT_EQ(db->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt(), 2);
+}
+
+// `t4 host`, and `auto` on a terminal type 2 line, run the T4 host: the terminal's outage is shown
+// once, and SIGTERM ends the program as End does.
+TEST_F(CallCommandsTest, T4HostRunsUntilTheStopSignal) {
+  ASSERT_EQ(Run("t4 clocks add Gate --address 127.0.0.1:9").exit_code, 0);
+  ASSERT_EQ(Run("settings set terminal_type=2 connection_type=3 auto_start_mode=2").exit_code, 0);
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"t4", "host"}, std::vector<std::string>{"auto"}}) {
+    std::vector<std::string> argv = {CLOCKCOMM_BINARY_DIR "/clockcomm", "--home",
+                                     dir_.path().string()};
+    argv.insert(argv.end(), command.begin(), command.end());
+    Child program(argv);
+    ASSERT_TRUE(Child::Pump({&program}, Steady::now() + std::chrono::seconds(20),
+                            [&] { return program.Find("T4 Clock Offline: Gate").has_value(); }))
+        << command.back() << ": " << program.Tail();
+    program.Signal(SIGTERM);
+    EXPECT_TRUE(program.Drain(Steady::now() + std::chrono::seconds(20))) << command.back();
+    const int status = program.Wait();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command.back() << ": " << status;
+  }
 }
 
 TEST_F(CallCommandsTest, PollListAddListRemove) {
