@@ -27,8 +27,8 @@ namespace clockcomm::t4::test {
 inline AttTransaction Transaction(std::string badge, const core::DateTime& at, int state = 0) {
   const core::Date d = at.GetDate();
   const core::TimeOfDay t = at.GetTime();
-  return {std::move(badge), true, state, 1, d.Year(), d.Month(), d.Day(),
-          t.Hour(),         t.Minute(), t.Second(), 0};
+  return {std::move(badge), true,    state,    1,          d.Year(),
+          d.Month(),        d.Day(), t.Hour(), t.Minute(), t.Second()};
 }
 
 class FakeT4Device : public IT4Device {
@@ -85,10 +85,7 @@ class FakeT4Device : public IT4Device {
   bool EnableDevice(int, bool on) override {
     return Call(on ? "EnableDevice(1)" : "EnableDevice(0)");
   }
-  bool GetDeviceTime(int, core::DateTime& time) override {
-    time = clock_.Now();
-    return Call("GetDeviceTime");
-  }
+  bool GetDeviceTime(int, core::DateTime&) override { return Call("GetDeviceTime"); }
   bool SetDeviceTime2(int, const core::DateTime&) override { return Call("SetDeviceTime2"); }
   bool RegEvent(int, int) override { return Call("RegEvent"); }
   bool GetUser(int, const std::string& enroll_number, T4User& user) override {

@@ -1,6 +1,7 @@
 // The T4 host over in-process terminals on threads of their own, in real time with short cycles:
 // one terminal that never answers holds up nobody, its outage is logged once however often it is
-// tried, the others' punches reach their companies' databases once, and the host follows its list.
+// tried, the others' punches reach their companies' databases once, and the host follows its list;
+// and that list with its tasks.
 #include "t4/host/t4_host.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include <set>
 
 #include "core/durable_file.h"
+#include "core/errors.h"
 #include "core/text.h"
 #include "fake_t4_device.h"
 #include "records/tcd_archive.h"
@@ -29,9 +31,9 @@ using Lines = std::vector<std::string>;
 using records::test_support::RowsText;
 
 AttTransaction Punch(int badge, int minute) {  // today at 07:minute
-  return test::Transaction(std::to_string(badge),
-                           core::DateTime(core::SystemClock().Now().GetDate(),
-                                          *core::TimeOfDay::FromHms(7, minute, 0)));
+  return test::Transaction(
+      std::to_string(badge),
+      core::DateTime(core::SystemClock().Now().GetDate(), *core::TimeOfDay::FromHms(7, minute, 0)));
 }
 
 // A site of two companies: Acme with the clock name "Front" (two terminals may share it) and
@@ -71,11 +73,11 @@ class T4Site {
     auto connect = [this, setup](const T4ClockEntry& e) -> std::unique_ptr<IT4Connection> {
       auto device = std::make_unique<test::FakeT4Device>(device_time);
       setup(*device, e);
-      return std::make_unique<T4EthernetConnection>(std::move(device), e.address,
-                                                    e.device_number, e.name, log);
+      return std::make_unique<T4EthernetConnection>(std::move(device), e.address, e.device_number,
+                                                    e.name, log);
     };
-    return host.emplace([this] { return OpenProduct(); }, connect, companies, *writer,
-                        *assignments, settings, time, log);
+    return host.emplace([this] { return OpenProduct(); }, connect, companies, *writer, *assignments,
+                        settings, time, log);
   }
 
   records::test_support::TransferFixture site;
@@ -149,7 +151,8 @@ TEST(T4HostTest, UserTasksMoveUsersThroughTheCompanysStore) {
   const int64_t gate = t4.AddClock("Gate", "10.0.0.4");
   const T4User ann{"1042", "Ann", "", 0, true, {{0, 1, "QUJD"}, {6, 3, "REVG"}}};
   using Users = std::map<std::string, T4User>;
-  std::map<std::string, std::shared_ptr<Users>> users = {  // by address, across connections
+  std::map<std::string, std::shared_ptr<Users>> users = {
+      // by address, across connections
       {"10.0.0.1", std::make_shared<Users>(Users{{"1042", ann}})},
       {"10.0.0.3", std::make_shared<Users>(Users{{"77", {"77", "Bo"}}})}};
   bool set_user_fails = true;
@@ -166,7 +169,9 @@ TEST(T4HostTest, UserTasksMoveUsersThroughTheCompanysStore) {
     list.AddTask({0, beta, kRemoveUser, "77"});
     list.AddTask({0, gate, kLoadAllUsers, ""});
   }
-  auto waiting = [&] { return RowsText(*t4.OpenProduct(), "SELECT ClockID, Task FROM ClockTasks"); };
+  auto waiting = [&] {
+    return RowsText(*t4.OpenProduct(), "SELECT ClockID, Task FROM ClockTasks");
+  };
   EXPECT_EQ(host.PollAll(), Lines{});
   EXPECT_EQ(waiting(), Lines{std::to_string(other) + "|Add User"});
   EXPECT_EQ(t4.log.Count("task 2 \"Reload User\" for user 5 removed: the terminal has no such"), 1);
@@ -236,6 +241,76 @@ TEST(T4DeathTest, EveryPunchOnceWhereverThePollDies) {
   std::erase(lines, "");
   EXPECT_EQ(lines.size(), 2000u);
   EXPECT_EQ(std::set(lines.begin(), lines.end()).size(), 2000u) << "a line is in twice";
+}
+
+class T4ClockListTest : public ::testing::Test {
+ protected:
+  T4ClockListTest() : db_(db::Open(dir_.path() / db::kProductDatabaseFile, db::OpenMode::kCreate)) {
+    db::CreateProductSchema(*db_);
+  }
+  static T4ClockEntry Clock(std::string name, std::string address = "10.0.0.9", int device = 1,
+                            std::string transport = "tcp") {
+    return {0, std::move(name), std::move(address), device, std::move(transport)};
+  }
+
+  clockcomm::test::TempDir dir_;
+  std::unique_ptr<db::Database> db_;
+  T4ClockList list_{*db_};
+};
+
+// Whatever a bad entry holds, it is refused naming the field, and nothing is stored.
+TEST_F(T4ClockListTest, ABadEntryIsRefusedNamingItsField) {
+  list_.Add(Clock("Lobby"));
+  const std::pair<T4ClockEntry, const char*> bad[] = {
+      {Clock(" "), "name"},
+      {Clock("Lobby", "10.0.0.9:4370"), "address"},  // the same terminal as Lobby's
+      {Clock("Dock", "10.0.0.9"), "address"},
+      {Clock("Do\nck"), "name"},
+      {Clock("Dock", ""), "address"},
+      {Clock("Dock", "10.0.0.9:70000"), ""},
+      {Clock("Dock", "10.0.0.20", 0), "device_number"},
+      {Clock("Dock", "10.0.0.20", 256), "device_number"},
+      {Clock("Dock", "10.0.0.20", 1, "serial"), "transport"},
+  };
+  for (const auto& [entry, field] : bad) {
+    SCOPED_TRACE(entry.name + " " + entry.address);
+    try {
+      list_.Add(entry);
+      ADD_FAILURE() << "accepted";
+    } catch (const core::ArgumentException& e) {
+      if (*field == '\0') continue;  // the connection's own port check
+      EXPECT_EQ(e.ParamName(), field) << e.what();
+    }
+  }
+  ASSERT_EQ(list_.ReadClocks().size(), 1u);
+}
+
+// A clock reads back as written and is found by its id or its name, the id telling apart clocks
+// of one name; removing it takes its waiting tasks with it, not another's.
+TEST_F(T4ClockListTest, ClocksAndTasksRoundTripAndGoTogether) {
+  T4ClockEntry lobby = {0, "Lobby", "clock7.local:4371", 3, "udp", 1234};
+  lobby.id = list_.Add(lobby);
+  const int64_t dock = list_.Add(Clock("Dock"));
+  const int64_t second_dock = list_.Add(Clock("DOCK", "10.0.0.10"));
+  EXPECT_EQ(list_.Resolve("lobby"), lobby);
+  EXPECT_EQ(list_.Resolve(std::to_string(second_dock)).address, "10.0.0.10");
+  EXPECT_THROW(list_.Resolve("Dock"), core::ArgumentException);
+  EXPECT_THROW(list_.Resolve("Yard"), core::ItemNotFoundException);
+
+  list_.AddTask({0, lobby.id, kAddUser, "1042"});
+  list_.AddTask({0, lobby.id, kLoadAllUsers, ""});
+  list_.AddTask({0, dock, kReloadUser, "7"});
+  EXPECT_THROW(list_.AddTask({0, dock, "Format Disk", ""}), core::ArgumentException);
+  EXPECT_THROW(list_.AddTask({0, dock, kRemoveUser, ""}), core::ArgumentException);
+  const auto tasks = list_.ReadTasks(lobby.id);
+  ASSERT_EQ(tasks.size(), 2u);
+  list_.RemoveTask(tasks[0].task_id);
+  EXPECT_EQ(list_.ReadTasks(lobby.id).at(0).task, kLoadAllUsers);
+
+  list_.Remove(lobby.id);
+  EXPECT_THROW(list_.Resolve("Lobby"), core::ItemNotFoundException);
+  EXPECT_EQ(db_->Query("SELECT COUNT(*) FROM ClockTasks").Field(0).AsInt(), 1);
+  EXPECT_EQ(list_.ReadClocks().size(), 2u);
 }
 
 }  // namespace
