@@ -223,6 +223,10 @@ Date Date::FirstOfNextMonth() const {
 }
 
 std::string Date::Format(std::string_view pattern) const {
+  if (pattern == kFormatIsoDate) {
+    char text[16];
+    return std::string(text, FormatIsoDate(*this, text));
+  }
   return FormatFields(pattern, Fields{this, nullptr});
 }
 
@@ -240,6 +244,10 @@ TimeOfDay TimeOfDay::FromSeconds(int seconds_since_midnight) {
 }
 
 std::string TimeOfDay::Format(std::string_view pattern) const {
+  if (pattern == kFormatHourMinuteSecond || pattern == kFormatHourMinute) {
+    char text[16];
+    return std::string(text, FormatTime(*this, pattern == kFormatHourMinuteSecond, text));
+  }
   return FormatFields(pattern, Fields{nullptr, this});
 }
 
@@ -263,6 +271,43 @@ DateTime DateTime::FromSeconds(int64_t seconds) {
 
 std::string DateTime::Format(std::string_view pattern) const {
   return FormatFields(pattern, Fields{&date_, &time_});
+}
+
+namespace {
+
+char* Digits(int value, int width, char* out) {
+  for (int i = width - 1; i >= 0; --i, value /= 10) out[i] = static_cast<char>('0' + value % 10);
+  return out + width;
+}
+
+// Without leading zeros.
+char* Number(int value, char* out) { return Digits(value, value >= 10 ? 2 : 1, out); }
+
+}  // namespace
+
+char* FormatIsoDate(const Date& date, char* out) {
+  out = Digits(date.Year(), 4, out);
+  *out++ = '-';
+  out = Digits(date.Month(), 2, out);
+  *out++ = '-';
+  return Digits(date.Day(), 2, out);
+}
+
+char* FormatTcdDate(const Date& date, char* out) {
+  out = Digits(date.Year(), 4, out);
+  *out++ = '/';
+  out = Number(date.Month(), out);
+  *out++ = '/';
+  return Number(date.Day(), out);
+}
+
+char* FormatTime(const TimeOfDay& time, bool seconds, char* out) {
+  out = Digits(time.Hour(), 2, out);
+  *out++ = ':';
+  out = Digits(time.Minute(), 2, out);
+  if (!seconds) return out;
+  *out++ = ':';
+  return Digits(time.Second(), 2, out);
 }
 
 int ExpandTwoDigitYear(int two_digit_year) {
