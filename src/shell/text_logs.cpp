@@ -1,6 +1,8 @@
 #include "shell/text_logs.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,7 +44,15 @@ std::string SafeLogName(std::string_view name) {
 }
 
 TextLogs::TextLogs(fs::path folder, core::Clock& clock)
-    : folder_(std::move(folder)), clock_(clock), flusher_([this] { FlushThread(); }) {}
+    : folder_(std::move(folder)), clock_(clock) {
+  // The flush thread takes no signals: a SIGTERM meant for the program's signal watcher must not
+  // land in it (its mask is inherited from here, so it is set before the thread starts).
+  sigset_t all, previous;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &previous);
+  flusher_ = std::thread([this] { FlushThread(); });
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+}
 
 TextLogs::~TextLogs() {
   {
