@@ -1,10 +1,15 @@
 // Whole calls over pty pairs: a 1,000-punch hosted call from ENQ to the final EOT with the transfer
-// into the company database; the same call paced at 9600 bit/s against the wire time of its bytes;
-// and the CPU an idle host loop uses.
+// into the company database, beside the round trips a pty pair carries; the same call paced at
+// 9600 bit/s against the wire time of its bytes; and the CPU an idle host loop uses.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include <thread>
 
+#include "bench_limit.h"
 #include "bench_site.h"
 #include "comm/pty_pair.h"
 #include "sim/zon_terminal.h"
@@ -45,16 +50,65 @@ sim::TerminalStats HostedCall(Site& site, sim::TerminalConfig config, int punche
   return terminal.Stats();
 }
 
+bench::Limit round_trip_limit;
+
+// Waits for one byte on fd and reads it; false on hang-up or error.
+bool ReadOne(int fd) {
+  pollfd p{fd, POLLIN, 0};
+  char c;
+  return poll(&p, 1, 5000) == 1 && read(fd, &c, 1) == 1;
+}
+
+// The limit of a call's exchange: one byte each way over a raw pty pair, each side waiting in
+// poll() for the other, as a packet and its acknowledgement do.
+void BM_PtyPingPongLimit(benchmark::State& state) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+    state.SkipWithError("no pty");
+    return;
+  }
+  const int slave = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  termios raw{};
+  tcgetattr(slave, &raw);
+  cfmakeraw(&raw);
+  tcsetattr(slave, TCSANOW, &raw);
+  const int round_trips = static_cast<int>(state.range(0));
+  std::thread echo([&] {
+    for (int i = 0; i < round_trips * static_cast<int>(state.max_iterations); ++i) {
+      if (!ReadOne(slave) || write(slave, "a", 1) != 1) return;
+    }
+  });
+  const auto start = std::chrono::steady_clock::now();
+  for (auto _ : state) {
+    for (int i = 0; i < round_trips; ++i) {
+      if (write(master, "p", 1) != 1 || !ReadOne(master)) state.SkipWithError("pty failed");
+    }
+  }
+  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+  echo.join();
+  close(slave);
+  close(master);
+  const double per_second = static_cast<double>(state.iterations()) * round_trips / elapsed.count();
+  state.counters["per_s"] = per_second;
+  round_trip_limit.Record(per_second);
+}
+BENCHMARK(BM_PtyPingPongLimit)->Arg(10000)->Iterations(1)->Unit(benchmark::kMillisecond);
+
 void BM_HostedCall1000Punches(benchmark::State& state) {
   Site site;
   const int punches = static_cast<int>(state.range(0));
   int call = 0;
+  const auto start = std::chrono::steady_clock::now();
   for (auto _ : state) {
     // Each call from another clock number: its punches are new ones, not a batch sent again.
     sim::TerminalConfig config;
     config.clock_number = 101 + call++;
     HostedCall(site, config, punches);
   }
+  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+  const double per_second = static_cast<double>(state.iterations()) * punches / elapsed.count();
+  state.counters["per_s"] = per_second;
+  round_trip_limit.Report(state, per_second);
   state.SetItemsProcessed(state.iterations() * punches);
   state.counters["rows"] = static_cast<double>(site.Rows());
 }

@@ -26,6 +26,7 @@ class EchoingLog : public core::LogSink {
     inner_.Screen(message);
     screen_.Line(message);
   }
+  void Flush() override { inner_.Flush(); }
 
  private:
   core::LogSink& inner_;

@@ -171,7 +171,7 @@ void RegisterTransferCommands(CLI::App& app, const GlobalOptions& options) {
   transfer->add_option("files", to->files, "TCD files");
   transfer->add_option("--mode", to->mode, "Upload type of the call; W: no .ARC archive");
   transfer->add_flag("--one-transaction", to->one_transaction,
-                     "One transaction for each whole file instead of one per row");
+                     "One transaction for each whole file instead of batches");
   transfer->add_flag("--again", to->again,
                      "Transfer again the lines whose rows were deleted from the table (logged)");
   transfer->add_flag("--pending", to->pending,

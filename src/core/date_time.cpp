@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cctype>
-#include <vector>
 
 #include "core/errors.h"
 
@@ -89,7 +88,8 @@ int ToInt(std::string_view s) {
 
 // "m/d/y", "y/m/d" with "/", "-" or "." between the parts.
 std::optional<Date> ParseDatePart(std::string_view s) {
-  std::vector<std::string_view> parts;
+  std::string_view parts[3];
+  size_t count = 0;
   size_t start = 0;
   char separator = 0;
   for (size_t i = 0; i <= s.size(); ++i) {
@@ -98,11 +98,12 @@ std::optional<Date> ParseDatePart(std::string_view s) {
         if (separator != 0 && s[i] != separator) return std::nullopt;
         separator = s[i];
       }
-      parts.push_back(s.substr(start, i - start));
+      if (count == 3) return std::nullopt;
+      parts[count++] = s.substr(start, i - start);
       start = i + 1;
     }
   }
-  if (parts.size() != 3) return std::nullopt;
+  if (count != 3) return std::nullopt;
   for (auto p : parts) {
     if (!AllDigits(p) || p.size() > 4) return std::nullopt;
   }
@@ -122,37 +123,44 @@ std::optional<Date> ParseDatePart(std::string_view s) {
   return Date::FromYmd(year, ToInt(parts[0]), ToInt(parts[1]));
 }
 
+bool EndsWithIgnoringCase(std::string_view s, std::string_view lower_suffix) {
+  if (s.size() < lower_suffix.size()) return false;
+  s = s.substr(s.size() - lower_suffix.size());
+  for (size_t i = 0; i < s.size(); ++i) {
+    if (std::tolower(static_cast<unsigned char>(s[i])) != lower_suffix[i]) return false;
+  }
+  return true;
+}
+
 // "h[:mm[:ss]]" with an optional am/pm marker; an hour alone needs the marker ("9pm").
-std::optional<TimeOfDay> ParseTimePart(std::string_view s) {
+std::optional<TimeOfDay> ParseTimePart(std::string_view body) {
   int meridiem = 0;  // 0 none, 1 am, 2 pm
-  std::string lower;
-  for (char c : s) lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  std::string_view body = lower;
   for (auto [suffix, value] :
        {std::pair<std::string_view, int>{"am", 1}, {"pm", 2}, {"a", 1}, {"p", 2}}) {
-    if (body.size() > suffix.size() && body.substr(body.size() - suffix.size()) == suffix) {
+    if (body.size() > suffix.size() && EndsWithIgnoringCase(body, suffix)) {
       meridiem = value;
       body = Trim(body.substr(0, body.size() - suffix.size()));
       break;
     }
   }
-  std::vector<std::string_view> parts;
+  std::string_view parts[3];
+  size_t count = 0;
   size_t start = 0;
   for (size_t i = 0; i <= body.size(); ++i) {
     if (i == body.size() || body[i] == ':') {
-      parts.push_back(body.substr(start, i - start));
+      if (count == 3) return std::nullopt;
+      parts[count++] = body.substr(start, i - start);
       start = i + 1;
     }
   }
-  if (parts.empty() || parts.size() > 3) return std::nullopt;
-  if (parts.size() == 1 && meridiem == 0) return std::nullopt;
-  for (size_t i = 0; i < parts.size(); ++i) {
+  if (count == 1 && meridiem == 0) return std::nullopt;
+  for (size_t i = 0; i < count; ++i) {
     if (!AllDigits(parts[i]) || parts[i].size() > 2) return std::nullopt;
     if (i > 0 && parts[i].size() != 2) return std::nullopt;
   }
   int hour = ToInt(parts[0]);
-  const int minute = parts.size() > 1 ? ToInt(parts[1]) : 0;
-  const int second = parts.size() > 2 ? ToInt(parts[2]) : 0;
+  const int minute = count > 1 ? ToInt(parts[1]) : 0;
+  const int second = count > 2 ? ToInt(parts[2]) : 0;
   if (meridiem != 0) {
     if (hour > 12) return std::nullopt;
     if (hour == 12) hour = 0;
@@ -166,6 +174,53 @@ bool LooksLikeTime(std::string_view s) {
     if (c == ':' || std::isalpha(static_cast<unsigned char>(c))) return true;
   }
   return false;
+}
+
+int Digit(char c) { return c >= '0' && c <= '9' ? c - '0' : -100; }
+
+// The forms terminals send, without the general rules: "HH:nn", "HH:nn:ss", and dates of digits
+// and "/" alone. Gives a value only where the lenient conversion gives the same one.
+std::optional<DateTime> ParseFixedForms(std::string_view s, bool& date_given) {
+  if ((s.size() == 5 || s.size() == 8) && s[2] == ':' && (s.size() == 5 || s[5] == ':')) {
+    const int hour = Digit(s[0]) * 10 + Digit(s[1]);
+    const int minute = Digit(s[3]) * 10 + Digit(s[4]);
+    const int second = s.size() == 8 ? Digit(s[6]) * 10 + Digit(s[7]) : 0;
+    if (hour < 0 || minute < 0 || second < 0) return std::nullopt;
+    auto time = TimeOfDay::FromHms(hour, minute, second);
+    if (time) date_given = false;
+    return time ? std::optional<DateTime>(DateTime(Date(), *time)) : std::nullopt;
+  }
+  if (s.size() < 5 || s.size() > 10 ||
+      s.find_first_not_of("0123456789/") != std::string_view::npos) {
+    return std::nullopt;
+  }
+  auto date = ParseDatePart(s);
+  if (date) date_given = true;
+  return date ? std::optional<DateTime>(DateTime(*date, TimeOfDay())) : std::nullopt;
+}
+
+// The lenient conversion in one pass; date_given tells whether the text began with a date.
+std::optional<DateTime> ParseLenient(std::string_view text, bool& date_given) {
+  date_given = false;
+  if (auto fixed = ParseFixedForms(text, date_given)) return fixed;
+  std::string_view s = Trim(text);
+  if (s.empty() || s.size() > 64) return std::nullopt;
+  // A date comes first when there is one; the time follows after blanks or a 'T'.
+  size_t split = s.find_first_of(" \tT");
+  std::string_view first = split == std::string_view::npos ? s : s.substr(0, split);
+  if (auto date = ParseDatePart(first)) {
+    date_given = true;
+    std::string_view rest =
+        split == std::string_view::npos ? std::string_view{} : Trim(s.substr(split + 1));
+    if (rest.empty()) return DateTime(*date, TimeOfDay());
+    auto time = ParseTimePart(rest);
+    if (!time) return std::nullopt;
+    return DateTime(*date, *time);
+  }
+  if (!LooksLikeTime(s)) return std::nullopt;
+  auto time = ParseTimePart(s);
+  if (!time) return std::nullopt;
+  return DateTime(Date(), *time);
 }
 
 }  // namespace
@@ -223,6 +278,10 @@ Date Date::FirstOfNextMonth() const {
 }
 
 std::string Date::Format(std::string_view pattern) const {
+  if (pattern == kFormatIsoDate) {
+    char text[16];
+    return std::string(text, FormatIsoDate(*this, text));
+  }
   return FormatFields(pattern, Fields{this, nullptr});
 }
 
@@ -240,6 +299,10 @@ TimeOfDay TimeOfDay::FromSeconds(int seconds_since_midnight) {
 }
 
 std::string TimeOfDay::Format(std::string_view pattern) const {
+  if (pattern == kFormatHourMinuteSecond || pattern == kFormatHourMinute) {
+    char text[16];
+    return std::string(text, FormatTime(*this, pattern == kFormatHourMinuteSecond, text));
+  }
   return FormatFields(pattern, Fields{nullptr, this});
 }
 
@@ -265,43 +328,62 @@ std::string DateTime::Format(std::string_view pattern) const {
   return FormatFields(pattern, Fields{&date_, &time_});
 }
 
+namespace {
+
+char* Digits(int value, int width, char* out) {
+  for (int i = width - 1; i >= 0; --i, value /= 10) out[i] = static_cast<char>('0' + value % 10);
+  return out + width;
+}
+
+// Without leading zeros.
+char* Number(int value, char* out) { return Digits(value, value >= 10 ? 2 : 1, out); }
+
+}  // namespace
+
+char* FormatIsoDate(const Date& date, char* out) {
+  out = Digits(date.Year(), 4, out);
+  *out++ = '-';
+  out = Digits(date.Month(), 2, out);
+  *out++ = '-';
+  return Digits(date.Day(), 2, out);
+}
+
+char* FormatTcdDate(const Date& date, char* out) {
+  out = Digits(date.Year(), 4, out);
+  *out++ = '/';
+  out = Number(date.Month(), out);
+  *out++ = '/';
+  return Number(date.Day(), out);
+}
+
+char* FormatTime(const TimeOfDay& time, bool seconds, char* out) {
+  out = Digits(time.Hour(), 2, out);
+  *out++ = ':';
+  out = Digits(time.Minute(), 2, out);
+  if (!seconds) return out;
+  *out++ = ':';
+  return Digits(time.Second(), 2, out);
+}
+
 int ExpandTwoDigitYear(int two_digit_year) {
   return two_digit_year < 30 ? 2000 + two_digit_year : 1900 + two_digit_year;
 }
 
 std::optional<DateTime> ParseDateTime(std::string_view text) {
-  std::string_view s = Trim(text);
-  if (s.empty() || s.size() > 64) return std::nullopt;
-  // A date comes first when there is one; the time follows after blanks or a 'T'.
-  size_t split = s.find_first_of(" \tT");
-  std::string_view first = split == std::string_view::npos ? s : s.substr(0, split);
-  std::string_view rest =
-      split == std::string_view::npos ? std::string_view{} : Trim(s.substr(split + 1));
-  if (auto date = ParseDatePart(first)) {
-    if (rest.empty()) return DateTime(*date, TimeOfDay());
-    auto time = ParseTimePart(rest);
-    if (!time) return std::nullopt;
-    return DateTime(*date, *time);
-  }
-  if (!LooksLikeTime(s)) return std::nullopt;
-  auto time = ParseTimePart(s);
-  if (!time) return std::nullopt;
-  return DateTime(Date(), *time);
+  bool date_given;
+  return ParseLenient(text, date_given);
 }
 
 std::optional<Date> ParseDate(std::string_view text) {
-  std::string_view s = Trim(text);
-  size_t split = s.find_first_of(" \tT");
-  if (!ParseDatePart(split == std::string_view::npos ? s : s.substr(0, split))) {
-    return std::nullopt;
-  }
-  auto dt = ParseDateTime(s);
-  if (!dt) return std::nullopt;
+  bool date_given;
+  auto dt = ParseLenient(text, date_given);
+  if (!dt || !date_given) return std::nullopt;
   return dt->GetDate();
 }
 
 std::optional<TimeOfDay> ParseTime(std::string_view text) {
-  auto dt = ParseDateTime(text);
+  bool date_given;
+  auto dt = ParseLenient(text, date_given);
   if (!dt) return std::nullopt;
   return dt->GetTime();
 }

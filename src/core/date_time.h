@@ -120,6 +120,12 @@ inline int64_t SecondsBetween(const DateTime& a, const DateTime& b) {
   return b.Seconds() - a.Seconds();
 }
 
+// The fixed forms without the pattern engine, for the paths that write row after row. Each writes
+// into out (room for 16 characters) and returns the end of what it wrote.
+char* FormatIsoDate(const Date& date, char* out);                  // yyyy-mm-dd
+char* FormatTcdDate(const Date& date, char* out);                  // yyyy/m/d
+char* FormatTime(const TimeOfDay& time, bool seconds, char* out);  // HH:nn or HH:nn:ss
+
 // Two-digit years: 00-29 are 2000-2029, 30-99 are 1930-1999.
 int ExpandTwoDigitYear(int two_digit_year);
 

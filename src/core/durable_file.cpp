@@ -22,6 +22,45 @@ void SyncPath(const std::filesystem::path& path, int flags) {
   if (rc != 0) throw SystemError::FromErrno(err, path.string());
 }
 
+void WriteAll(int fd, const char* data, size_t size, const std::filesystem::path& name) {
+  size_t done = 0;
+  while (done < size) {
+    ssize_t n = write(fd, data + done, size - done);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      int err = errno;
+      close(fd);
+      throw SystemError::FromErrno(err, name.string());
+    }
+    done += static_cast<size_t>(n);
+  }
+}
+
+// Opens the temporary file beside the target.
+int OpenTemporary(const std::filesystem::path& tmp) {
+  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) throw SystemError::FromErrno(errno, tmp.string());
+  return fd;
+}
+
+// Syncs and closes the temporary file, then puts it in the target's place.
+void SyncAndRename(int fd, const std::filesystem::path& tmp, const std::filesystem::path& path) {
+  if (fsync(fd) != 0) {
+    int err = errno;
+    close(fd);
+    throw SystemError::FromErrno(err, tmp.string());
+  }
+  close(fd);
+  if (rename(tmp.c_str(), path.c_str()) != 0) throw SystemError::FromErrno(errno, path.string());
+  SyncDirectory(path.parent_path());
+}
+
+std::filesystem::path TemporaryFor(const std::filesystem::path& path) {
+  std::filesystem::path tmp = path;
+  tmp += ".tmp";
+  return tmp;
+}
+
 }  // namespace
 
 void SyncFile(const std::filesystem::path& path) { SyncPath(path, O_RDONLY); }
@@ -31,29 +70,37 @@ void SyncDirectory(const std::filesystem::path& dir) {
 }
 
 void WriteFileAtomically(const std::filesystem::path& path, std::string_view content) {
-  std::filesystem::path tmp = path;
-  tmp += ".tmp";
-  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) throw SystemError::FromErrno(errno, tmp.string());
-  size_t done = 0;
-  while (done < content.size()) {
-    ssize_t n = write(fd, content.data() + done, content.size() - done);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      int err = errno;
-      close(fd);
-      throw SystemError::FromErrno(err, tmp.string());
+  const auto tmp = TemporaryFor(path);
+  int fd = OpenTemporary(tmp);
+  WriteAll(fd, content.data(), content.size(), tmp);
+  SyncAndRename(fd, tmp, path);
+}
+
+void CopyFileAtomically(const std::filesystem::path& from, const std::filesystem::path& to) {
+  int in = open(from.c_str(), O_RDONLY | O_CLOEXEC);
+  if (in < 0) throw SystemError::FromErrno(errno, from.string());
+  const auto tmp = TemporaryFor(to);
+  int out = -1;
+  try {
+    out = OpenTemporary(tmp);
+    char buffer[64 * 1024];
+    while (true) {
+      ssize_t n = read(in, buffer, sizeof buffer);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        int err = errno;
+        close(out);
+        throw SystemError::FromErrno(err, from.string());
+      }
+      if (n == 0) break;
+      WriteAll(out, buffer, static_cast<size_t>(n), tmp);
     }
-    done += static_cast<size_t>(n);
+    SyncAndRename(out, tmp, to);
+  } catch (...) {
+    close(in);
+    throw;
   }
-  if (fsync(fd) != 0) {
-    int err = errno;
-    close(fd);
-    throw SystemError::FromErrno(err, tmp.string());
-  }
-  close(fd);
-  if (rename(tmp.c_str(), path.c_str()) != 0) throw SystemError::FromErrno(errno, path.string());
-  SyncDirectory(path.parent_path());
+  close(in);
 }
 
 std::string ReadWholeFile(const std::filesystem::path& path) {

@@ -14,6 +14,8 @@ void SyncDirectory(const std::filesystem::path& dir);
 // Writes the content to a temporary file beside the target, syncs it, and renames it over the
 // target: readers see the old file or the new one, never half of it.
 void WriteFileAtomically(const std::filesystem::path& path, std::string_view content);
+// The same with the content copied from another file, a piece at a time.
+void CopyFileAtomically(const std::filesystem::path& from, const std::filesystem::path& to);
 // Reads a whole file as bytes. Throws SystemError naming the file.
 std::string ReadWholeFile(const std::filesystem::path& path);
 

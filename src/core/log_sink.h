@@ -20,6 +20,8 @@ class LogSink {
   // The clock whose call the calling thread is handling (an empty name: none); stores that keep
   // per-clock columns fill them from it.
   virtual void SetCurrentClock(std::string_view /*name*/, int /*number*/) {}
+  // Writes out what the stores hold in buffers; called at the end of each call.
+  virtual void Flush() {}
 };
 
 // Discards everything; for tools and tests that do not look at the logs.

@@ -122,7 +122,17 @@ double LeadingNumber(std::string_view s) {
     }
   }
   if (!digits) return 0;
-  return std::strtod(std::string(s.substr(0, i)).c_str(), nullptr);
+  const std::string_view number = s.substr(0, i);
+  if (number.find('.') == std::string_view::npos && number.size() <= 16) {
+    // A whole number, the usual case: exact in a double, and no copy for strtod.
+    const bool negative = number.front() == '-';
+    int64_t value = 0;
+    for (char c : number.substr(number.front() == '-' || number.front() == '+' ? 1 : 0)) {
+      value = value * 10 + (c - '0');
+    }
+    return negative ? -static_cast<double>(value) : static_cast<double>(value);
+  }
+  return std::strtod(std::string(number).c_str(), nullptr);
 }
 
 int32_t LeadingInt32(std::string_view s) {

@@ -31,6 +31,23 @@ class DatabaseError : public core::SystemError {
   Cause cause_;
 };
 
+// One statement prepared once and run many times, for the loops that write row after row. Every
+// parameter is bound again before each run. Text is bound without a copy: it must stay alive and
+// unchanged until the run has returned. A statement must not outlive its database.
+class Statement {
+ public:
+  virtual ~Statement() = default;
+  // Parameters are numbered from 1, in the order of the ? in the SQL text.
+  virtual void BindNull(int index) = 0;
+  virtual void BindInt(int index, int64_t value) = 0;
+  virtual void BindReal(int index, double value) = 0;
+  virtual void BindText(int index, std::string_view value) = 0;
+  // Runs the statement to its end; returns the number of rows it changed.
+  virtual int64_t Execute() = 0;
+  // Runs a query; tells whether it gives at least one row.
+  virtual bool HasRow() = 0;
+};
+
 class Database {
  public:
   virtual ~Database() = default;
@@ -39,6 +56,8 @@ class Database {
   virtual int64_t Execute(std::string_view sql, const Params& params = {}) = 0;
   virtual Recordset Query(std::string_view sql, const Params& params = {}) = 0;
   virtual int64_t LastInsertId() = 0;
+  // Throws DatabaseError when the SQL does not compile.
+  virtual std::unique_ptr<Statement> Prepare(std::string_view sql) = 0;
 
   virtual void BeginTransaction() = 0;
   virtual void Commit() = 0;

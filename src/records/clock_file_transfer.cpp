@@ -1,5 +1,11 @@
 #include "records/clock_file_transfer.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
 #include <memory>
 #include <optional>
 
@@ -19,20 +25,85 @@
 namespace clockcomm::records {
 namespace {
 
-struct BadLine {
-  int number;
-  std::string text;
-};
-
-int CountRecordLines(const std::string& content) {
+// The lines that hold more than blanks (a line's final carriage return aside), read a piece at a
+// time. Throws SystemError naming the file.
+int CountRecordLines(const std::filesystem::path& file) {
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) throw core::SystemError::FromErrno(errno, file.string());
   int count = 0;
-  for (const auto& line : core::Split(content, '\n')) {
-    std::string_view v = line;
-    if (!v.empty() && v.back() == '\r') v.remove_suffix(1);
-    if (!core::TrimView(v).empty()) ++count;
+  int others = 0;  // characters of the line so far that are not blanks
+  char last = 0;
+  char buffer[64 * 1024];
+  while (true) {
+    const ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      const int err = errno;
+      close(fd);
+      throw core::SystemError::FromErrno(err, file.string());
+    }
+    if (n == 0) break;
+    for (ssize_t i = 0; i < n; ++i) {
+      const char c = buffer[i];
+      if (c == '\n') {
+        if (others - (last == '\r' ? 1 : 0) > 0) ++count;
+        others = 0;
+        last = 0;
+        continue;
+      }
+      if (c != ' ' && c != '\t') ++others;
+      last = c;
+    }
   }
+  close(fd);
+  if (others - (last == '\r' ? 1 : 0) > 0) ++count;
   return count;
 }
+
+// The bad lines of one run, written beside the clock file as they come and put in place at the
+// end: a run repeated after a crash neither loses nor doubles a rejected line.
+class RejectFile {
+ public:
+  explicit RejectFile(std::filesystem::path path) : path_(std::move(path)) {
+    tmp_ = path_;
+    tmp_ += ".tmp";
+  }
+  ~RejectFile() {
+    if (out_.is_open()) {
+      out_.close();
+      std::error_code ec;
+      std::filesystem::remove(tmp_, ec);
+    }
+  }
+  void Add(const std::string& line) {
+    if (!out_.is_open()) {
+      out_.open(tmp_, std::ios::binary | std::ios::trunc);
+      if (!out_) throw core::SystemError::FromErrno(errno, tmp_.string());
+    }
+    out_ << line << "\r\n";
+    ++count_;
+  }
+  int Count() const { return count_; }
+  // Puts the lines in place, or removes an old reject file when this run found none.
+  void Finish() {
+    std::error_code ec;
+    if (count_ == 0) {
+      std::filesystem::remove(path_, ec);
+      return;
+    }
+    out_.close();
+    if (!out_) throw core::SystemError::FromErrno(errno, tmp_.string());
+    core::SyncFile(tmp_);
+    std::filesystem::rename(tmp_, path_);
+    core::SyncDirectory(path_.parent_path());
+  }
+
+ private:
+  std::filesystem::path path_;
+  std::filesystem::path tmp_;
+  std::ofstream out_;
+  int count_ = 0;
+};
 
 std::filesystem::path WithExtension(const std::filesystem::path& file, const char* ext) {
   std::filesystem::path p = file;
@@ -59,14 +130,12 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
                                            const TransferOptions& options) {
   TransferResult result;
   const std::string file_name = file.filename().string();
-  std::string content;
   try {
-    content = core::ReadWholeFile(file);
+    result.records_in_file = CountRecordLines(file);
   } catch (const core::SystemError& e) {
     log_.Event("System error", e.what());
     throw TransferError(std::string("Cannot read TCD file: ") + e.what());
   }
-  result.records_in_file = CountRecordLines(content);
   log_.Screen(Screen("{0} " + std::to_string(result.records_in_file) + " record(s) in batch."));
 
   if (company.IsEmpty()) {
@@ -90,11 +159,12 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
   }
 
   ParameterOverride settings(paths_.program_folder);
-  std::vector<BadLine> bad_lines;
+  RejectFile rejects(RejectPath(file));
   try {
     db = db::Open(db_path);
     TransferLedger ledger(*db);
     PunchKeys keys(*db);
+    PunchKeys::Hasher key_of(company.ClockName());
     const core::Date today = clock_.Now().GetDate();
     keys.Expire(today);
     if (options.again) {
@@ -110,24 +180,43 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
     TcdFileReader reader(file);
     TcdDbWriter writer(*db);
 
-    // Without per-row transactions the whole file is one transaction: all rows or none.
-    std::optional<db::Transaction> file_transaction;
-    if (!options.use_transactions) file_transaction.emplace(*db);
+    // A batch's rows, ledger entries and punch keys are committed together, so a run after a
+    // crash finds each line either fully in or not at all. One batch when transactions are off.
+    const int batch_rows = options.use_transactions ? std::max(1, options.batch_rows) : 0;
+    std::optional<db::Transaction> batch;
+    int in_batch = 0;
+    auto commit = [&] {
+      try {
+        batch->Commit();
+      } catch (const db::DatabaseError& e) {
+        try {
+          db->Rollback();
+        } catch (const std::exception& rollback_error) {
+          log_.Event(
+              "DBEngine.Rollback error [ImportTC20Data]",
+              std::string("DBEngine.Rollback error [ImportTC20Data], ") + rollback_error.what());
+        }
+        throw;
+      }
+      batch.reset();
+      in_batch = 0;
+    };
 
     int read_count = 0;
+    std::optional<TcdRecord> record;
     while (true) {
-      std::optional<TcdRecord> record;
       std::string reason;
-      std::string key;  // the punch as the terminal sent it, before the transfer's changes
+      std::string_view key;  // the punch as the terminal sent it, before the transfer's changes
       try {
         if (!reader.Read()) break;
         record = *reader.Record();
-        key = PunchKeys::KeyOf(company.ClockName(), *record);
+        key = key_of.Of(*record);
         MoveOutPunch(*record);
         ApplyOverrides(overrides, *record);
       } catch (const db::DatabaseError&) {
         throw;
       } catch (const core::Error& e) {
+        record.reset();
         reason = e.what();
       }
       ++read_count;
@@ -137,47 +226,30 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
       if (!record) {
         log_.Event("Bad TCD line",
                    file_name + " line " + std::to_string(reader.LineNumber()) + ": " + reason);
-        bad_lines.push_back({reader.LineNumber(), reader.Line()});
+        rejects.Add(reader.Line());
         continue;
       }
-      const std::string hash = TransferLedger::LineHash(reader.Line());
+      const uint64_t hash = TransferLedger::LineHashValue(reader.Line());
       // Known by its line, or by its content from another file, another line or another call.
       if (ledger.Contains(reader.LineNumber(), hash) || keys.Contains(key)) {
         ++result.already_present;
         continue;
       }
-      if (options.use_transactions) {
-        db::Transaction row(*db);
-        writer.WriteRecord(*record);
-        ledger.Add(file_name, reader.LineNumber(), hash, writer.LastRowId());
-        keys.Add(key, writer.LastRowId(), today);
-        try {
-          row.Commit();
-        } catch (const db::DatabaseError& e) {
-          try {
-            db->Rollback();
-          } catch (const std::exception& rollback_error) {
-            log_.Event(
-                "DBEngine.Rollback error [ImportTC20Data]",
-                std::string("DBEngine.Rollback error [ImportTC20Data], ") + rollback_error.what());
-          }
-          throw;
-        }
-      } else {
-        writer.WriteRecord(*record);
-        ledger.Add(file_name, reader.LineNumber(), hash, writer.LastRowId());
-        keys.Add(key, writer.LastRowId(), today);
-      }
+      if (!batch) batch.emplace(*db);
+      writer.WriteRecord(*record);
+      ledger.Add(file_name, reader.LineNumber(), hash, writer.LastRowId());
+      keys.Add(key, writer.LastRowId(), today);
       ++result.inserted;
       if (options.break_lunch_matcher &&
           (record->PunchType() == "LI" || record->PunchType() == "BI")) {
         options.break_lunch_matcher(*record);
       }
+      if (++in_batch == batch_rows) commit();
     }
-    if (file_transaction) file_transaction->Commit();
+    if (batch) commit();
     reader.CloseReader();
     writer.CloseWriter();
-    result.rejected = static_cast<int>(bad_lines.size());
+    result.rejected = rejects.Count();
   } catch (const db::DatabaseError& e) {
     log_.Event("System error", e.what());
     std::string what = "could not be written";
@@ -199,24 +271,17 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
                         " went in; the file stays where it was, run the transfer again.");
   }
 
-  // Bad lines follow from the file's content alone, so the reject file is rewritten whole each
-  // run: a run repeated after a crash neither loses nor doubles a rejected line.
-  const auto reject_path = RejectPath(file);
-  if (!bad_lines.empty()) {
-    std::string rejects;
-    for (const auto& bad : bad_lines) rejects += bad.text + "\r\n";
-    core::WriteFileAtomically(reject_path, rejects);
-    result.reject_file = reject_path;
-    log_.Screen(Screen("{0} " + std::to_string(bad_lines.size()) + " bad line(s) of " + file_name +
-                       " kept in " + reject_path.filename().string()));
-  } else if (std::filesystem::exists(reject_path, ec)) {
-    std::filesystem::remove(reject_path, ec);
+  rejects.Finish();
+  if (result.rejected > 0) {
+    result.reject_file = RejectPath(file);
+    log_.Screen(Screen("{0} " + std::to_string(result.rejected) + " bad line(s) of " + file_name +
+                       " kept in " + result.reject_file.filename().string()));
   }
 
   if (options.mode_letter != "W") {
     // A copy: the clock file stays in place, and the ledger keeps a second run from doubling.
     result.archive_file = ArchivePath(file);
-    core::WriteFileAtomically(result.archive_file, content);
+    core::CopyFileAtomically(file, result.archive_file);
     log_.Screen(Screen("{0} Data transferred to the archive file."));
     log_.Event("Data transferred to the archive file.", "The original clock file was retained.");
   }
@@ -249,7 +314,7 @@ std::vector<TransferResult> ClockFileTransfer::TransferGroup(
   int total = 0;
   for (const auto& f : files) {
     try {
-      total += CountRecordLines(core::ReadWholeFile(f));
+      total += CountRecordLines(f);
     } catch (const core::SystemError&) {  // reported by Transfer below
     }
   }

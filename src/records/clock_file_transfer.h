@@ -1,6 +1,7 @@
 // Moves the punches of a clock's TCD files into its company's [Clock Data Table]: out-punches
-// into the out columns, the department/job assignment applied, one transaction per row with its
-// ledger entry, bad lines to a reject file, the file archived as ".ARC", and the stamps set.
+// into the out columns, the department/job assignment applied, the rows committed in batches each
+// with their ledger entries, bad lines to a reject file, the file archived as ".ARC", and the
+// stamps set. The file is read as a stream: memory stays flat whatever its size.
 #pragma once
 
 #include <cstdint>
@@ -25,14 +26,17 @@ class TransferError : public core::Error {
 };
 
 struct TransferOptions {
-  // One transaction per row (the default). Off: one transaction for the whole file, which is
-  // faster and still all-or-nothing, for callers that load large files in one go.
+  // Rows are committed in batches of batch_rows (the default): a crash loses at most the batch in
+  // hand, which the next run puts in, and the disk syncs once per batch, not once per row. Off:
+  // one transaction for the whole file, all rows or none.
   bool use_transactions = true;
+  int batch_rows = 20000;
   // The call's upload type; "W" files are transferred but not archived.
   std::string mode_letter;
   // Told after each record read, before its row is written (the progress display).
   UpdateListener* listener = nullptr;
-  // Run after a lunch-in or break-in row is committed: badge, punch type, out date, out time.
+  // Run after a lunch-in or break-in row is written, inside its batch: badge, punch type, out
+  // date, out time.
   std::function<void(const TcdRecord&)> break_lunch_matcher;
   // The operator's "transfer again": first forget the ledger entries of this file whose rows
   // were deleted from the table, so those lines go in once more; logged as an event.

@@ -1,10 +1,37 @@
 #include "records/punch_keys.h"
 
-#include <fmt/format.h>
-
 #include "core/text.h"
 
 namespace clockcomm::records {
+namespace {
+
+constexpr uint64_t kFnvBasis = 14695981039346656037ull;
+constexpr uint64_t kFnvPrime = 1099511628211ull;
+
+// FNV-1a of the text, then a separator no field holds.
+uint64_t AddField(uint64_t h, std::string_view text) {
+  for (unsigned char c : text) {
+    h ^= c;
+    h *= kFnvPrime;
+  }
+  h ^= 0x1F;
+  h *= kFnvPrime;
+  return h;
+}
+
+}  // namespace
+
+PunchKeys::Hasher::Hasher(std::string_view clock_name)
+    : clock_state_(AddField(kFnvBasis, core::ToUpper(clock_name))) {}
+
+std::string_view PunchKeys::Hasher::Of(const TcdRecord& record) {
+  line_.clear();
+  record.AppendTcdString(line_, 0);
+  uint64_t h = AddField(clock_state_, line_);
+  static constexpr char kDigits[] = "0123456789abcdef";
+  for (int i = 15; i >= 0; --i, h >>= 4) hex_[i] = kDigits[h & 0xF];
+  return std::string_view(hex_, 16);
+}
 
 PunchKeys::PunchKeys(db::Database& company_db) : db_(company_db) {
   db_.Execute(
@@ -13,28 +40,30 @@ PunchKeys::PunchKeys(db::Database& company_db) : db_(company_db) {
   db_.Execute("CREATE INDEX IF NOT EXISTS [Punch Keys Seen] ON [Punch Keys] (Seen)");
 }
 
+PunchKeys::~PunchKeys() = default;
+
 std::string PunchKeys::KeyOf(std::string_view clock_name, const TcdRecord& record) {
-  uint64_t h = 14695981039346656037ull;
-  auto add = [&h](std::string_view text) {
-    for (unsigned char c : text) {
-      h ^= c;
-      h *= 1099511628211ull;
-    }
-    h ^= 0x1F;  // a separator no field holds
-    h *= 1099511628211ull;
-  };
-  add(core::ToUpper(clock_name));
-  add(record.ToTcdString(0));
-  return fmt::format("{:016x}", h);
+  return std::string(Hasher(clock_name).Of(record));
 }
 
-bool PunchKeys::Contains(const std::string& key) {
-  return !db_.Query("SELECT 1 FROM [Punch Keys] WHERE PunchKey = ?", {key}).Eof();
+bool PunchKeys::Contains(std::string_view key) {
+  if (!find_) find_ = db_.Prepare("SELECT 1 FROM [Punch Keys] WHERE PunchKey = ?");
+  find_->BindText(1, key);
+  return find_->HasRow();
 }
 
-void PunchKeys::Add(const std::string& key, int64_t clock_data_id, const core::Date& seen) {
-  db_.Execute("INSERT INTO [Punch Keys] (PunchKey, ClockDataID, Seen) VALUES (?, ?, ?)",
-              {key, clock_data_id, seen.Format("yyyy-mm-dd")});
+void PunchKeys::Add(std::string_view key, int64_t clock_data_id, const core::Date& seen) {
+  if (!add_) {
+    add_ = db_.Prepare("INSERT INTO [Punch Keys] (PunchKey, ClockDataID, Seen) VALUES (?, ?, ?)");
+  }
+  if (seen_ != seen) {
+    seen_ = seen;
+    core::FormatIsoDate(seen, seen_text_);
+  }
+  add_->BindText(1, key);
+  add_->BindInt(2, clock_data_id);
+  add_->BindText(3, std::string_view(seen_text_, 10));
+  add_->Execute();
 }
 
 int64_t PunchKeys::Expire(const core::Date& today) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -21,15 +22,29 @@ class PunchKeys {
   // How long a key is kept: far longer than a terminal keeps a batch it could not deliver.
   static constexpr int kKeepDays = 400;
 
+  // The keys of one clock's punches, with the clock's part hashed once.
+  class Hasher {
+   public:
+    explicit Hasher(std::string_view clock_name);
+    // The key of a punch; the view stays valid until the next call.
+    std::string_view Of(const TcdRecord& record);
+
+   private:
+    uint64_t clock_state_;
+    std::string line_;
+    char hex_[16];
+  };
+
   // Creates the table when missing.
   explicit PunchKeys(db::Database& company_db);
+  ~PunchKeys();
 
   // The key of a punch of the clock, as 16 hex digits of a 64-bit FNV-1a hash.
   static std::string KeyOf(std::string_view clock_name, const TcdRecord& record);
 
-  bool Contains(const std::string& key);
+  bool Contains(std::string_view key);
   // Records a stored punch; call inside the transaction that wrote its row.
-  void Add(const std::string& key, int64_t clock_data_id, const core::Date& seen);
+  void Add(std::string_view key, int64_t clock_data_id, const core::Date& seen);
   // Forgets keys older than kKeepDays before today.
   int64_t Expire(const core::Date& today);
   // Forgets the keys whose row an administrator deleted, so that punch may go in again.
@@ -37,6 +52,10 @@ class PunchKeys {
 
  private:
   db::Database& db_;
+  std::unique_ptr<db::Statement> find_;
+  std::unique_ptr<db::Statement> add_;
+  std::optional<core::Date> seen_;
+  char seen_text_[16] = {};
 };
 
 }  // namespace clockcomm::records

@@ -2,7 +2,9 @@
 // bound parameter.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <memory>
 
 #include "db/database.h"
 #include "records/tcd_stream.h"
@@ -15,7 +17,7 @@ void MoveOutPunch(TcdRecord& record);
 class TcdDbWriter : public ITcdWriter {
  public:
   explicit TcdDbWriter(db::Database& company_db);
-  ~TcdDbWriter() override = default;
+  ~TcdDbWriter() override;
 
   // One row: every column from the record (nulls stay null), the amount in the column of its
   // punch type. Throws db::DatabaseError; InvalidOperationException after CloseWriter.
@@ -25,9 +27,13 @@ class TcdDbWriter : public ITcdWriter {
   int64_t LastRowId() const { return last_row_id_; }
 
  private:
+  // The INSERT of one amount column, prepared the first time a punch needs it.
+  db::Statement& InsertFor(const char* amount_column);
+
   db::Database& db_;
   bool open_ = true;
   int64_t last_row_id_ = 0;
+  std::array<std::pair<const char*, std::unique_ptr<db::Statement>>, 9> inserts_{};
 };
 
 }  // namespace clockcomm::records

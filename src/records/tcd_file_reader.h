@@ -3,9 +3,11 @@
 // Read goes on with the following line.
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "records/tcd_stream.h"
@@ -34,10 +36,17 @@ class TcdFileReader : public ITcdReader {
   static TcdRecord FromFields(const std::vector<std::string>& fields);
 
  private:
+  using Fields = std::array<std::string_view, kTcdFieldCount>;
+  // SplitFields without copies: the first fourteen fields as views of the line, or of scratch
+  // for a quoted field with doubled quotes in it. Returns the number of fields of the line.
+  static size_t SplitViews(std::string_view line, Fields& fields, std::string& scratch);
+  static TcdRecord FromViews(const Fields& fields);
+
   std::string name_;
   std::ifstream in_;
   std::optional<TcdRecord> record_;
   std::string line_;
+  std::string scratch_;
   int line_number_ = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 
 #include "core/errors.h"
@@ -74,56 +75,77 @@ void TcdRecord::SetAmountText(std::string_view text) {
 namespace {
 
 // Single precision written in its shortest form: 12.3f as "12.3", not its double expansion.
-std::string AmountText(float amount) {
+std::string_view AmountText(float amount, char* buffer, size_t size) {
   if (amount == std::floor(amount) && std::fabs(amount) < 1e15f) {
-    return std::to_string(static_cast<long long>(amount));
+    return std::string_view(
+        buffer, std::to_chars(buffer, buffer + size, static_cast<long long>(amount)).ptr - buffer);
   }
-  return fmt::format("{}", amount);
+  return std::string_view(buffer, fmt::format_to_n(buffer, size, "{}", amount).out - buffer);
+}
+
+std::string_view IntText(int64_t value, char* buffer, size_t size) {
+  return std::string_view(buffer, std::to_chars(buffer, buffer + size, value).ptr - buffer);
+}
+
+// One field: a line is one record, so a line break inside a text (a default job typed with one)
+// is a blank; quoted when asked, and always when the text holds a comma or a quote, so that the
+// line reads back field for field.
+void AppendField(std::string& line, std::string_view text, int quoting) {
+  const bool quote = quoting == 1 || text.find_first_of(",\"") != std::string_view::npos;
+  if (!quote && text.find_first_of("\r\n") == std::string_view::npos) {
+    line += text;
+    return;
+  }
+  if (quote) line += '"';
+  for (char c : text) {
+    if (c == '\r' || c == '\n') c = ' ';
+    if (c == '"') line += '"';
+    line += c;
+  }
+  if (quote) line += '"';
 }
 
 }  // namespace
 
 std::string TcdRecord::ToTcdString(int quoting) const {
-  const auto time_format =
-      include_seconds_ ? core::kFormatHourMinuteSecond : core::kFormatHourMinute;
-  auto date_text = [](const std::optional<core::Date>& d) {
-    return d ? d->Format(core::kFormatTcdDate) : std::string();
+  std::string line;
+  AppendTcdString(line, quoting);
+  return line;
+}
+
+void TcdRecord::AppendTcdString(std::string& line, int quoting) const {
+  char buffer[32];
+  auto date_text = [&](const std::optional<core::Date>& d) {
+    return d ? std::string_view(buffer, core::FormatTcdDate(*d, buffer) - buffer)
+             : std::string_view();
   };
   auto time_text = [&](const std::optional<core::TimeOfDay>& t) {
-    return t ? t->Format(time_format) : std::string();
+    return t ? std::string_view(buffer, core::FormatTime(*t, include_seconds_, buffer) - buffer)
+             : std::string_view();
   };
-  std::string fields[kTcdFieldCount] = {clock_number_,
-                                        std::to_string(sequence_number_),
-                                        std::to_string(badge_id_),
-                                        department_ ? std::to_string(*department_) : std::string(),
-                                        job_number_,
-                                        level4_,
-                                        level5_,
-                                        punch_type_,
-                                        date_text(date_in_),
-                                        time_text(time_in_),
-                                        date_text(date_out_),
-                                        time_text(time_out_),
-                                        amount_ ? AmountText(*amount_) : std::string(),
-                                        punch_class_};
-  std::string line;
-  for (int i = 0; i < kTcdFieldCount; ++i) {
-    if (i > 0) line += ',';
-    // A line is one record: a line break inside a text (a default job typed with one) is a blank.
-    std::string& text = fields[i];
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
-    // Quoted when asked, and always when the text holds a comma or a quote, so that the line
-    // reads back field for field.
-    if (quoting == 1 || text.find_first_of(",\"") != std::string::npos) {
-      line += '"';
-      line += core::ReplaceAll(text, "\"", "\"\"");
-      line += '"';
-    } else {
-      line += text;
-    }
+  AppendField(line, clock_number_, quoting);
+  line += ',';
+  AppendField(line, IntText(sequence_number_, buffer, sizeof buffer), quoting);
+  line += ',';
+  AppendField(line, IntText(badge_id_, buffer, sizeof buffer), quoting);
+  line += ',';
+  AppendField(line, department_ ? IntText(*department_, buffer, sizeof buffer) : "", quoting);
+  for (const std::string* text : {&job_number_, &level4_, &level5_, &punch_type_}) {
+    line += ',';
+    AppendField(line, *text, quoting);
   }
-  return line;
+  line += ',';
+  AppendField(line, date_text(date_in_), quoting);
+  line += ',';
+  AppendField(line, time_text(time_in_), quoting);
+  line += ',';
+  AppendField(line, date_text(date_out_), quoting);
+  line += ',';
+  AppendField(line, time_text(time_out_), quoting);
+  line += ',';
+  AppendField(line, amount_ ? AmountText(*amount_, buffer, sizeof buffer) : "", quoting);
+  line += ',';
+  AppendField(line, punch_class_, quoting);
 }
 
 }  // namespace clockcomm::records

@@ -80,6 +80,8 @@ class TcdRecord {
   void SetIncludeSeconds(bool v) { include_seconds_ = v; }
   // The TCD line without line end; quoting == 1 puts every field in double quotes.
   std::string ToTcdString(int quoting) const;
+  // The same line appended to out, for writers that reuse one buffer.
+  void AppendTcdString(std::string& out, int quoting) const;
   std::string ToString() const { return ToTcdString(0); }
 
  private:

@@ -14,6 +14,13 @@ std::optional<int> TwoDigits(std::string_view s) {
   return (s[0] - '0') * 10 + (s[1] - '0');
 }
 
+bool AllDigits(std::string_view s) {
+  for (char c : s) {
+    if (c < '0' || c > '9') return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 std::string TcdRecordStatic::ConvertLettersToNumbers(std::string_view text) {
@@ -36,7 +43,10 @@ std::string TcdRecordStatic::ConvertLettersToNumbers(std::string_view text) {
 }
 
 std::optional<core::Date> TcdRecordStatic::ParseDateField(std::string_view text) {
-  if (auto d = core::ParseDate(text)) return d;
+  // Six digits are never a date of the lenient conversion, so they skip it.
+  if (text.size() != 6 || !AllDigits(text)) {
+    if (auto d = core::ParseDate(text)) return d;
+  }
   if (text.size() == 6) {
     auto yy = TwoDigits(text.substr(0, 2));
     auto mm = TwoDigits(text.substr(2, 2));
@@ -47,7 +57,10 @@ std::optional<core::Date> TcdRecordStatic::ParseDateField(std::string_view text)
 }
 
 std::optional<core::TimeOfDay> TcdRecordStatic::ParseTimeField(std::string_view text) {
-  if (auto t = core::ParseDateTime(text)) return t->GetTime();
+  // Four digits are never a time of the lenient conversion, so they skip it.
+  if (text.size() != 4 || !AllDigits(text)) {
+    if (auto t = core::ParseDateTime(text)) return t->GetTime();
+  }
   if (text.size() == 4) {
     auto hh = TwoDigits(text.substr(0, 2));
     auto nn = TwoDigits(text.substr(2, 2));
@@ -83,17 +96,51 @@ std::vector<std::string> TcdRecordStatic::SplitFields(std::string_view line) {
 }
 
 TcdRecord TcdRecordStatic::Parse(std::string_view line) {
-  const auto fields = SplitFields(line);
-  if (fields.size() < static_cast<size_t>(kTcdFieldCount)) {
-    throw core::IndexOutOfRangeException();
+  // The fields as SplitFields cuts them, written one after another into a buffer that keeps its
+  // room from line to line, so that a line costs no allocation of its own.
+  thread_local std::string buffer;
+  if (buffer.size() < line.size()) buffer.resize(line.size());
+  char* const text = buffer.data();
+  size_t length = 0;            // of what text holds
+  size_t ends[kTcdFieldCount];  // where each of the first fourteen fields ends in text
+  size_t count = 0;
+  bool quoted = false;
+  size_t field_start = 0;
+  for (size_t i = 0; i < line.size(); ++i) {
+    const char c = line[i];
+    if (c != '"') {
+      if (c == ',' && !quoted) {
+        if (count < kTcdFieldCount) ends[count] = length;
+        ++count;
+        field_start = length;
+      } else {
+        text[length++] = c;
+      }
+      continue;
+    }
+    if (quoted && i + 1 < line.size() && line[i + 1] == '"') {
+      text[length++] = '"';  // a quote inside a quoted field is written twice
+      ++i;
+    } else if (quoted) {
+      quoted = false;
+    } else if (length == field_start) {
+      quoted = true;
+    }
+    // Any other quote is dropped, as lines of older producers carry stray ones.
   }
-  TcdRecord record(fields[0], core::LeadingInt32(fields[1]),
-                   core::LeadingInt32(ConvertLettersToNumbers(fields[2])), std::nullopt, fields[4],
-                   fields[5], fields[6], fields[7], ParseDateField(fields[8]),
-                   ParseTimeField(fields[9]), ParseDateField(fields[10]),
-                   ParseTimeField(fields[11]), std::nullopt, fields[13], false);
-  record.SetDepartmentText(ConvertLettersToNumbers(fields[3]));
-  record.SetAmountText(fields[12]);
+  if (count < kTcdFieldCount) ends[count] = length;
+  ++count;
+  if (count < static_cast<size_t>(kTcdFieldCount)) throw core::IndexOutOfRangeException();
+  std::string_view f[kTcdFieldCount];
+  for (size_t i = 0, from = 0; i < kTcdFieldCount; from = ends[i++]) {
+    f[i] = std::string_view(text + from, ends[i] - from);
+  }
+  TcdRecord record(f[0], core::LeadingInt32(f[1]),
+                   core::LeadingInt32(ConvertLettersToNumbers(f[2])), std::nullopt, f[4], f[5],
+                   f[6], f[7], ParseDateField(f[8]), ParseTimeField(f[9]), ParseDateField(f[10]),
+                   ParseTimeField(f[11]), std::nullopt, f[13], false);
+  record.SetDepartmentText(ConvertLettersToNumbers(f[3]));
+  record.SetAmountText(f[12]);
   return record;
 }
 

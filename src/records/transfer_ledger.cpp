@@ -1,8 +1,16 @@
 #include "records/transfer_ledger.h"
 
-#include <fmt/format.h>
-
 namespace clockcomm::records {
+namespace {
+
+// The hash's text form, written into a caller's buffer of 16.
+std::string_view HexOf(uint64_t value, char* out) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  for (int i = 15; i >= 0; --i, value >>= 4) out[i] = kDigits[value & 0xF];
+  return std::string_view(out, 16);
+}
+
+}  // namespace
 
 TransferLedger::TransferLedger(db::Database& company_db) : db_(company_db) {
   db_.Execute(
@@ -13,34 +21,54 @@ TransferLedger::TransferLedger(db::Database& company_db) : db_(company_db) {
       "PRIMARY KEY (FileName, Line, LineHash)) WITHOUT ROWID");
 }
 
-std::string TransferLedger::LineHash(std::string_view line) {
+TransferLedger::~TransferLedger() = default;
+
+uint64_t TransferLedger::LineHashValue(std::string_view line) {
   uint64_t h = 14695981039346656037ull;
   for (unsigned char c : line) {
     h ^= c;
     h *= 1099511628211ull;
   }
-  return fmt::format("{:016x}", h);
+  return h;
+}
+
+std::string TransferLedger::LineHash(std::string_view line) {
+  char hex[16];
+  return std::string(HexOf(LineHashValue(line), hex));
 }
 
 void TransferLedger::LoadFile(std::string_view file_name) {
-  entries_.clear();
   loaded_file_ = std::string(file_name);
-  auto rs =
-      db_.Query("SELECT Line, LineHash FROM [Transfer Ledger] WHERE FileName = ?", {file_name});
-  for (const auto& row : rs.Rows()) {
-    entries_.emplace(static_cast<int>(row[0].AsInt()), row[1].AsText());
+  loaded_has_entries_ =
+      !db_.Query("SELECT 1 FROM [Transfer Ledger] WHERE FileName = ? LIMIT 1", {file_name}).Eof();
+}
+
+bool TransferLedger::Contains(int line_number, uint64_t line_hash) {
+  if (!loaded_has_entries_) return false;
+  if (!find_) {
+    find_ = db_.Prepare(
+        "SELECT 1 FROM [Transfer Ledger] WHERE FileName = ? AND Line = ? AND LineHash = ?");
   }
+  char hex[16];
+  find_->BindText(1, loaded_file_);
+  find_->BindInt(2, line_number);
+  find_->BindText(3, HexOf(line_hash, hex));
+  return find_->HasRow();
 }
 
-bool TransferLedger::Contains(int line_number, const std::string& line_hash) const {
-  return entries_.count({line_number, line_hash}) != 0;
-}
-
-void TransferLedger::Add(std::string_view file_name, int line_number, const std::string& line_hash,
+void TransferLedger::Add(std::string_view file_name, int line_number, uint64_t line_hash,
                          int64_t clock_data_id) {
-  db_.Execute(
-      "INSERT INTO [Transfer Ledger] (FileName, Line, LineHash, ClockDataID) VALUES (?, ?, ?, ?)",
-      {file_name, line_number, line_hash, clock_data_id});
+  if (!add_) {
+    add_ = db_.Prepare(
+        "INSERT INTO [Transfer Ledger] (FileName, Line, LineHash, ClockDataID) VALUES (?, ?, ?, "
+        "?)");
+  }
+  char hex[16];
+  add_->BindText(1, file_name);
+  add_->BindInt(2, line_number);
+  add_->BindText(3, HexOf(line_hash, hex));
+  add_->BindInt(4, clock_data_id);
+  add_->Execute();
 }
 
 int64_t TransferLedger::CountForFile(std::string_view file_name) {

@@ -6,10 +6,9 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "db/database.h"
 
@@ -19,16 +18,18 @@ class TransferLedger {
  public:
   // Creates the ledger table when missing.
   explicit TransferLedger(db::Database& company_db);
+  ~TransferLedger();
 
   // 64-bit FNV-1a of the line's bytes (without line end), as 16 hex digits.
   static std::string LineHash(std::string_view line);
+  static uint64_t LineHashValue(std::string_view line);
 
-  // Loads the entries of one file name, so that lookups during a transfer need no query.
+  // Opens the entries of one file name for Contains. A file with no entries (its first transfer)
+  // is answered without a query per line.
   void LoadFile(std::string_view file_name);
-  bool Contains(int line_number, const std::string& line_hash) const;
+  bool Contains(int line_number, uint64_t line_hash);
   // Records a transferred line; call inside the transaction that wrote its row.
-  void Add(std::string_view file_name, int line_number, const std::string& line_hash,
-           int64_t clock_data_id);
+  void Add(std::string_view file_name, int line_number, uint64_t line_hash, int64_t clock_data_id);
   // How many entries the database holds for a file name.
   int64_t CountForFile(std::string_view file_name);
   // Forgets the entries of a file name whose rows are no longer in [Clock Data Table] (an
@@ -39,7 +40,9 @@ class TransferLedger {
  private:
   db::Database& db_;
   std::string loaded_file_;
-  std::set<std::pair<int, std::string>> entries_;
+  bool loaded_has_entries_ = false;
+  std::unique_ptr<db::Statement> find_;
+  std::unique_ptr<db::Statement> add_;
 };
 
 }  // namespace clockcomm::records

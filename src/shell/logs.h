@@ -62,6 +62,9 @@ class Logs : public core::LogSink {
   // The clock whose call the calling thread is handling; fills ClockName and ClockNumber of the
   // event rows this thread writes. Each line runs on its own thread, so each has its own clock.
   void SetCurrentClock(std::string_view name, int number) override;
+  // Writes out the text logs' buffered lines; a log that cannot be written reports on its next
+  // line.
+  void Flush() override { text_logs_.Flush(); }
   void ClearCurrentClock();
 
   // Null while TCLOG.db has not been opened; once opened it stays.

@@ -1,10 +1,15 @@
 #include "shell/text_logs.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "core/errors.h"
 
@@ -39,7 +44,29 @@ std::string SafeLogName(std::string_view name) {
 }
 
 TextLogs::TextLogs(fs::path folder, core::Clock& clock)
-    : folder_(std::move(folder)), clock_(clock) {}
+    : folder_(std::move(folder)), clock_(clock) {
+  // The flush thread takes no signals: a SIGTERM meant for the program's signal watcher must not
+  // land in it (its mask is inherited from here, so it is set before the thread starts).
+  sigset_t all, previous;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &previous);
+  flusher_ = std::thread([this] { FlushThread(); });
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+}
+
+TextLogs::~TextLogs() {
+  {
+    std::lock_guard lock(mutex_);
+    closing_ = true;
+  }
+  wake_.notify_all();
+  flusher_.join();
+  std::lock_guard lock(mutex_);
+  FlushLocked();
+  for (auto& [prefix, log] : files_) {
+    if (log.fd >= 0) close(log.fd);
+  }
+}
 
 std::string TextLogs::DebugLogName(const core::Date& day) {
   return kDebugPrefix + day.Format(core::kFormatIsoDate) + ".log";
@@ -66,34 +93,93 @@ void TextLogs::WriteScreen(std::initializer_list<std::string_view> parts) {
   Append(kScreenPrefix, parts);
 }
 
+fs::path TextLogs::FileOf(const std::string& prefix, const core::Date& day) const {
+  return folder_ / (prefix + day.Format(core::kFormatIsoDate) + ".log");
+}
+
+void TextLogs::Flush() {
+  std::lock_guard lock(mutex_);
+  FlushLocked();
+}
+
 void TextLogs::Append(const std::string& prefix, std::initializer_list<std::string_view> parts) {
   const core::DateTime now = clock_.Now();
-  std::string line = now.GetTime().Format(core::kFormatHourMinuteSecond) + " - ";
+  std::lock_guard lock(mutex_);
+  LogFile& log = files_[prefix];
+  if (log.error != 0) {
+    const int error = std::exchange(log.error, 0);
+    throw core::SystemError::FromErrno(error, FileOf(prefix, log.day).string());
+  }
+  if (log.fd < 0 || log.day != now.GetDate()) {
+    // The day's lines go to the day's file: what the old day holds is written first.
+    if (int error = WritePending(prefix, log); error != 0) {
+      throw core::SystemError::FromErrno(error, FileOf(prefix, log.day).string());
+    }
+    Open(prefix, log, now.GetDate());
+  }
+  char time[16];
+  log.pending.append(time, core::FormatTime(now.GetTime(), true, time));
+  log.pending += " - ";
   bool first = true;
   for (std::string_view part : parts) {
-    if (!first) line += "\r\n";
-    line += part;
+    if (!first) log.pending += "\r\n";
+    log.pending += part;
     first = false;
   }
-  line += "\r\n";
+  log.pending += "\r\n";
+  if (log.pending.size() >= kBufferLimit) {
+    if (int error = WritePending(prefix, log); error != 0) {
+      throw core::SystemError::FromErrno(error, FileOf(prefix, log.day).string());
+    }
+  } else if (!oldest_pending_) {
+    oldest_pending_ = std::chrono::steady_clock::now();
+    wake_.notify_all();
+  }
+}
 
-  std::lock_guard lock(mutex_);
-  std::error_code ec;
-  fs::create_directories(folder_, ec);
-  if (ec) throw core::SystemError(ec.value(), ec.message() + " (" + folder_.string() + ")");
-  const fs::path file = folder_ / (prefix + now.GetDate().Format(core::kFormatIsoDate) + ".log");
-  // O_EXCL tells us whether this write created the day's file, which is when old files go.
-  bool created = true;
-  int fd = open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-  if (fd < 0 && errno == EEXIST) {
-    created = false;
-    fd = open(file.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+void TextLogs::Open(const std::string& prefix, LogFile& log, const core::Date& day) {
+  if (log.fd >= 0) close(log.fd);
+  log.fd = -1;
+  log.day = day;
+  const fs::path file = FileOf(prefix, day);
+  // O_EXCL tells us whether this open created the day's file, which is when old files go.
+  auto open_file = [&] {
+    bool created = true;
+    int fd = open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0 && errno == EEXIST) {
+      created = false;
+      fd = open(file.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    }
+    return std::pair{fd, created};
+  };
+  auto [fd, created] = open_file();
+  if (fd < 0 && errno == ENOENT) {
+    std::error_code ec;
+    fs::create_directories(folder_, ec);
+    if (ec) throw core::SystemError(ec.value(), ec.message() + " (" + folder_.string() + ")");
+    std::tie(fd, created) = open_file();
   }
   if (fd < 0) throw core::SystemError::FromErrno(errno, file.string());
+  log.fd = fd;
+  if (created) PurgeOldFiles(prefix, day);
+}
+
+int TextLogs::WritePending(const std::string& prefix, LogFile& log) {
+  if (log.pending.empty() || log.fd < 0) return 0;
+  // A file deleted while open (an operator tidying the folder) is made again.
+  struct stat st {};
+  if (fstat(log.fd, &st) == 0 && st.st_nlink == 0) {
+    try {
+      Open(prefix, log, log.day);
+    } catch (const core::SystemError& e) {
+      log.pending.clear();
+      return e.Number() != 0 ? e.Number() : EIO;
+    }
+  }
   size_t done = 0;
   int error = 0;
-  while (done < line.size()) {
-    ssize_t n = write(fd, line.data() + done, line.size() - done);
+  while (done < log.pending.size()) {
+    ssize_t n = write(log.fd, log.pending.data() + done, log.pending.size() - done);
     if (n < 0) {
       if (errno == EINTR) continue;
       error = errno;
@@ -101,9 +187,29 @@ void TextLogs::Append(const std::string& prefix, std::initializer_list<std::stri
     }
     done += static_cast<size_t>(n);
   }
-  close(fd);
-  if (error != 0) throw core::SystemError::FromErrno(error, file.string());
-  if (created) PurgeOldFiles(prefix, now.GetDate());
+  log.pending.clear();
+  return error;
+}
+
+void TextLogs::FlushLocked() {
+  oldest_pending_.reset();
+  for (auto& [prefix, log] : files_) {
+    // Kept for the log's next line, which reports it to its writer.
+    if (const int error = WritePending(prefix, log); error != 0) log.error = error;
+  }
+}
+
+void TextLogs::FlushThread() {
+  std::unique_lock lock(mutex_);
+  while (!closing_) {
+    if (!oldest_pending_) {
+      wake_.wait(lock, [this] { return closing_ || oldest_pending_.has_value(); });
+      continue;
+    }
+    const auto due = *oldest_pending_ + kFlushDelay;
+    if (wake_.wait_until(lock, due, [this] { return closing_ || !oldest_pending_; })) continue;
+    FlushLocked();
+  }
 }
 
 void TextLogs::PurgeOldFiles(const std::string& prefix, const core::Date& today) {

@@ -34,14 +34,17 @@ void CallController::SetInCall(std::string_view clock_name, int record_count) {
 }
 
 void CallController::FinishCall(bool succeeded, int punches, const InputCounters& bad_input) {
-  std::lock_guard lock(snapshot_mutex_);
-  snapshot_.in_call = false;
-  ++snapshot_.calls;
-  snapshot_.bad_input += bad_input;
-  if (succeeded) {
-    ++snapshot_.good_calls;
-    snapshot_.punches += punches;
+  {
+    std::lock_guard lock(snapshot_mutex_);
+    snapshot_.in_call = false;
+    ++snapshot_.calls;
+    snapshot_.bad_input += bad_input;
+    if (succeeded) {
+      ++snapshot_.good_calls;
+      snapshot_.punches += punches;
+    }
   }
+  log_.Flush();  // the call's lines are in the files when the call is over
 }
 
 CallSnapshot CallController::Snapshot() const {

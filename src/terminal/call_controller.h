@@ -86,6 +86,7 @@ class CallController : public core::LogSink {
   void SetCurrentClock(std::string_view name, int number) override {
     log_.SetCurrentClock(name, number);
   }
+  void Flush() override { log_.Flush(); }
 
   core::Clock& Clock() { return clock_; }
 

@@ -29,6 +29,12 @@ TEST(ParseDateTime, AcceptsTheFormsTheTerminalsAndFilesUse) {
       {" 7:05 ", "1899-12-30 07:05:00"},
       {"1/2/2008 8:30am", "2008-01-02 08:30:00"},
       {"2009-10-20T12:24:00", "2009-10-20 12:24:00"},
+      // The fixed forms read without the general rules, and their near misses.
+      {"23:59:59", "1899-12-30 23:59:59"},
+      {"10/20/2009", "2009-10-20 00:00:00"},
+      {"08:60", nullptr},
+      {"08:3a", nullptr},
+      {"20091/1/1", nullptr},
       // Refused: impossible values, and digit runs that the fixed-width fallbacks handle.
       {"13/1/2009", nullptr},
       {"2/31/2009", nullptr},

@@ -51,6 +51,36 @@ TEST(SqliteDatabase, BoundValuesRoundTripIncludingNullAndHostileText) {
   EXPECT_THROW(rs.Field("Punch"), core::InvalidOperationException);
 }
 
+// A prepared statement run again with new values: each run takes only its own values, text is
+// stored as bound, and a failing run names the file and leaves the statement usable.
+TEST(SqliteDatabase, PreparedStatementsRunAgainWithEachRunsValues) {
+  test::TempDir dir;
+  auto db = SqliteDatabase::Open(dir.path() / "p.db", SqliteDatabase::Mode::kCreate);
+  db->Execute("CREATE TABLE t (k INTEGER PRIMARY KEY, v TEXT, r REAL)");
+  auto insert = db->Prepare("INSERT INTO t (k, v, r) VALUES (?, ?, ?)");
+  const std::string hostile = "x'); DROP TABLE t; --";
+  insert->BindInt(1, 1);
+  insert->BindText(2, hostile);
+  insert->BindReal(3, 2.5);
+  EXPECT_EQ(insert->Execute(), 1);
+  insert->BindInt(1, 2);
+  insert->BindNull(2);
+  insert->BindNull(3);
+  EXPECT_EQ(insert->Execute(), 1);
+  insert->BindInt(1, 2);  // the key again
+  EXPECT_THAT([&] { insert->Execute(); }, ThrowsMessage<DatabaseError>(HasSubstr("p.db")));
+  auto find = db->Prepare("SELECT 1 FROM t WHERE k = ? AND v IS ?");
+  find->BindInt(1, 1);
+  find->BindText(2, hostile);
+  EXPECT_TRUE(find->HasRow());
+  find->BindInt(1, 2);
+  find->BindNull(2);
+  EXPECT_TRUE(find->HasRow());
+  find->BindText(2, hostile);
+  EXPECT_FALSE(find->HasRow());
+  EXPECT_THROW(db->Prepare("SELECT FROM nowhere"), DatabaseError);
+}
+
 TEST(SqliteDatabase, TransactionsCommitOrRollBack) {
   test::TempDir dir;
   const auto path = dir.path() / "t.db";

@@ -187,10 +187,13 @@ class KillAfter : public UpdateListener {
   int n_;
 };
 
-TEST(ClockFileTransferTest, KilledHalfWayThenRunAgainGivesEveryRowOnce) {
+// Killed before a batch's commit, right after it, and one row after it; each run starts where
+// the committed batches end, and the last run leaves every line in once.
+TEST(ClockFileTransferTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEveryRowOnce) {
   TransferFixture f;
   const auto file = f.dir.path() / "big.TCD";
-  constexpr int kRows = 2000;
+  constexpr int kRows = 50;
+  constexpr int kBatch = 8;
   {
     TcdFileWriter w(file, false);
     for (int i = 1; i <= kRows; ++i) {
@@ -198,15 +201,21 @@ TEST(ClockFileTransferTest, KilledHalfWayThenRunAgainGivesEveryRowOnce) {
                               *core::Date::FromYmd(2009, 10, 20), {}, {}, {}, {}, ""));
     }
   }
-  for (int kill_after : {500, 1999}) {
+  const struct {
+    int kill_after;  // records read before the kill
+    int rows;        // rows in the table afterwards
+  } kills[] = {{12, 8}, {16, 16}, {17, 16}, {49, 48}};
+  for (const auto& kill : kills) {
+    SCOPED_TRACE(kill.kill_after);
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
       core::NullLogSink log;
       ClockFileTransfer transfer({f.dir.path(), f.registry_path}, log, f.clock);
-      KillAfter killer(kill_after);
+      KillAfter killer(kill.kill_after);
       TransferOptions options;
       options.listener = &killer;
+      options.batch_rows = kBatch;
       try {
         transfer.Transfer(f.LoadCompany(), file, options);
       } catch (...) {
@@ -217,14 +226,17 @@ TEST(ClockFileTransferTest, KilledHalfWayThenRunAgainGivesEveryRowOnce) {
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFSIGNALED(status)) << "child exited with " << WEXITSTATUS(status);
     EXPECT_EQ(WTERMSIG(status), SIGKILL);
-    EXPECT_EQ(f.RowCount(), kill_after) << "rows committed before the kill";
+    EXPECT_EQ(f.RowCount(), kill.rows) << "rows committed before the kill";
+    EXPECT_EQ(TransferLedger(*f.OpenCompanyDb()).CountForFile("big.TCD"), kill.rows);
   }
   EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "big.ARC")) << "killed before archiving";
 
   ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  const auto result = transfer.Transfer(f.LoadCompany(), file);
-  EXPECT_EQ(result.already_present, 1999);
-  EXPECT_EQ(result.inserted, 1);
+  TransferOptions options;
+  options.batch_rows = kBatch;
+  const auto result = transfer.Transfer(f.LoadCompany(), file, options);
+  EXPECT_EQ(result.already_present, 48);
+  EXPECT_EQ(result.inserted, 2);
   auto db = f.OpenCompanyDb();
   EXPECT_EQ(db->Query("SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(Punch), MAX(Punch) "
                       "FROM [Clock Data Table]")

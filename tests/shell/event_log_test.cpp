@@ -97,6 +97,7 @@ TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
     seen.insert(rows[i].description);
   }
   EXPECT_EQ(seen.size(), size_t{kThreads * kEach});
+  logs.Flush();
   EXPECT_EQ(rig.DebugLog("Line 0 Debug Log").size(),
             kEach * std::string("08:00:00 - tick\r\n").size());
 }
@@ -156,6 +157,7 @@ TEST(LogsTest, AnEventLogThatCannotBeOpenedIsReportedAndOpenedLaterWhenMended) {
   Logs logs(rig.paths, rig.clock, nullptr, kQuickRetry);
   logs.Event("Open Comm", "Port = 1");  // reported once at the start; the event goes on below
   EXPECT_EQ(testing::internal::GetCapturedStderr(), " Could Not Access TCLOG.MDB Log File.\n");
+  logs.Flush();
   EXPECT_EQ(rig.DebugLog("Screen Log"), "08:00:00 -  Could Not Access TCLOG.MDB Log File.\r\n");
 
   fs::remove_all(file);
@@ -191,14 +193,16 @@ TEST(LogsTest, ATextLogThatCannotBeWrittenIsReportedOncePerLogAndKindAndNothingT
   testing::internal::CaptureStderr();
   logs.Debug("", "back");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  logs.Flush();
   EXPECT_EQ(rig.DebugLog(), "08:00:00 - back\r\n");
 
   // Failing again is news for the general debug log, which worked meanwhile, and not for the
-  // screen log, which never did.
+  // screen log, which never did. The open file's failure shows when its lines are written out.
   fs::remove_all(folder);
   std::ofstream(folder) << "in the way again";
   testing::internal::CaptureStderr();
   logs.Debug("", "lost");
+  logs.Flush();
   logs.Debug("", "lost");
   logs.Screen("lost");
   err = testing::internal::GetCapturedStderr();

@@ -1,6 +1,9 @@
 #include "shell/text_logs.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -56,8 +59,49 @@ TEST(TextLogsTest, ANewDaysFilePurgesOnlyThatLogsFilesOlderThanSixtyDays) {
   clock.Advance(std::chrono::seconds(1));
   logs.WriteDebug({"new day", "second part"});  // an entry of several parts: a line each
   EXPECT_FALSE(fs::exists(folder / "Debug Log - 2009-01-01.log"));
+  logs.Flush();
   EXPECT_EQ(core::ReadWholeFile(folder / "Debug Log - 2010-01-11.log"),
             "00:00:00 - new day\r\nsecond part\r\n");
+  EXPECT_EQ(core::ReadWholeFile(folder / "Debug Log - 2010-01-10.log"),
+            "23:59:59 - x\r\n23:59:59 - appends\r\n")
+      << "the old day's lines stay in the old day's file";
+}
+
+// Blocks until the file is written to or the deadline passes; true when it was.
+bool WaitForWrite(const fs::path& file, std::chrono::milliseconds deadline) {
+  const int fd = inotify_init1(IN_CLOEXEC);
+  const int watch = inotify_add_watch(fd, file.c_str(), IN_MODIFY);
+  pollfd p{fd, POLLIN, 0};
+  const bool written = watch >= 0 && poll(&p, 1, static_cast<int>(deadline.count())) == 1;
+  close(fd);
+  return written;
+}
+
+// Lines wait in the buffer until the end of a call (Flush), the flush timer or the close; a file
+// deleted meanwhile is made again.
+TEST(TextLogsTest, BufferedLinesReachTheFileOnFlushTimerAndCloseAndADeletedFileIsRemade) {
+  test::TempDir dir;
+  const fs::path folder = dir.path() / "Debug Logs";
+  const fs::path file = folder / "Screen Log - 2010-01-10.log";
+  core::ManualClock clock(At(2010, 1, 10, 8));
+  {
+    TextLogs logs(folder, clock);
+    logs.WriteScreen({"one"});
+    EXPECT_EQ(core::ReadWholeFile(file), "") << "the folder and file are made at the first line";
+    logs.Flush();
+    EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - one\r\n");
+
+    logs.WriteScreen({"two"});
+    ASSERT_TRUE(WaitForWrite(file, 5 * TextLogs::kFlushDelay)) << "the timer flushes";
+    EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - one\r\n08:00:00 - two\r\n");
+
+    fs::remove(file);
+    logs.WriteScreen({"three"});
+    logs.Flush();
+    EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - three\r\n");
+    logs.WriteScreen({"four"});
+  }
+  EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - three\r\n08:00:00 - four\r\n");
 }
 
 }  // namespace

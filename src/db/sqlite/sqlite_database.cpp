@@ -9,6 +9,8 @@ namespace {
 
 // Statements kept prepared per connection; beyond this the cache is emptied.
 constexpr size_t kStatementCacheLimit = 64;
+// The page cache of one connection, at most; it grows only as pages are used.
+constexpr int kCacheKibibytes = 16 * 1024;
 
 DatabaseError::Cause CauseOf(int code) {
   switch (code & 0xFF) {
@@ -24,6 +26,57 @@ DatabaseError::Cause CauseOf(int code) {
       return DatabaseError::Cause::kOther;
   }
 }
+
+[[noreturn]] void Fail(sqlite3* handle, const std::string& name, int code, std::string_view what) {
+  std::string msg = std::string(what) + " in " + name + ": " + sqlite3_errmsg(handle);
+  throw DatabaseError(code, msg, CauseOf(code));
+}
+
+class SqliteStatement : public Statement {
+ public:
+  SqliteStatement(sqlite3* handle, const std::string& name, sqlite3_stmt* stmt)
+      : handle_(handle), name_(name), stmt_(stmt) {}
+  ~SqliteStatement() override { sqlite3_finalize(stmt_); }
+
+  void BindNull(int index) override { Check(sqlite3_bind_null(stmt_, index)); }
+  void BindInt(int index, int64_t value) override {
+    Check(sqlite3_bind_int64(stmt_, index, value));
+  }
+  void BindReal(int index, double value) override {
+    Check(sqlite3_bind_double(stmt_, index, value));
+  }
+  void BindText(int index, std::string_view value) override {
+    Check(sqlite3_bind_text(stmt_, index, value.data(), static_cast<int>(value.size()),
+                            SQLITE_STATIC));
+  }
+  int64_t Execute() override {
+    int rc;
+    while ((rc = sqlite3_step(stmt_)) == SQLITE_ROW) {
+    }
+    Done(rc, "Cannot execute");
+    return sqlite3_changes(handle_);
+  }
+  bool HasRow() override {
+    const int rc = sqlite3_step(stmt_);
+    Done(rc == SQLITE_ROW ? SQLITE_DONE : rc, "Cannot query");
+    return rc == SQLITE_ROW;
+  }
+
+ private:
+  void Check(int rc) {
+    if (rc != SQLITE_OK) Fail(handle_, name_, rc, "Cannot bind parameter");
+  }
+  void Done(int rc, std::string_view what) {
+    sqlite3_reset(stmt_);
+    if (rc != SQLITE_DONE) {
+      Fail(handle_, name_, rc, std::string(what) + " \"" + sqlite3_sql(stmt_) + "\"");
+    }
+  }
+
+  sqlite3* handle_;
+  const std::string& name_;
+  sqlite3_stmt* stmt_;
+};
 
 }  // namespace
 
@@ -53,6 +106,9 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::Open(const std::filesystem::path
   db->Query("PRAGMA journal_mode=WAL");
   db->Execute("PRAGMA synchronous=FULL");
   db->Execute("PRAGMA foreign_keys=ON");
+  // A transfer's batch touches pages all over the punch keys' index; a cache that holds a batch's
+  // pages keeps them from being written out and read back before the commit.
+  db->Execute("PRAGMA cache_size=-" + std::to_string(kCacheKibibytes));
   return db;
 }
 
@@ -66,11 +122,17 @@ SqliteDatabase::~SqliteDatabase() {
 }
 
 void SqliteDatabase::Fail(int code, std::string_view what) {
-  std::string msg = std::string(what) + " in " + name_ + ": " + sqlite3_errmsg(handle_);
-  throw DatabaseError(code, msg, CauseOf(code));
+  clockcomm::db::Fail(handle_, name_, code, what);
 }
 
-sqlite3_stmt* SqliteDatabase::Prepare(std::string_view sql) {
+std::unique_ptr<Statement> SqliteDatabase::Prepare(std::string_view sql) {
+  sqlite3_stmt* stmt = nullptr;
+  int rc = sqlite3_prepare_v2(handle_, sql.data(), static_cast<int>(sql.size()), &stmt, nullptr);
+  if (rc != SQLITE_OK) Fail(rc, "Cannot prepare \"" + std::string(sql) + "\"");
+  return std::make_unique<SqliteStatement>(handle_, name_, stmt);
+}
+
+sqlite3_stmt* SqliteDatabase::Cached(std::string_view sql) {
   std::string key(sql);
   auto it = statements_.find(key);
   if (it != statements_.end()) {
@@ -115,7 +177,7 @@ void SqliteDatabase::Bind(sqlite3_stmt* stmt, const Params& params) {
 }
 
 int64_t SqliteDatabase::Execute(std::string_view sql, const Params& params) {
-  sqlite3_stmt* stmt = Prepare(sql);
+  sqlite3_stmt* stmt = Cached(sql);
   Bind(stmt, params);
   int rc;
   while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
@@ -129,7 +191,7 @@ int64_t SqliteDatabase::Execute(std::string_view sql, const Params& params) {
 }
 
 Recordset SqliteDatabase::Query(std::string_view sql, const Params& params) {
-  sqlite3_stmt* stmt = Prepare(sql);
+  sqlite3_stmt* stmt = Cached(sql);
   Bind(stmt, params);
   std::vector<std::string> columns;
   const int n = sqlite3_column_count(stmt);

@@ -30,6 +30,7 @@ class SqliteDatabase : public Database {
   int64_t Execute(std::string_view sql, const Params& params = {}) override;
   Recordset Query(std::string_view sql, const Params& params = {}) override;
   int64_t LastInsertId() override;
+  std::unique_ptr<Statement> Prepare(std::string_view sql) override;
   void BeginTransaction() override;
   void Commit() override;
   void Rollback() override;
@@ -39,7 +40,7 @@ class SqliteDatabase : public Database {
 
  private:
   SqliteDatabase(sqlite3* handle, std::string name);
-  sqlite3_stmt* Prepare(std::string_view sql);
+  sqlite3_stmt* Cached(std::string_view sql);
   void Bind(sqlite3_stmt* stmt, const Params& params);
   [[noreturn]] void Fail(int code, std::string_view what);
 
