@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <iostream>
 
 #include "app/commands.h"
@@ -5,6 +7,9 @@
 
 int main(int argc, char** argv) {
   using namespace clockcomm;
+  // Payroll data: what the program creates (databases, call files, logs) is for its own user and
+  // group only.
+  ::umask(0027);
   CLI::App app{"clockcomm: the time-clock communications server"};
   app.require_subcommand(1);
   app.fallthrough();
@@ -16,6 +21,7 @@ int main(int argc, char** argv) {
   app::RegisterTransferCommands(app, options);
   app::RegisterCallCommands(app, options);
   app::RegisterT4Commands(app, options);
+  app::RegisterBackupCommand(app, options);
   app::RegisterDemoCommand(app, options);
   try {
     app.parse(argc, argv);

@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "core/errors.h"
 #include "db/schema.h"
+#include "db/sqlite/sqlite_backup.h"
 #include "test_support/temp_dir.h"
 
 namespace clockcomm::db {
@@ -116,6 +118,29 @@ TEST(Schema, CreatingTwiceKeepsTheData) {
        {"Clock Data Table", "Employee Table", "CompanyInfoT", "LEVEL1", "LEVEL2", "LEVEL3"}) {
     EXPECT_TRUE(db->TableExists(t)) << t;
   }
+}
+
+// A backup taken while another connection writes holds what was committed, stands alone (no
+// WAL beside it) and is whole; a source that is not there fails naming it.
+TEST(SqliteBackup, CopiesWhatIsCommittedWhileAWriterWorks) {
+  test::TempDir dir;
+  auto live = SqliteDatabase::Open(dir.path() / "live.db", SqliteDatabase::Mode::kCreate);
+  live->Execute("CREATE TABLE t (v INTEGER)");
+  for (int i = 0; i < 100; ++i) live->Execute("INSERT INTO t (v) VALUES (?)", {i});
+  live->BeginTransaction();
+  live->Execute("INSERT INTO t (v) VALUES (1000)");
+  const auto copy = dir.path() / "copy" / "live.db";
+  std::filesystem::create_directory(copy.parent_path());
+  EXPECT_GT(BackupSqliteFile(dir.path() / "live.db", copy), 0);
+  live->Commit();
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(copy.parent_path()), {}), 1)
+      << "nothing but the copy";
+
+  auto copied = SqliteDatabase::Open(copy);
+  EXPECT_EQ(copied->Query("SELECT COUNT(*), MAX(v) FROM t").Field(0).AsInt(), 100);
+  EXPECT_EQ(copied->Query("PRAGMA integrity_check").Field(0).AsText(), "ok");
+  EXPECT_THAT([&] { BackupSqliteFile(dir.path() / "gone.db", dir.path() / "gone-copy.db"); },
+              ThrowsMessage<core::SystemError>(HasSubstr("gone.db")));
 }
 
 }  // namespace

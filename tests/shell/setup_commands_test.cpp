@@ -109,5 +109,26 @@ TEST(SetupCommandsTest, LogPurgeAsksUnlessYesAndPrintPaginates) {
   EXPECT_NE(RunClockcomm(tmp, "log show --to 2009-03-01").exit_code, 0);
 }
 
+// backup copies every database of the site, outside the data directory only; what the program
+// creates is for its user and group only.
+TEST(SetupCommandsTest, BackupCopiesEveryDatabaseAndFilesAreNotWorldReadable) {
+  test::TempDir tmp;
+  ASSERT_EQ(RunClockcomm(tmp, "init").exit_code, 0);
+  ASSERT_EQ(RunClockcomm(tmp, "company add Acme --clock FRONT --dir acme").exit_code, 0);
+  const auto company_db = tmp.path() / "home" / "data" / "acme" / "Company.db";
+  EXPECT_EQ(std::filesystem::status(company_db).permissions() & std::filesystem::perms::others_all,
+            std::filesystem::perms::none);
+
+  Result r = RunClockcomm(tmp, "backup --to " + (tmp.path() / "copies").string());
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_THAT(r.out, HasSubstr("4 of 4 database(s) copied"));
+  for (const char* file : {"COMPANY3.db", "Clockwyn.db", "TCLOG.db", "acme/Company.db"}) {
+    EXPECT_TRUE(std::filesystem::exists(tmp.path() / "copies" / file)) << file;
+  }
+  r = RunClockcomm(tmp, "backup --to " + (tmp.path() / "home" / "data" / "old").string());
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_THAT(r.err, HasSubstr("is inside the data directory"));
+}
+
 }  // namespace
 }  // namespace clockcomm::shell
