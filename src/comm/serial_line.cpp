@@ -1,6 +1,7 @@
 #include "comm/serial_line.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
@@ -179,6 +180,8 @@ void SerialLine::TakeLockFile(const fs::path& file) {
     const std::string text = LockFileText(::getpid());
     int fd = ::open(own.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
     if (fd < 0) throw core::SystemError::FromErrno(errno, "lock file " + own.string());
+    // Other programs read the PID in it, whatever the program's umask.
+    ::fchmod(fd, 0644);
     const ssize_t written = ::write(fd, text.data(), text.size());
     const int error = errno;
     ::close(fd);
