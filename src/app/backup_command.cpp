@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -15,6 +16,14 @@
 namespace clockcomm::app {
 namespace fs = std::filesystem;
 namespace {
+
+// The path of file under folder, or nothing when it lies outside it.
+std::optional<fs::path> Within(const fs::path& folder, const fs::path& file) {
+  const fs::path relative =
+      fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(folder));
+  if (relative.empty() || *relative.begin() == "..") return std::nullopt;
+  return relative;
+}
 
 struct Copy {
   fs::path from;
@@ -34,11 +43,9 @@ std::vector<Copy> DatabasesOf(const Context& ctx) {
   for (const auto& company : LoadFactory(ctx.paths, no_log).GetCompanyList()) {
     const fs::path file = company.ClockwynDatabaseFilename();
     if (!fs::exists(file) || !seen.insert(fs::weakly_canonical(file)).second) continue;
-    const fs::path relative = fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(data));
-    const bool inside = !relative.empty() && *relative.begin() != "..";
-    copies.push_back(
-        {file, inside ? relative
-                      : fs::path("companies") / core::SafeFileName(company.Name()) / file.filename()});
+    copies.push_back({file, Within(data, file)
+                                .value_or(fs::path("companies") /
+                                          core::SafeFileName(company.Name()) / file.filename())});
   }
   return copies;
 }
@@ -46,11 +53,9 @@ std::vector<Copy> DatabasesOf(const Context& ctx) {
 void RunBackup(const GlobalOptions& options, const std::string& to) {
   const Context ctx(options);
   const fs::path folder = fs::absolute(to);
-  const auto data = fs::weakly_canonical(ctx.paths.DataDirectory());
-  const auto relative = fs::weakly_canonical(folder).lexically_relative(data);
-  if (relative.empty() || *relative.begin() != "..") {
+  if (Within(ctx.paths.DataDirectory(), folder)) {
     Fail("clockcomm backup: --to " + folder.string() + " is inside the data directory " +
-         data.string() + "; choose a folder outside it.");
+         ctx.paths.DataDirectory().string() + "; choose a folder outside it.");
   }
   int failed = 0;
   int64_t total = 0;
@@ -78,8 +83,7 @@ void RegisterBackupCommand(CLI::App& app, const GlobalOptions& options) {
   auto to = std::make_shared<std::string>();
   CLI::App* backup = app.add_subcommand(
       "backup", "Copy every database (registry, poll list, event log, companies) while running");
-  backup->add_option("--to", *to, "Folder for the copies (outside the data directory)")
-      ->required();
+  backup->add_option("--to", *to, "Folder for the copies (outside the data directory)")->required();
   backup->callback([&options, to] { RunBackup(options, *to); });
 }
 

@@ -76,6 +76,16 @@ void WriteFileAtomically(const std::filesystem::path& path, std::string_view con
   SyncAndRename(fd, tmp, path);
 }
 
+void AppendDurably(const std::filesystem::path& path, std::string_view content) {
+  int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
+  if (fd < 0) throw SystemError::FromErrno(errno, path.string());
+  WriteAll(fd, content.data(), content.size(), path);
+  const int rc = fsync(fd);
+  const int err = errno;
+  close(fd);
+  if (rc != 0) throw SystemError::FromErrno(err, path.string());
+}
+
 void CopyFileAtomically(const std::filesystem::path& from, const std::filesystem::path& to) {
   int in = open(from.c_str(), O_RDONLY | O_CLOEXEC);
   if (in < 0) throw SystemError::FromErrno(errno, from.string());

@@ -16,6 +16,9 @@ void SyncDirectory(const std::filesystem::path& dir);
 void WriteFileAtomically(const std::filesystem::path& path, std::string_view content);
 // The same with the content copied from another file, a piece at a time.
 void CopyFileAtomically(const std::filesystem::path& from, const std::filesystem::path& to);
+// Appends the content to the file (made, mode 0640 before the umask, when missing) and syncs it.
+// Throws SystemError naming the file.
+void AppendDurably(const std::filesystem::path& path, std::string_view content);
 // Reads a whole file as bytes. Throws SystemError naming the file.
 std::string ReadWholeFile(const std::filesystem::path& path);
 

@@ -65,11 +65,11 @@ void T4Clock::CheckCallTime(std::string_view function_name, int limit_seconds) {
   const core::DateTime finish = clock_.Now();
   const int64_t elapsed = core::SecondsBetween(call_start_, finish);
   if (elapsed <= limit_seconds) return;
-  Debug(fmt::format(
+  Debug(
       "Slow Response to Function Call.  FunctionName: {}, Begin Time: {}, Fininsh Time: {}, "
       "Elapsed: {}, Clock: {}",
       function_name, call_start_.GetTime().Format(core::kFormatHourMinuteSecond),
-      finish.GetTime().Format(core::kFormatHourMinuteSecond), elapsed, name_));
+      finish.GetTime().Format(core::kFormatHourMinuteSecond), elapsed, name_);
 }
 
 void T4Clock::ReportFailure(std::string_view function_name) {
@@ -167,14 +167,14 @@ bool T4Clock::Take(const LogEntry& e, bool include_seconds, bool from_log) {
   in_out_ = e.in_out;
   work_code_ = e.work_code;
   if (from_log) {
-    Debug(fmt::format("(B&W) Parsed PunchLog - Badge: {}, TimeStamp: {}, Status: {}, WorkCode: {}",
-                      badge_id_, timestamp_.ToString(), in_out_, work_code_));
+    Debug("(B&W) Parsed PunchLog - Badge: {}, TimeStamp: {}, Status: {}, WorkCode: {}", badge_id_,
+          timestamp_.ToString(), in_out_, work_code_);
   }
   if (badge_id_ == 0 || IsEmptyTime(timestamp_)) return false;  // unused slots
   if (duplicates_.FindDuplicate(badge_id_, timestamp_)) {
     const std::string text = fmt::format("Clock: {}, BadgeID: {}, TimeStamp: {}", name_, badge_id_,
                                          timestamp_.ToString());
-    Debug(text);
+    Debug("{}", text);
     log_.Event("Duplicate Punch", text);
     return false;
   }
@@ -187,10 +187,10 @@ bool T4Clock::Read(bool include_seconds) {
   while (ReadEntry(e)) {
     const std::optional<long> badge = ParseBadge(e.enroll_number);
     Debug(
-        fmt::format("Device #{}, Clock ID:{}, Mode:{}, Status: {}, Year: {}, Month: {}, Day: {}, "
-                    "Hour: {}, Minute: {}, Second: {}, WorkCode: {}",
-                    Machine(), badge ? std::to_string(*badge) : e.enroll_number, e.verify_mode,
-                    e.in_out, e.year, e.month, e.day, e.hour, e.minute, e.second, e.work_code));
+        "Device #{}, Clock ID:{}, Mode:{}, Status: {}, Year: {}, Month: {}, Day: {}, "
+        "Hour: {}, Minute: {}, Second: {}, WorkCode: {}",
+        Machine(), badge ? std::to_string(*badge) : e.enroll_number, e.verify_mode, e.in_out,
+        e.year, e.month, e.day, e.hour, e.minute, e.second, e.work_code);
     if (e.in_out == kNotAPunchState && !string_enrolment_) continue;
     if (!Take(e, include_seconds, true)) continue;
     if (gathered_ != nullptr) {
@@ -232,12 +232,11 @@ bool T4Clock::CountsMatch() {
   const std::optional<long> count = GetDeviceStatus(kAttendanceRecordCount);
   if (!count) {
     // Unknown is a mismatch: the log is read again rather than cleared unseen.
-    Debug("GetDeviceStatus failed: " + GetLastError());
+    Debug("GetDeviceStatus failed: {}", GetLastError());
     return false;
   }
   if (*count != received_count_) {
-    Debug(fmt::format("Received Transactions: {}, Clock Transaction Count: {}", received_count_,
-                      *count));
+    Debug("Received Transactions: {}, Clock Transaction Count: {}", received_count_, *count);
     return false;
   }
   return true;
@@ -272,7 +271,7 @@ void T4Clock::PollPass() {
   if (!EnableDevice(false)) ReportFailure("EnableDevice");
   if (CountsMatch()) {
     pending_ = false;
-    Debug(fmt::format("{} Transactions Received, Clearing Clock Transaction Log", received_count_));
+    Debug("{} Transactions Received, Clearing Clock Transaction Log", received_count_);
     if (!ClearGLog()) {
       pending_ = true;  // the next poll tries again
       ReportFailure("ClearGLog");

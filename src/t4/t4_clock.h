@@ -5,6 +5,8 @@
 // only while the owner pumps them (PumpEvents), so the state needs no lock.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -113,8 +115,12 @@ class T4Clock {
   IT4Device& Device() { return connection_->Device(); }
   int Machine() const { return static_cast<int>(connection_->DeviceNumber()); }
   bool IncludeSeconds() const { return include_seconds_ && include_seconds_(); }
-  void Debug(std::string_view message) {
-    if (!debug_log_ || debug_log_()) log_.Debug(name_, message);
+  // Formatted only when the clock writes its debug log: a bulk read makes lines per record.
+  template <typename... Args>
+  void Debug(fmt::format_string<Args...> format, Args&&... args) {
+    if (!debug_log_ || debug_log_()) {
+      log_.Debug(name_, fmt::format(format, std::forward<Args>(args)...));
+    }
   }
   void ReportFailure(std::string_view function_name);
 

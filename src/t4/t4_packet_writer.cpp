@@ -1,10 +1,7 @@
 #include "t4/t4_packet_writer.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -55,22 +52,6 @@ bool HoldsLine(std::string_view text, const std::string& line) {
   return false;
 }
 
-// Appends the text to the file (made when missing) and syncs it. Throws core::SystemError naming
-// the file.
-void AppendAndSync(const std::filesystem::path& file, std::string_view text) {
-  const int fd = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
-  if (fd < 0) throw core::SystemError::FromErrno(errno, file.string());
-  int error = 0;
-  for (size_t done = 0; error == 0 && done < text.size();) {
-    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno != EINTR) error = errno;
-    if (n > 0) done += static_cast<size_t>(n);
-  }
-  if (error == 0 && ::fsync(fd) != 0) error = errno;
-  ::close(fd);
-  if (error != 0) throw core::SystemError::FromErrno(error, file.string());
-}
-
 std::string Describe(const T4Punch& punch) {
   return fmt::format("badge {} at {} from clock {}", punch.badge_id, punch.timestamp.ToString(),
                      punch.clock_name);
@@ -114,9 +95,7 @@ T4PacketWriter::Counts T4PacketWriter::WritePackets(const std::vector<T4Punch>& 
   size_t done = 0;
   try {
     auto db = db::Open(company->ClockwynDatabaseFilename());
-    db->Execute(kCreatePendingTable);
-    db->Execute(kCreateCardIndex);
-    db->Execute("PRAGMA cache_size = -32768");  // a chunk's pages stay in memory until its commit
+    PrepareTables(*db);
     FinishPendingLines(company->DirectoryPath(), *db);
     records::DepartmentJobAssigner assigner(records::ParameterOverride(program_folder_), db.get(),
                                             log_);
@@ -271,7 +250,7 @@ void T4PacketWriter::WriteLines(const std::filesystem::path& directory, db::Data
         if (!check_file || !HoldsLine(held, std::string(WithoutLineEnd(line)))) text += whole;
       }
     }
-    AppendAndSync(file, text);
+    core::AppendDurably(file, text);
     // A new file's name must be on the disk too; once synced it stays (nothing removes it).
     std::lock_guard lock(mutex_);
     if (!existed || durable_files_.count(file.string()) == 0) {
@@ -284,6 +263,17 @@ void T4PacketWriter::WriteLines(const std::filesystem::path& directory, db::Data
     company_db.Execute("DELETE FROM [T4 Pending Punches] WHERE PunchKey = ?", {p.key});
   }
   transaction.Commit();
+}
+
+void T4PacketWriter::PrepareTables(db::Database& company_db) {
+  {
+    std::lock_guard lock(mutex_);
+    if (prepared_databases_.count(company_db.Name()) != 0) return;
+  }
+  company_db.Execute(kCreatePendingTable);
+  company_db.Execute(kCreateCardIndex);
+  std::lock_guard lock(mutex_);
+  prepared_databases_.insert(company_db.Name());
 }
 
 void T4PacketWriter::FinishPendingLines(const std::filesystem::path& directory,

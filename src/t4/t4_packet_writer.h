@@ -82,6 +82,8 @@ class T4PacketWriter {
   // when check_file is set), syncs it, then forgets the punches.
   void WriteLines(const std::filesystem::path& directory, db::Database& company_db,
                   const std::vector<Pending>& pending, bool check_file);
+  // The writer's own table and index, made once per company database and process.
+  void PrepareTables(db::Database& company_db);
   // The lines a crash or a failed file left pending, written now.
   void FinishPendingLines(const std::filesystem::path& directory, db::Database& company_db);
   void StampRegistry(const std::string& clock_name);
@@ -93,9 +95,10 @@ class T4PacketWriter {
   core::LogSink& log_;
   core::Clock& clock_;
 
-  std::mutex mutex_;                        // guards the two sets below
-  std::set<std::string> durable_files_;     // daily files whose folder entry is synced
-  std::set<std::string> stamped_registry_;  // "<clock>|<date>" stamped in the registry
+  std::mutex mutex_;                          // guards the sets below
+  std::set<std::string> durable_files_;       // daily files whose folder entry is synced
+  std::set<std::string> stamped_registry_;    // "<clock>|<date>" stamped in the registry
+  std::set<std::string> prepared_databases_;  // company databases that have the writer's tables
 };
 
 }  // namespace clockcomm::t4

@@ -115,16 +115,16 @@ void T4Host::ReceivedPunch(T4Clock& clock) {
 void T4Host::ReceivedPunches(T4Clock& clock, const std::vector<T4Punch>& punches) {
   const T4PacketWriter::Counts counts = writer_.WritePackets(punches);
   punches_stored_ += counts.written;
-  if (assignments_.Get(clock.Name()).DebugLog()) {
-    log_.Debug(clock.Name(), fmt::format("Read {} punches: {} stored, {} stored before",
-                                         punches.size(), counts.written, counts.already_stored));
-  }
+  Debug(clock.Name(), fmt::format("Read {} punches: {} stored, {} stored before", punches.size(),
+                                  counts.written, counts.already_stored));
 }
 
 void T4Host::AutoPolled(T4Clock& clock) {
-  if (assignments_.Get(clock.Name()).DebugLog()) {
-    log_.Debug(clock.Name(), "Poll of " + clock.Name() + " ended");
-  }
+  Debug(clock.Name(), "Poll of " + clock.Name() + " ended");
+}
+
+void T4Host::Debug(const std::string& clock_name, std::string_view text) {
+  if (assignments_.Get(clock_name).DebugLog()) log_.Debug(clock_name, text);
 }
 
 std::vector<T4Host::ClockStatus> T4Host::Snapshot() const {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/clock.h"
@@ -68,6 +69,8 @@ class T4Host : public IT4Listener {
   std::unique_ptr<T4Station> StartStation(const T4ClockEntry& entry);
   std::unique_ptr<T4Clock> MakeClock(const T4ClockEntry& entry);
   void RunTasks(T4Clock& clock);
+  // A line of the clock's debug log, when its assignment asks for one.
+  void Debug(const std::string& clock_name, std::string_view text);
 
   std::function<std::unique_ptr<db::Database>()> open_product_;
   T4ConnectionFactory connect_;
