@@ -25,6 +25,10 @@ class T4Site {
   void Host(core::StopSignal& end, std::optional<core::DateTime> until = std::nullopt);
   // One poll of every clock; true when each was polled.
   bool PollAll();
+  int64_t PunchesStored() const { return host_.PunchesStored(); }
+  bool WaitForPunchesStored(int64_t count, std::chrono::steady_clock::time_point deadline) {
+    return host_.WaitForPunchesStored(count, deadline);
+  }
 
  private:
   CallSession& session_;

@@ -108,15 +108,28 @@ void T4Host::RunTasks(T4Clock& clock) {
 
 void T4Host::ReceivedPunch(T4Clock& clock) {
   if (writer_.WritePacket(clock.CurrentPunch()) == T4PacketWriter::Outcome::kWritten) {
-    ++punches_stored_;
+    CountStored(1);
   }
 }
 
 void T4Host::ReceivedPunches(T4Clock& clock, const std::vector<T4Punch>& punches) {
   const T4PacketWriter::Counts counts = writer_.WritePackets(punches);
-  punches_stored_ += counts.written;
+  CountStored(counts.written);
   Debug(clock.Name(), fmt::format("Read {} punches: {} stored, {} stored before", punches.size(),
                                   counts.written, counts.already_stored));
+}
+
+void T4Host::CountStored(int64_t punches) {
+  {
+    std::lock_guard lock(stored_mutex_);
+    punches_stored_ += punches;
+  }
+  stored_.notify_all();
+}
+
+bool T4Host::WaitForPunchesStored(int64_t count, std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock lock(stored_mutex_);
+  return stored_.wait_until(lock, deadline, [&] { return punches_stored_ >= count; });
 }
 
 void T4Host::AutoPolled(T4Clock& clock) {

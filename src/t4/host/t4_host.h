@@ -3,7 +3,8 @@
 // packet writer; runs their waiting tasks; and follows the clock list as it changes.
 #pragma once
 
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
@@ -58,7 +59,12 @@ class T4Host : public IT4Listener {
   void AutoPolled(T4Clock& clock) override;
 
   std::vector<ClockStatus> Snapshot() const;
-  int64_t PunchesStored() const { return punches_stored_; }
+  int64_t PunchesStored() const {
+    std::lock_guard lock(stored_mutex_);
+    return punches_stored_;
+  }
+  // Blocks until the host has stored at least count punches since it was made, or the deadline.
+  bool WaitForPunchesStored(int64_t count, std::chrono::steady_clock::time_point deadline);
 
  private:
   struct Running {
@@ -82,7 +88,10 @@ class T4Host : public IT4Listener {
   core::LogSink& log_;
   mutable std::mutex mutex_;  // guards running_ against Snapshot
   std::map<int64_t, Running> running_;
-  std::atomic<int64_t> punches_stored_{0};
+  void CountStored(int64_t punches);
+  mutable std::mutex stored_mutex_;
+  std::condition_variable stored_;
+  int64_t punches_stored_ = 0;
 };
 
 }  // namespace clockcomm::t4
