@@ -140,8 +140,8 @@ TEST_F(T4ClockTest, MatchingCountsClearWithoutReadingAMismatchReReads) {
   t4->DownloadPunches();
   EXPECT_THAT(device->calls,
               ElementsAre("EnableDevice(0)", "GetDeviceStatus", "ReadGeneralLogData",
-                          "GetGeneralExtLogData", "GetGeneralExtLogData", "GetGeneralExtLogData",
-                          "ClearGLog", "EnableDevice(1)", "RegEvent"));
+                          "IsTFTMachine", "GetGeneralExtLogData", "GetGeneralExtLogData",
+                          "GetGeneralExtLogData", "ClearGLog", "EnableDevice(1)", "RegEvent"));
   EXPECT_EQ(log.Count("Received Transactions: 1, Clock Transaction Count: 2"), 1);
   EXPECT_THAT(listener.punches,
               ElementsAre("5@08:00:00", "6@08:00:00", "5@09:00:00", "7@09:00:05"));
