@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -146,11 +147,19 @@ int32_t LeadingInt32(std::string_view s) {
 std::optional<double> ParseNumber(std::string_view s) {
   s = TrimView(s);
   if (s.empty() || s.size() > 64) return std::nullopt;
-  std::string text(s);
-  if (text.front() == '+') text.erase(0, 1);
+  if (s.front() == '+') s.remove_prefix(1);
+  // A whole number of up to 15 digits, the usual case, is exact without the floating conversion.
+  const bool negative = !s.empty() && s.front() == '-';
+  const std::string_view digits = s.substr(negative ? 1 : 0);
+  if (!digits.empty() && digits.size() <= 15 &&
+      std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+    int64_t whole = 0;
+    for (char c : digits) whole = whole * 10 + (c - '0');
+    return negative ? -static_cast<double>(whole) : static_cast<double>(whole);
+  }
   double value = 0;
-  auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (ec != std::errc() || ptr != text.data() + text.size() || !std::isfinite(value)) {
+  auto [ptr, ec] = std::from_chars(s.data(), s.data() + s.size(), value);
+  if (ec != std::errc() || ptr != s.data() + s.size() || !std::isfinite(value)) {
     return std::nullopt;
   }
   return value;

@@ -1,5 +1,6 @@
 #include "records/tcd_record_static.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -19,6 +20,41 @@ bool AllDigits(std::string_view s) {
     if (c < '0' || c > '9') return false;
   }
   return true;
+}
+
+// Cuts text at the separator into up to three runs of digits, each of a length in [min, max]
+// (the first run: [first_min, first_max]); false for anything else.
+bool DigitRuns(std::string_view text, char separator, size_t first_min, size_t first_max,
+               size_t min, size_t max, int (&parts)[3], size_t& count) {
+  count = 0;
+  while (count < 3) {
+    const size_t end = std::min(text.find(separator), text.size());
+    const std::string_view run = text.substr(0, end);
+    const size_t low = count == 0 ? first_min : min, high = count == 0 ? first_max : max;
+    if (run.size() < low || run.size() > high || !AllDigits(run)) return false;
+    int value = 0;
+    for (char c : run) value = value * 10 + (c - '0');
+    parts[count++] = value;
+    if (end == text.size()) return true;
+    text.remove_prefix(end + 1);
+  }
+  return false;
+}
+
+// The forms this program writes, "2009/10/20" and "08:30" or "08:30:15", read without the lenient
+// conversion (which they always pass unchanged).
+std::optional<core::Date> WrittenDate(std::string_view text) {
+  int parts[3];
+  size_t count = 0;
+  if (!DigitRuns(text, '/', 4, 4, 1, 2, parts, count) || count != 3) return std::nullopt;
+  return core::Date::FromYmd(parts[0], parts[1], parts[2]);
+}
+
+std::optional<core::TimeOfDay> WrittenTime(std::string_view text) {
+  int parts[3] = {0, 0, 0};
+  size_t count = 0;
+  if (!DigitRuns(text, ':', 1, 2, 2, 2, parts, count) || count < 2) return std::nullopt;
+  return core::TimeOfDay::FromHms(parts[0], parts[1], parts[2]);
 }
 
 }  // namespace
@@ -43,6 +79,7 @@ std::string TcdRecordStatic::ConvertLettersToNumbers(std::string_view text) {
 }
 
 std::optional<core::Date> TcdRecordStatic::ParseDateField(std::string_view text) {
+  if (auto d = WrittenDate(text)) return d;
   // Six digits are never a date of the lenient conversion, so they skip it.
   if (text.size() != 6 || !AllDigits(text)) {
     if (auto d = core::ParseDate(text)) return d;
@@ -57,6 +94,7 @@ std::optional<core::Date> TcdRecordStatic::ParseDateField(std::string_view text)
 }
 
 std::optional<core::TimeOfDay> TcdRecordStatic::ParseTimeField(std::string_view text) {
+  if (auto t = WrittenTime(text)) return t;
   // Four digits are never a time of the lenient conversion, so they skip it.
   if (text.size() != 4 || !AllDigits(text)) {
     if (auto t = core::ParseDateTime(text)) return t->GetTime();

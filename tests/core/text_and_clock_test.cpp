@@ -12,8 +12,19 @@ TEST(Text, NumbersFromText) {
   EXPECT_EQ(LeadingNumber("-"), 0);
   EXPECT_EQ(NumberText(6), "6");
   EXPECT_EQ(NumberText(-12.25), "-12.25");
-  EXPECT_FALSE(ParseNumber("12a").has_value());
-  EXPECT_EQ(*ParseNumber(" 12.5 "), 12.5);
+  const std::pair<const char*, std::optional<double>> numbers[] = {
+      {"12a", std::nullopt},
+      {" 12.5 ", 12.5},
+      {"+7", 7},
+      {"-0042", -42},
+      {"+", std::nullopt},
+      {"-", std::nullopt},
+      {"+-5", -5},
+      {"1e3", 1000},
+      {"", std::nullopt},
+      {"999999999999999", 999999999999999.0},
+      {"1234567890123456", 1234567890123456.0}};
+  for (const auto& [text, number] : numbers) EXPECT_EQ(ParseNumber(text), number) << text;
   EXPECT_FALSE(ParseInt("99999999999").has_value());
   EXPECT_EQ(Split("a,,b,", ',').size(), 4u);
 }

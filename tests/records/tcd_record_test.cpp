@@ -133,6 +133,23 @@ TcdRecord Punch(int seq) {
 
 // Appending is the archives' (below); a missing folder is named by the archive, a missing clock
 // file by the transfer command.
+// The forms this program writes are read without the lenient conversion: whatever the text, the
+// answer must be the one the lenient conversion gives.
+TEST(TcdRecordStaticTest, DatesAndTimesReadAsTheLenientConversionReadsThem) {
+  for (const char* text :
+       {"2009/10/20", "2009/1/5", "2009/02/30", "2024/2/29", "2023/2/29", "2009/10/200",
+        "209/10/20", "2009/10", "2009//20", "2009/10/20/1", "1999/12/31", "0000/01/01"}) {
+    EXPECT_EQ(TcdRecordStatic::ParseDateField(text), core::ParseDate(text)) << text;
+  }
+  for (const char* text : {"08:30", "8:30", "23:59:59", "24:00", "12:60", "8:5", "08:30:", "083:0",
+                           "0:00", "12:30:61", ":30"}) {
+    const auto lenient = core::ParseDateTime(text);
+    EXPECT_EQ(TcdRecordStatic::ParseTimeField(text),
+              lenient ? std::optional(lenient->GetTime()) : std::nullopt)
+        << text;
+  }
+}
+
 TEST(TcdFilesTest, WriterLinesEndInCrLfAndAHandedInDescriptorStaysTheCallers) {
   test::TempDir dir;
   const auto path = dir.path() / "x.TCD";
