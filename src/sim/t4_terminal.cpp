@@ -215,7 +215,10 @@ T4Terminal::Answer T4Terminal::Dispatch(const T4Packet& r, Session& s, uint16_t 
     case cmd::kRegEvent:
       if (r.data.size() < 4) return error();
       s.event_mask = GetU32(r.data, 0);
-      if (!(s.event_mask & t4::net::kEventAttLog)) s.events.clear(), s.unsent = 0;
+      if (!(s.event_mask & t4::net::kEventAttLog)) {
+        s.events.clear();
+        s.unsent = 0;
+      }
       return ok();
     case cmd::kClearAttLog:
       ClearLog();

@@ -113,6 +113,55 @@ TEST_F(T4TerminalSimTest, ReplyIdsResendWithoutRunningAgainAndDropLowerIds) {
   EXPECT_EQ(stats.remembered_replies, 1u);
 }
 
+TEST_F(T4TerminalSimTest, CountsOptionsTimeAndClears) {
+  T4SimConfig config;
+  config.records = 12;
+  config.users = 4;
+  config.faults.miscount = 3;
+  auto& sim = Start(config);
+  auto client = Client();
+  client.Connect();
+  struct Row {
+    const char* legend;
+    uint16_t code;
+    std::string data;
+    uint16_t answer;
+    std::string answer_data;  // "*": not compared
+  } rows[] = {
+      {"count as index 8", cmd::kGetFreeSizes, "\x08", reply::kOk, U32s({15})},
+      {"users as index 4", cmd::kGetFreeSizes, "\x04", reply::kOk, U32s({4})},
+      {"index past the table", cmd::kGetFreeSizes, "\x17", reply::kError, ""},
+      {"option", cmd::kOptionsRead, std::string("~SSR\0", 5), reply::kOk,
+       std::string("~SSR=1\0", 7)},
+      {"unknown option", cmd::kOptionsRead, std::string("Nope\0", 5), reply::kError, ""},
+      {"option written", cmd::kOptionsWrite, std::string("Nope=2\0", 7), reply::kOk, ""},
+      {"...and read back", cmd::kOptionsRead, std::string("Nope\0", 5), reply::kOk,
+       std::string("Nope=2\0", 7)},
+      {"unknown command", 77, "", reply::kUnknown, ""},
+      {"SET_TIME 2024-02-29 08:30:00", cmd::kSetTime, U32s({0x2E489008}), reply::kOk, ""},
+      {"...and GET_TIME reads it back", cmd::kGetTime, "", reply::kOk, U32s({0x2E489008})},
+      {"SET_TIME 30 February refused", cmd::kSetTime, U32s({0x2E489008 + 86400}), reply::kError,
+       ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.legend);
+    const T4Packet answer = client.Call(row.code, row.data);
+    EXPECT_EQ(answer.code, row.answer);
+    EXPECT_EQ(answer.data, row.answer_data);
+  }
+  const T4Packet sizes = client.Call(cmd::kGetFreeSizes);
+  ASSERT_EQ(sizes.data.size(), 92u);
+  EXPECT_EQ(t4::net::GetU32(sizes.data, 32), 15u) << "12 records, misreported by 3";
+  EXPECT_EQ(t4::net::GetU32(sizes.data, 16), 4u);
+
+  // CLEAR_DATA 01 empties the log only; CLEAR_DATA without data takes the users too.
+  EXPECT_EQ(client.Call(cmd::kClearData, "\x01").code, reply::kOk);
+  EXPECT_EQ(sim.RecordCount(), 0u);
+  EXPECT_EQ(sim.Users().size(), 4u);
+  EXPECT_EQ(client.Call(cmd::kClearData).code, reply::kOk);
+  EXPECT_TRUE(sim.Users().empty());
+}
+
 // Reads the whole log in chunks, checking PREPARE_DATA, the packet indices and the closing ACK.
 std::string ReadInChunks(T4RawClient& client, uint32_t total, uint32_t chunk) {
   std::string dataset;
