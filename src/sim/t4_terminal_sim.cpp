@@ -202,7 +202,7 @@ void T4TerminalSim::UdpLoop() {
       SendUdp(terminal_.TakeEvents(0));
     }
   } catch (const core::Error&) {
-    // The socket failed; the terminal no longer answers on UDP.
+    // Receiving failed: the terminal no longer answers on UDP.
   }
 }
 
@@ -228,7 +228,11 @@ void T4TerminalSim::SendUdp(std::vector<T4Outgoing> frames) {
     }
   }
   for (const auto& f : frames) {
-    udp_->SendTo(Encoded(f, false), f.peer);
+    try {
+      udp_->SendTo(Encoded(f, false), f.peer);
+    } catch (const core::Error&) {
+      // That peer cannot be reached; the others still can.
+    }
     if (!PaceAfterFrame()) return;
   }
 }

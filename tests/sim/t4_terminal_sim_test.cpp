@@ -277,6 +277,44 @@ TEST_F(T4TerminalSimTest, UdpFaultsAndChecksums) {
   EXPECT_EQ(client.Receive()->code, reply::kOk);
 }
 
+TEST_F(T4TerminalSimTest, TcpWritesUnderFaultsAndTheSecondClient) {
+  struct Row {
+    const char* legend;
+    T4SimFaults faults;
+    bool in_step;  // the stream still cuts into good frames
+  } rows[] = {
+      {"split frames, cut inside the prefix", {.split_frames = true}, true},
+      {"a whole answer in one write", {.coalesce_frames = true}, true},
+      {"a wrong prefix once", {.bad_prefix_once = true}, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.legend);
+    T4SimConfig config;
+    config.records = 40;  // 1,604 bytes: PREPARE_DATA, DATA, ACK_OK on READ_BUFFER
+    config.max_data_packet = 1008;
+    auto& sim = Start(config);
+    auto client = Client();
+    client.Connect();
+    client.Call(cmd::kPrepareBuffer, kAttendance);
+    sim.SetFaults(row.faults);
+    if (row.in_step) {
+      EXPECT_EQ(ReadInChunks(client, 1604, 1604), t4::net::EncodeAttendance(sim.Log(), 40));
+    } else {
+      EXPECT_THROW(ReadInChunks(client, 1604, 1604), t4::net::T4StreamError);
+    }
+  }
+  auto& sim = Start({});
+  auto first = Client(), second = Client();
+  first.Connect();
+  EXPECT_THROW(
+      {
+        second.Send(cmd::kConnect);
+        second.Receive();
+      },
+      comm::ConnectionClosedError);
+  EXPECT_EQ(sim.Stats().connections_refused, 1u);
+}
+
 TEST_F(T4TerminalSimTest, DisableTimeOutReenablesAfterIdleTimeOnTheClock) {
   auto& sim = Start({});
   auto client = Client();
