@@ -22,6 +22,8 @@ void RegisterTransferCommands(CLI::App& app, const GlobalOptions& options);
 void RegisterCallCommands(CLI::App& app, const GlobalOptions& options);
 // t4 host, t4 clocks add|list|remove, t4 tasks add|list
 void RegisterT4Commands(CLI::App& app, const GlobalOptions& options);
+// t4 download HOST[:PORT]: a T4 terminal's log read once, not cleared.
+void RegisterT4DownloadCommand(CLI::App& t4);
 // backup
 void RegisterBackupCommand(CLI::App& app, const GlobalOptions& options);
 // demo

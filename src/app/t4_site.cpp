@@ -4,14 +4,21 @@
 
 #include "core/errors.h"
 #include "db/open.h"
+#include "t4/net/t4_net_device.h"
 
 namespace clockcomm::app {
 namespace {
 
-// The terminals' network protocol client: none is built into this program yet, so a clock on the
-// network is refused with that reason (logged once per outage) and its punches stay on the
-// terminal.
-std::unique_ptr<t4::IT4Device> MakeNetworkDevice(const t4::T4ClockEntry&) { return nullptr; }
+// The terminals' own protocol, over the transport the clock list names.
+std::unique_ptr<t4::IT4Device> MakeNetworkDevice(const t4::T4ClockEntry& entry,
+                                                 core::LogSink& log) {
+  t4::net::T4NetOptions options;
+  options.transport =
+      entry.transport == "udp" ? t4::net::T4TransportKind::kUdp : t4::net::T4TransportKind::kTcp;
+  options.key = static_cast<uint32_t>(entry.comm_key);
+  options.clock_name = entry.name;
+  return std::make_unique<t4::net::T4NetDevice>(options, log);
+}
 
 std::unique_ptr<t4::IT4Connection> Connect(const t4::T4ClockEntry& entry,
                                            comm::ConnectionType line_type, core::LogSink& log) {
@@ -23,14 +30,8 @@ std::unique_ptr<t4::IT4Connection> Connect(const t4::T4ClockEntry& entry,
     case comm::ConnectionType::kLan:
       break;
   }
-  if (auto device = MakeNetworkDevice(entry)) {
-    return std::make_unique<t4::T4EthernetConnection>(std::move(device), entry.address,
-                                                      entry.device_number, entry.name, log);
-  }
-  return std::make_unique<t4::T4RefusedConnection>(
-      "this program has no client for the T4 terminals' network protocol yet; the terminal "
-      "keeps its punches.",
-      entry.device_number, entry.name, log);
+  return std::make_unique<t4::T4EthernetConnection>(MakeNetworkDevice(entry, log), entry.address,
+                                                    entry.device_number, entry.name, log);
 }
 
 t4::T4StationSettings SettingsOf(const CallSession& session) {

@@ -47,8 +47,7 @@ UdpSocket UdpSocket::Bind(const std::string& address, uint16_t port) {
   if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0) {
     const int error = errno;
     ::close(fd);
-    throw core::SystemError::FromErrno(error,
-                                       "bind UDP " + address + ":" + std::to_string(port));
+    throw core::SystemError::FromErrno(error, "bind UDP " + address + ":" + std::to_string(port));
   }
   return UdpSocket(fd, "udp " + address + ":" + std::to_string(port));
 }

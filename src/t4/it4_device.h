@@ -47,6 +47,8 @@ struct T4User {
 
 // GetDeviceStatus's status number for the attendance records the terminal holds.
 inline constexpr int kAttendanceRecordCount = 6;
+// GetLastError's code for an operation this connection to the terminal cannot carry out.
+inline constexpr int kNotSupported = -13;
 // RegEvent's mask for every event (the download only uses attendance transactions).
 inline constexpr int kAllEvents = 255;
 
@@ -98,6 +100,9 @@ class IT4Device {
 
   // The code of the last failure (1 when the last operation succeeded).
   virtual void GetLastError(int& error_code) = 0;
+  // What the last failure was, in words (a command left unanswered, an error answer, ...); empty
+  // where the device cannot tell more than the code.
+  virtual std::string LastFailure() const { return {}; }
 };
 
 }  // namespace clockcomm::t4

@@ -112,7 +112,8 @@ std::string T4Clock::GetLastError() {
     const std::string& why = connection_->ConnectFailure();
     return why.empty() ? ErrorText(-1) : why;  // -1: "needs to be reconnected"
   }
-  return ErrorText(GetLastErrorCode());
+  const std::string detail = Device().LastFailure();
+  return ErrorText(GetLastErrorCode()) + (detail.empty() ? "" : " (" + detail + ")");
 }
 
 int T4Clock::GetLastErrorCode() {
@@ -126,6 +127,8 @@ bool T4Clock::BeginRead() {
   IT4Device& device = Device();
   reading_ = Timed("ReadGeneralLogData", kBulkReadLimitSeconds,
                    [&] { return device.ReadGeneralLogData(Machine()); });
+  // The log itself tells whether ids are text or numbers, better than the terminal's options.
+  if (reading_) string_enrolment_ = device.IsTFTMachine(Machine());
   return reading_;
 }
 

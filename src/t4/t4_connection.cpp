@@ -32,8 +32,9 @@ bool T4EthernetConnection::Connect() {
   if (!connected_) {
     int code = 0;
     device_->GetLastError(code);
-    failure_ =
-        "could not connect to " + host_ + ":" + std::to_string(port_) + ". " + ErrorText(code);
+    const std::string detail = device_->LastFailure();
+    failure_ = "could not connect to " + host_ + ":" + std::to_string(port_) + ". " +
+               ErrorText(code) + (detail.empty() ? "" : " (" + detail + ")");
     // Each try goes to the clock's debug log; the host writes one event per outage.
     log_.Debug(clock_name_, failure_);
   }

@@ -6,8 +6,9 @@
 namespace clockcomm::t4 {
 
 std::string ErrorText(int error_code) {
-  static constexpr std::array<std::pair<int, const char*>, 11> kTexts = {{
+  static constexpr std::array<std::pair<int, const char*>, 12> kTexts = {{
       {-100, "Operation failed or data not exist"},
+      {-13, "Operation is not supported on this connection"},
       {-10, "Transmitted data length is incorrect"},
       {-5, "Data already exists"},
       {-4, "Space is not enough"},

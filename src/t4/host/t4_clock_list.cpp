@@ -75,6 +75,9 @@ int64_t T4ClockList::Add(const T4ClockEntry& e) {
           "device_number");
   Require(e.transport == "tcp" || e.transport == "udp",
           "The transport \"" + e.transport + "\" is neither tcp nor udp.", "transport");
+  Require(e.comm_key >= 0 && e.comm_key <= 0xFFFFFFFFll,
+          "The communication key " + std::to_string(e.comm_key) + " is outside 0..4294967295.",
+          "comm_key");
   db_.Execute(
       "INSERT INTO T4Clocks (ClockName, Address, DeviceNumber, Transport, CommKey) "
       "VALUES (?, ?, ?, ?, ?)",

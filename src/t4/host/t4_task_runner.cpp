@@ -105,6 +105,13 @@ T4TaskRunner::Result T4TaskRunner::ReloadUser(const ClockTask& task, Context& co
 
 T4TaskRunner::Result T4TaskRunner::Failed(const ClockTask& task, Context& context,
                                           const std::string& operation) {
+  if (context.clock.GetLastErrorCode() == kNotSupported) {
+    log_.Event("Error", fmt::format("Clock: {}, {} removed: {} cannot be done on this terminal "
+                                    "({}).",
+                                    context.clock.Name(), Describe(task), operation,
+                                    context.clock.GetLastError()));
+    return Result::kImpossible;
+  }
   log_.Event("Error", fmt::format("Clock: {}, {}: {} failed ({}); it is tried again next cycle.",
                                   context.clock.Name(), Describe(task), operation,
                                   context.clock.GetLastError()));

@@ -23,8 +23,8 @@ std::vector<T4AttEvent> DecodeAttEvents(std::string_view p) {
       return {{std::to_string(GetU16(p, 0)), GetU8(p, 2), GetU8(p, 3), DecodeTime6(p.substr(4, 6)),
                p.size() == 14 ? GetU32(p, 10) : 0}};
     case 12:
-      return {{std::to_string(GetU32(p, 0)), GetU8(p, 4), GetU8(p, 5), DecodeTime6(p.substr(6, 6)),
-               0}};
+      return {
+          {std::to_string(GetU32(p, 0)), GetU8(p, 4), GetU8(p, 5), DecodeTime6(p.substr(6, 6)), 0}};
     case 32:
     case 36:
     case 37:

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-
 #include <cstdlib>
 
 #include "t4/net/t4_bytes.h"
@@ -40,24 +39,32 @@ T4Record DecodeRecord(std::string_view bytes, size_t size) {
 
 bool SmallCode(uint8_t value, uint8_t largest) { return value <= largest || value == 255; }
 
-// A record that decodes sensibly in this size: a date that exists (or the empty time 0), verify
-// and state bytes that are small numbers or 255 (a state may carry the rejected bit).
+// A record that decodes sensibly in this size: a date that exists, verify and state bytes that are
+// small numbers or 255 (a state may carry the rejected bit), an id of printable characters.
 bool Plausible(const T4Record& r) {
-  if (r.time != 0 && !DecodeTimeCode(r.time).ToDateTime()) return false;
+  if (!DecodeTimeCode(r.time).ToDateTime()) return false;
+  if (!std::all_of(r.user_id.begin(), r.user_id.end(),
+                   [](char c) { return c >= 0x20 && c < 0x7F; })) {
+    return false;
+  }
   return SmallCode(r.verify, 63) && SmallCode(static_cast<uint8_t>(r.state & 0x7F), 15);
 }
 
-// True when most of a spread sample of the records decodes sensibly in this size.
-bool SampleFits(std::string_view records, size_t size) {
-  if (size == 0 || records.size() % size != 0) return false;
+// The share of a spread sample of the records that decodes sensibly in this size, 0 when the size
+// does not divide the log. Records with the empty time 0 tell nothing (zeros decode as anything)
+// and are left out of the sample.
+double SampleScore(std::string_view records, size_t size) {
+  if (size == 0 || records.size() % size != 0) return 0;
   const size_t count = records.size() / size;
-  const size_t step = std::max<size_t>(1, count / 32);
+  const size_t step = std::max<size_t>(1, count / 64);
   size_t sampled = 0, good = 0;
   for (size_t i = 0; i < count; i += step) {
+    const T4Record r = DecodeRecord(records.substr(i * size, size), size);
+    if (r.time == 0) continue;
     ++sampled;
-    if (Plausible(DecodeRecord(records.substr(i * size, size), size))) ++good;
+    if (Plausible(r)) ++good;
   }
-  return good * 2 >= sampled;
+  return sampled == 0 ? 0 : static_cast<double>(good) / static_cast<double>(sampled);
 }
 
 bool KnownSize(size_t size) {
@@ -68,19 +75,24 @@ size_t ChooseSize(std::string_view records, uint32_t count, std::optional<size_t
   const size_t length = records.size();
   std::optional<size_t> by_count;
   if (count > 0 && length % count == 0 && KnownSize(length / count)) by_count = length / count;
-  if (by_count && SampleFits(records, *by_count)) return *by_count;
-  std::vector<size_t> fitting;
-  for (size_t size : {kStringRecordSize, kExtendedRecordSize, kCompactRecordSize,
-                      kLongStringRecordSize}) {
-    if (SampleFits(records, size)) fitting.push_back(size);
+  if (by_count && SampleScore(records, *by_count) >= 0.5) return *by_count;
+  // The size whose records decode best; the terminal's hint breaks a tie, then this order.
+  size_t best = 0;
+  double best_score = 0.5;  // at least half of the sample must make sense
+  for (size_t size :
+       {kStringRecordSize, kExtendedRecordSize, kCompactRecordSize, kLongStringRecordSize}) {
+    const double score = SampleScore(records, size);
+    if (score > best_score || (score == best_score && best != 0 && hint == size)) {
+      best = size;
+      best_score = score;
+    }
   }
-  if (hint && std::find(fitting.begin(), fitting.end(), *hint) != fitting.end()) return *hint;
-  if (!fitting.empty()) return fitting.front();
+  if (best != 0) return best;
   // Nothing decodes sensibly: the count still says how the log is cut, and each record is then
   // judged (and refused) on its own.
   if (by_count) return *by_count;
-  throw T4DataError(fmt::format("no record size fits the {}-byte attendance log of {} records",
-                                length, count));
+  throw T4DataError(
+      fmt::format("no record size fits the {}-byte attendance log of {} records", length, count));
 }
 
 }  // namespace
@@ -92,8 +104,8 @@ T4Dataset DecodeAttendance(std::string_view dataset, uint32_t count, std::option
   }
   const uint32_t length = GetU32(dataset, 0);
   if (static_cast<uint64_t>(length) + 4 != dataset.size()) {
-    throw T4DataError(fmt::format("the attendance log says {} bytes and {} came", length,
-                                  dataset.size() - 4));
+    throw T4DataError(
+        fmt::format("the attendance log says {} bytes and {} came", length, dataset.size() - 4));
   }
   T4Dataset result;
   if (length == 0) return result;
@@ -101,8 +113,8 @@ T4Dataset DecodeAttendance(std::string_view dataset, uint32_t count, std::option
   result.record_size = ChooseSize(records, count, hint);
   result.records.reserve(records.size() / result.record_size);
   for (size_t at = 0; at < records.size(); at += result.record_size) {
-    result.records.push_back(DecodeRecord(records.substr(at, result.record_size),
-                                          result.record_size));
+    result.records.push_back(
+        DecodeRecord(records.substr(at, result.record_size), result.record_size));
   }
   return result;
 }

@@ -12,15 +12,14 @@ std::optional<core::DateTime> T4Time::ToDateTime() const {
 }
 
 std::string T4Time::ToString() const {
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", year, month, day, hour, minute,
-                     second);
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", year, month, day, hour, minute, second);
 }
 
 uint32_t EncodeTimeCode(const core::DateTime& time) {
   const core::Date d = time.GetDate();
   const core::TimeOfDay t = time.GetTime();
-  const uint32_t days = static_cast<uint32_t>((d.Year() % 100) * 372 + (d.Month() - 1) * 31 +
-                                              (d.Day() - 1));
+  const uint32_t days =
+      static_cast<uint32_t>((d.Year() % 100) * 372 + (d.Month() - 1) * 31 + (d.Day() - 1));
   return days * 86400 + static_cast<uint32_t>((t.Hour() * 60 + t.Minute()) * 60 + t.Second());
 }
 

@@ -34,8 +34,8 @@ T4UserRecord DecodeUser(std::string_view b, size_t size) {
 
 std::vector<T4UserRecord> DecodeUsers(std::string_view dataset, uint32_t user_count) {
   if (dataset.size() < 4 || static_cast<uint64_t>(GetU32(dataset, 0)) + 4 != dataset.size()) {
-    throw T4DataError(fmt::format("the user table's length disagrees with its {} bytes",
-                                  dataset.size()));
+    throw T4DataError(
+        fmt::format("the user table's length disagrees with its {} bytes", dataset.size()));
   }
   const std::string_view records = dataset.substr(4);
   if (records.empty()) return {};
