@@ -21,7 +21,8 @@ struct T4SimFaults {
   // Counts and options.
   bool free_sizes_80 = false;       // GET_FREE_SIZES answers the older 80-byte form
   int32_t miscount = 0;             // added to the attendance count that GET_FREE_SIZES reports
-  bool contradict_options = false;  // ~SSR, ~Platform and ~ExtendFmt claim the other kind of ids
+  bool contradict_options = false;  // ~SSR, ~Platform, ~ExtendFmt claim the other kind of ids
+                                    // (read once, when the terminal starts)
   bool invalid_time = false;        // GET_TIME answers 30 February (a code that is no date)
   // Bulk reads.
   bool refuse_buffered = false;  // PREPARE_BUFFER answers ACK_ERROR: the client must read legacy
