@@ -22,6 +22,8 @@ constexpr auto kSendTimeout = 8000ms;
 constexpr size_t kMaxDatagram = net::kHeaderSize + net::kMaxRequestData;
 // Pieces of a frame under the split fault: the first cut falls inside the prefix.
 constexpr size_t kFirstPiece = 3, kPiece = 256;
+// How long a new TCP client waits for a connection that is closing before it counts as second.
+constexpr auto kCloseGrace = 200ms;
 // Tries for a port free for both TCP and UDP when the caller leaves the choice to us.
 constexpr int kPortTries = 20;
 
@@ -62,12 +64,15 @@ void T4TerminalSim::Stop() {
   for (auto* t : {&accept_thread_, &udp_thread_, &punch_thread_}) {
     if (t->joinable()) t->join();
   }
-  std::lock_guard lock(connections_mutex_);
-  for (auto& c : connections_) {
+  std::list<Connection> connections;
+  {
+    std::lock_guard lock(connections_mutex_);
+    connections.swap(connections_);
+    hung_.clear();
+  }
+  for (auto& c : connections) {
     if (c.thread.joinable()) c.thread.join();
   }
-  connections_.clear();
-  hung_.clear();
   listener_.reset();
 }
 
@@ -77,7 +82,13 @@ void T4TerminalSim::AcceptLoop() {
   while (!stop_.Requested()) {
     auto connection = listener_->Accept(comm::kNoDeadline, {&stop_});
     if (!connection) continue;
-    std::lock_guard lock(connections_mutex_);
+    std::unique_lock lock(connections_mutex_);
+    // A client that closed and came straight back must not find its old connection still
+    // counted: give the old one a moment to notice the close.
+    connection_ended_.wait_for(lock, kCloseGrace, [&] {
+      return std::all_of(connections_.begin(), connections_.end(),
+                         [](const Connection& c) { return c.done->load(); });
+    });
     // Finished connections leave the list; one still served makes this one a second client.
     for (auto it = connections_.begin(); it != connections_.end();) {
       if (!it->done->load()) {
@@ -101,7 +112,9 @@ void T4TerminalSim::AcceptLoop() {
     const int link_id = next_link_++;
     connections_.push_back({std::thread([this, done, link_id, c = std::move(connection)]() mutable {
                               ServeConnection(std::move(c), link_id);
+                              std::lock_guard ended(connections_mutex_);
                               done->store(true);
+                              connection_ended_.notify_all();
                             }),
                             done});
   }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -75,6 +76,7 @@ class T4TerminalSim {
   uint16_t port_ = 0;
   std::thread accept_thread_, udp_thread_, punch_thread_;
   std::mutex connections_mutex_;
+  std::condition_variable connection_ended_;
   std::list<Connection> connections_;
   std::vector<std::unique_ptr<comm::TcpConnection>> hung_;  // accepted, never served
   int next_link_ = 1;
