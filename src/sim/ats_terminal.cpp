@@ -274,8 +274,8 @@ bool ATSTerminal::StayDeaf(comm::IConnection& line, comm::SteadyTime until) {
   }
 }
 
-std::vector<ats::TCDPacket> GenerateATSPunches(ats::Series series, int count,
-                                               const core::Date& day, int address) {
+std::vector<ats::TCDPacket> GenerateATSPunches(ats::Series series, int count, const core::Date& day,
+                                               int address) {
   const ats::AtsModel& model = ats::ModelOf(series);
   std::vector<ats::TCDPacket> punches;
   for (int i = 0; i < count; ++i) {
