@@ -1,7 +1,7 @@
 // demo: the main job from nothing, on the embedded default. A program folder with a company, its
 // employees and a poll list; a simulated terminal on a direct line calls in (host mode), a second
-// one behind a simulated modem is polled, and an ATS terminal is polled over TCP; the punches end
-// in the company's database.
+// one behind a simulated modem is polled, an ATS terminal is polled over TCP, and the T4 host
+// serves two fingerprint terminals on the network; the punches end in the company's database.
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -9,6 +9,7 @@
 
 #include "app/call_session.h"
 #include "app/commands.h"
+#include "app/t4_site.h"
 #include "comm/pty_pair.h"
 #include "comm/tcp_connection.h"
 #include "core/errors.h"
@@ -21,7 +22,10 @@
 #include "shell/schedule/poll_list.h"
 #include "sim/ats_terminal.h"
 #include "sim/hayes_modem.h"
+#include "sim/t4_terminal_sim.h"
 #include "sim/zon_terminal.h"
+#include "t4/host/t4_clock_list.h"
+#include "t4/net/t4_time_code.h"
 
 namespace clockcomm::app {
 namespace fs = std::filesystem;
@@ -166,14 +170,70 @@ bool AtsPoll(CallSession& session, const core::Date& today) {
   return ok;
 }
 
-void PrintSummary(CallSession& session, const fs::path& home) {
+t4::net::T4Record T4Punch(int badge, const core::Date& day, int hour, int minute, int state) {
+  t4::net::T4Record record;
+  record.user_id = std::to_string(badge);
+  record.verify = 1;  // a fingerprint
+  record.state = static_cast<uint8_t>(state);
+  record.time =
+      t4::net::EncodeTimeCode(core::DateTime(day, *core::TimeOfDay::FromHms(hour, minute, 0)));
+  return record;
+}
+
+// The T4 host over two fingerprint terminals on the loopback: the Lobby holds the morning's
+// punches in its log and is read by bulk download; the Dock pushes each punch the moment it is
+// made. Returns the punches stored.
+int64_t T4Terminals(CallSession& session, const core::Date& today) {
+  std::cout << "\n== T4 host: two fingerprint terminals on the network ==\n";
+  core::SystemClock clock;
+  sim::T4TerminalSim lobby(sim::T4SimConfig{}, clock);
+  sim::T4TerminalSim dock(sim::T4SimConfig{}, clock);
+  for (int badge : {12, 13}) lobby.Punch(T4Punch(badge, today, 7, 55 + badge % 2, 0));
+  lobby.Listen("127.0.0.1", 0);
+  dock.Listen("127.0.0.1", 0);
+  t4::T4ClockList list(session.ProductDatabase());
+  for (const auto* terminal : {&lobby, &dock}) {
+    list.Add({0, "DEMODATA", "127.0.0.1:" + std::to_string(terminal->Port()), 1});
+  }
+  T4Site site(session, comm::ConnectionType::kLan);
+  core::StopSignal end;
+  std::thread host([&] { site.Host(end); });
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  bool stored = site.WaitForPunchesStored(2, deadline);
+  // Made while the host listens: each one is pushed, stored, and still in the Dock's log until
+  // the next count check clears it.
+  for (int badge : {12, 13, 14}) {
+    dock.Punch(T4Punch(badge, today, 12, badge, 1));
+    stored = stored && site.WaitForPunchesStored(2 + badge - 11, deadline);
+  }
+  end.Request();
+  host.join();
+  std::cout << "T4 Lobby: " << lobby.RecordCount()
+            << " record(s) left in its log; T4 Dock: " << dock.RecordCount()
+            << " record(s) in its log, sent in real time\n";
+  if (!stored) std::cout << "T4: not every punch was stored within 20 s\n";
+  return site.PunchesStored();
+}
+
+int64_t Rows(CallSession& session) {
+  return db::Open(session.Paths().CompanyDatabase(kCompanyDirectory))
+      ->Query("SELECT COUNT(*) FROM [Clock Data Table]")
+      .Field(0)
+      .AsInt();
+}
+
+// rows_from_calls: the rows before the T4 host ran, one per punch of the calls. A T4 punch makes
+// one row, or two where it ends one period and begins the next (a lunch out, a switch).
+void PrintSummary(CallSession& session, const fs::path& home, int64_t rows_from_calls,
+                  int64_t t4_punches) {
   const auto& paths = session.Paths();
   auto company = db::Open(paths.CompanyDatabase(kCompanyDirectory));
   const int64_t rows = company->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
   const auto snapshot = session.Controller().Snapshot();
   std::cout << "\n== Summary ==\n"
             << "Calls: " << snapshot.calls << " (" << snapshot.good_calls << " succeeded)\n"
-            << "Punches received: " << snapshot.punches << "\n"
+            << "Punches received: " << snapshot.punches << " in calls, " << t4_punches
+            << " from T4 terminals\n"
             << "Rows in [Clock Data Table]: " << rows << "\n";
   auto sample = company->Query(
       "SELECT [Card ID], [Punch Type], Department, JobNumber, [Date In], [Time In], [Date Out], "
@@ -191,7 +251,9 @@ void PrintSummary(CallSession& session, const fs::path& home) {
             << home.string() << " log show --from " << session.Clock().Now().GetDate().ToString()
             << " --to " << session.Clock().Now().GetDate().ToString() << ")\n"
             << "Text logs: " << paths.DebugLogDirectory().string() << "\n";
-  if (rows != snapshot.punches) throw CLI::RuntimeError(1);
+  if (rows_from_calls != snapshot.punches || rows < rows_from_calls + t4_punches) {
+    throw CLI::RuntimeError(1);
+  }
 }
 
 void RunDemo(const GlobalOptions& options) {
@@ -217,8 +279,10 @@ void RunDemo(const GlobalOptions& options) {
   const bool hosted = HostedCall(session, today);
   const bool polled = PolledCall(session, today);
   const bool ats_polled = AtsPoll(session, today);
-  PrintSummary(session, home);
-  if (!hosted || !polled || !ats_polled) throw CLI::RuntimeError(1);
+  const int64_t rows_from_calls = Rows(session);
+  const int64_t t4_punches = T4Terminals(session, today);
+  PrintSummary(session, home, rows_from_calls, t4_punches);
+  if (!hosted || !polled || !ats_polled || t4_punches != 5) throw CLI::RuntimeError(1);
 }
 
 }  // namespace
@@ -227,8 +291,8 @@ void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options) {
   CLI::App* demo = app.add_subcommand(
       "demo",
       "Run the main job on simulated terminals: a demo folder (default ./demo-home), one hosted "
-      "call on a direct line, one poll through a modem and one ATS poll over TCP, punches into "
-      "the company database");
+      "call on a direct line, one poll through a modem, one ATS poll over TCP and the T4 host "
+      "over two network terminals, punches into the company database");
   demo->callback([&options] { RunDemo(options); });
 }
 

@@ -44,16 +44,16 @@ std::string Failure(t4::net::T4NetDevice& device) {
 
 // The records as TCD lines, typed as a clock with the default assignment types them: from the
 // in/out state and the badge's previous punch of the day in the same log.
-size_t WriteTcdLines(const t4::net::T4Dataset& log, const std::string& path, size_t& skipped) {
+size_t WriteTcdLines(const t4::net::T4NetDevice& device, const std::string& path, size_t& skipped) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   if (!out) throw core::SystemError::FromErrno(errno, "cannot write " + path);
   const t4::ClockAssignment assignment;
   std::map<std::pair<long, core::Date>, std::string> last_type;
   size_t written = 0;
-  for (const auto& record : log.records) {
+  for (const auto& record : device.Downloaded().records) {
     const auto time = t4::net::DecodeTimeCode(record.time).ToDateTime();
     long badge = 0;
-    const auto& id = record.user_id;
+    const std::string id = device.EnrolmentOf(record);
     const auto [end, error] = std::from_chars(id.data(), id.data() + id.size(), badge);
     if (!time || error != std::errc() || end != id.data() + id.size() || badge <= 0 ||
         badge > INT32_MAX || record.time == 0) {
@@ -114,7 +114,7 @@ int Download(const DownloadOptions& options) {
             << (options.udp ? "udp" : "tcp") << ", " << log_read.record_size << "-byte records.\n";
   if (!options.output.empty()) {
     size_t skipped = 0;
-    const size_t written = WriteTcdLines(log_read, options.output, skipped);
+    const size_t written = WriteTcdLines(device, options.output, skipped);
     std::cout << "Wrote " << written << " TCD lines to " << options.output;
     if (skipped > 0) std::cout << "; " << skipped << " records without a badge or a valid time";
     std::cout << ".\n";

@@ -28,6 +28,9 @@ std::string UdpPeer::Describe() const {
 
 UdpSocket::UdpSocket(int fd, std::string description)
     : fd_(fd), description_(std::move(description)) {
+  // Room for a burst of datagrams (a bulk read answers in hundreds of them); the system caps it.
+  const int bytes = 4 << 20;
+  ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
   sockaddr_storage local{};
   socklen_t len = sizeof local;
   ::getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &len);

@@ -198,7 +198,9 @@ bool T4TerminalSim::WriteTcp(comm::TcpConnection& connection, const std::vector<
 
 bool T4TerminalSim::PaceAfterFrame() {
   const auto pace = terminal_.Config().pace;
-  return pace <= 0ms ? !stop_.Requested() : clock_.Pause(pace, stop_);
+  if (pace <= 0ms) return !stop_.Requested();
+  paced_ns_ += std::chrono::duration_cast<std::chrono::nanoseconds>(pace).count();
+  return clock_.Pause(pace, stop_);
 }
 
 void T4TerminalSim::UdpLoop() {

@@ -49,7 +49,11 @@ class T4TerminalSim {
   core::DateTime DeviceTime() const { return terminal_.DeviceTime(); }
   const T4SimConfig& Config() const { return terminal_.Config(); }
   void SetFaults(const T4SimFaults& faults) { terminal_.SetFaults(faults); }
-  T4SimStats Stats() const { return terminal_.Stats(); }
+  T4SimStats Stats() const {
+    T4SimStats stats = terminal_.Stats();
+    stats.paced = std::chrono::nanoseconds(paced_ns_.load());
+    return stats;
+  }
 
  private:
   struct Connection {
@@ -80,6 +84,7 @@ class T4TerminalSim {
   std::list<Connection> connections_;
   std::vector<std::unique_ptr<comm::TcpConnection>> hung_;  // accepted, never served
   int next_link_ = 1;
+  std::atomic<int64_t> paced_ns_{0};
 };
 
 }  // namespace clockcomm::sim

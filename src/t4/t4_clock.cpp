@@ -307,16 +307,17 @@ void T4Clock::PollPass() {
       ReportFailure("ReadGeneralLogData");
     }
   }
-  listener_->AutoPolled(*this);
 }
 
 void T4Clock::DownloadPunches() {
   std::exception_ptr failure;
+  bool polled = false;
   if (pending_ && listener_ == nullptr) {
     Debug("No listener to store punches; the clock's transaction log is kept.");
   } else if (pending_) {
     try {
       PollPass();
+      polled = true;
     } catch (...) {
       failure = std::current_exception();  // the terminal is enabled again first
     }
@@ -325,6 +326,8 @@ void T4Clock::DownloadPunches() {
   if (!EnableDevice(true)) ReportFailure("EnableDevice");
   if (!RegisterEvents()) ReportFailure("RegEvent");
   if (failure) std::rethrow_exception(failure);
+  // Ended once the terminal takes punches again.
+  if (polled) listener_->AutoPolled(*this);
 }
 
 void T4Clock::OnAttTransaction(const AttTransaction& t) {

@@ -76,10 +76,18 @@ bool T4NetDevice::Connect_Net(const std::string& ip, int port) {
   Disconnect();
   address_ = fmt::format("{}:{}", ip, port);
   auto open = [&](T4TransportKind kind) {
-    auto session = std::make_unique<T4Session>(
-        OpenT4Transport(kind, ip, static_cast<uint16_t>(port)), options_.timeouts);
-    session->Open(options_.key);
-    session_ = std::move(session);
+    // A stream out of step is dropped and opened afresh, once.
+    for (int attempt = 0;; ++attempt) {
+      auto session = std::make_unique<T4Session>(
+          OpenT4Transport(kind, ip, static_cast<uint16_t>(port)), options_.timeouts);
+      try {
+        session->Open(options_.key);
+        session_ = std::move(session);
+        return;
+      } catch (const core::TimeoutException&) {
+        if (!session->OutOfStep() || attempt > 0) throw;
+      }
+    }
   };
   try {
     try {

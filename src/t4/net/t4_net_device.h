@@ -72,6 +72,8 @@ class T4NetDevice : public IT4Device {
 
   // The records of the last ReadGeneralLogData, as the terminal sent them.
   const T4Dataset& Downloaded() const { return dataset_; }
+  // A downloaded record's enrolment number: its own, or for 8-byte records the user table's.
+  std::string EnrolmentOf(const T4Record& record) const;
   std::string Describe() const;
 
  private:
@@ -84,7 +86,6 @@ class T4NetDevice : public IT4Device {
   std::vector<struct T4UserRecord> ReadUserTable();
   // The next record the readers hand out, skipping (and logging) those whose time is impossible.
   const T4Record* NextRecord();
-  std::string EnrolmentOf(const T4Record& record) const;
 
   T4NetOptions options_;
   core::LogSink& log_;

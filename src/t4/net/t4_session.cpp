@@ -126,7 +126,14 @@ std::optional<std::string> T4Session::Collect(uint16_t command, uint16_t id, siz
     if (!packet) return whole();  // the closing ACK_OK may be all that was lost
     switch (packet->code) {
       case reply::kData:
-        if (!announced) return packet->data;  // the whole answer in one packet
+        if (!announced) {
+          // The whole answer in one packet, unless its PREPARE_DATA was lost on the way.
+          if (expected == 0 || packet->data.size() == expected) return packet->data;
+          throw T4DataError(
+              fmt::format("a DATA packet of {} bytes came unannounced where {} "
+                          "were asked",
+                          packet->data.size(), expected));
+        }
         if (parts.emplace(packet->session, packet->data).second) received += packet->data.size();
         if (received > *announced) {
           throw T4DataError(
@@ -157,6 +164,9 @@ std::optional<T4Packet> T4Session::NextReply(uint16_t id, comm::SteadyTime deadl
     std::optional<T4Packet> packet;
     try {
       packet = transport_->Receive(deadline, {});
+    } catch (const T4StreamError& e) {
+      out_of_step_ = true;
+      LoseSession(e.what());
     } catch (const std::exception& e) {
       LoseSession(e.what());
     }

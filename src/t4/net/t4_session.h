@@ -75,6 +75,8 @@ class T4Session {
   std::deque<std::string> TakeUnknownEvents();
 
   bool Lost() const { return lost_; }
+  // The session was lost because the TCP stream fell out of step (not for silence).
+  bool OutOfStep() const { return out_of_step_; }
   uint16_t SessionId() const { return session_; }
   T4TransportKind Kind() const { return transport_->Kind(); }
   std::string Describe() const { return transport_->Describe(); }
@@ -96,6 +98,7 @@ class T4Session {
   uint16_t session_ = 0;
   uint16_t reply_id_ = 0;
   bool lost_ = false;
+  bool out_of_step_ = false;
   std::chrono::steady_clock::time_point last_heard_;
   std::deque<T4AttEvent> events_;
   std::deque<std::string> unknown_events_;

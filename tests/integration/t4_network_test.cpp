@@ -1,0 +1,324 @@
+// The T4 road over real sockets: the network client against the simulated terminal on 127.0.0.1
+// over TCP and UDP, with the terminal's faults, and the T4 host over three simulated terminals
+// storing every punch once through restarts and a terminal that vanishes.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <future>
+#include <set>
+
+#include "records/transfer_fixture.h"
+#include "sim/t4_terminal_sim.h"
+#include "t4/fake_t4_device.h"
+#include "t4/host/t4_host.h"
+#include "t4/net/t4_net_device.h"
+#include "t4/net/t4_time_code.h"
+
+namespace clockcomm::t4 {
+namespace {
+
+using namespace std::chrono_literals;
+using net::T4NetDevice;
+using net::T4Record;
+using net::T4TransportKind;
+
+const core::Date kToday = core::SystemClock().Now().GetDate();
+
+T4Record Record(int badge, int minute_of_day, uint8_t state = 0) {
+  T4Record r;
+  r.user_id = std::to_string(badge);
+  r.uid = static_cast<uint16_t>(badge % 1000);  // the simulator's users: uid n is badge 1000 + n
+  r.verify = 1;
+  r.state = state;
+  r.time =
+      net::EncodeTimeCode(core::DateTime(kToday, core::TimeOfDay::FromSeconds(minute_of_day * 60)));
+  return r;
+}
+
+// A terminal's log of n punches: badges first_badge.., each punching once a minute apart.
+std::vector<T4Record> Punches(int n, int first_badge, int first_minute = 6 * 60) {
+  std::vector<T4Record> log;
+  for (int i = 0; i < n; ++i) log.push_back(Record(first_badge + i % 50, first_minute + i / 50));
+  return log;
+}
+
+net::T4NetOptions FastOptions(T4TransportKind transport, uint32_t key = 0) {
+  net::T4NetOptions options;
+  options.transport = transport;
+  options.key = key;
+  options.timeouts = {300ms, 3, 500ms, 3};  // a lost answer costs a test little
+  options.clock_name = "Front";
+  return options;
+}
+
+// The terminal a test talks to, serving on a free port of the loopback.
+struct Terminal {
+  explicit Terminal(sim::T4SimConfig config, std::vector<T4Record> log = {})
+      : sim(std::move(config), clock) {
+    for (const auto& r : log) sim.Punch(r);
+    sim.Listen("127.0.0.1", 0);
+  }
+  std::string Address() const { return "127.0.0.1:" + std::to_string(sim.Port()); }
+  core::SystemClock clock;
+  sim::T4TerminalSim sim;
+};
+
+struct Download {
+  bool ok = false;
+  int count = 0;
+  std::vector<T4Record> records;
+  std::vector<std::string> badges;  // each record's enrolment number
+  std::string failure;
+};
+
+Download DownloadFrom(Terminal& terminal, const net::T4NetOptions& options) {
+  test::TestLog log;
+  T4NetDevice device(options, log);
+  Download d;
+  if (!device.Connect_Net("127.0.0.1", terminal.sim.Port())) {
+    d.failure = device.LastFailure();
+    return d;
+  }
+  d.ok = device.EnableDevice(1, false) &&
+         device.GetDeviceStatus(1, kAttendanceRecordCount, d.count) && device.ReadGeneralLogData(1);
+  d.failure = device.LastFailure();
+  d.records = device.Downloaded().records;
+  for (const auto& r : d.records) d.badges.push_back(device.EnrolmentOf(r));
+  device.EnableDevice(1, true);
+  return d;
+}
+
+// Every layout over both transports, and the terminal's faults: each download must hand back the
+// terminal's log exactly, or (where the terminal's data cannot be trusted) fail and say why.
+TEST(T4NetworkClientTest, DownloadsEveryLayoutOverBothTransportsWhateverTheTerminalDoes) {
+  using Faults = sim::T4SimFaults;
+  constexpr auto kTcp = T4TransportKind::kTcp;
+  constexpr auto kUdp = T4TransportKind::kUdp;
+  struct Case {
+    const char* what;
+    size_t layout;
+    T4TransportKind transport;
+    int records;
+    Faults faults;
+    size_t max_data = 65528;
+    const char* failure = nullptr;  // what the failure says, when the download must fail
+  } cases[] = {
+      {"inline answer", 40, kTcp, 20, {}},
+      {"one chunk and 12 bytes", 40, kTcp, 1637, {}},
+      {"DATA of 1,008 bytes", 49, kTcp, 3000, {}, 1008},
+      {"five UDP chunks", 16, kUdp, 5000, {}},
+      {"uids through the user table", 8, kUdp, 700, {}},
+      {"legacy read", 40, kTcp, 900, {.refuse_buffered = true}},
+      {"legacy read over UDP", 16, kUdp, 900, {.refuse_buffered = true}},
+      {"a lost datagram", 40, kUdp, 2000, {.udp_drop = 5}},
+      {"two datagrams swapped", 40, kUdp, 2000, {.udp_swap = 3}},
+      {"a corrupt answer to a chunk",
+       40,
+       kUdp,
+       2000,
+       {.bad_checksum_command = net::cmd::kReadBuffer}},
+      {"a lost answer to the count", 40, kTcp, 50, {.no_reply_command = net::cmd::kGetFreeSizes}},
+      {"frames split inside the prefix", 40, kTcp, 3000, {.split_frames = true}},
+      {"whole answers in one write", 16, kTcp, 3000, {.coalesce_frames = true}},
+      {"PREPARE_DATA before small chunks", 8, kTcp, 100, {.prepare_small_chunks = true}},
+      {"an 80-byte status answer", 40, kTcp, 100, {.free_sizes_80 = true}},
+      {"a count that is off", 40, kTcp, 100, {.miscount = 3}},
+      {"a stream out of step at CONNECT", 40, kTcp, 100, {.bad_prefix_once = true}},
+      {"a descriptor that disagrees",
+       40,
+       kTcp,
+       2000,
+       {.descriptor_mismatch = true},
+       65528,
+       "announced"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.what << ": " << c.layout << "-byte records, " << c.records
+                                    << (c.transport == kUdp ? " udp" : " tcp"));
+    sim::T4SimConfig config;
+    config.record_size = c.layout;
+    config.users = 50;
+    config.max_data_packet = c.max_data;
+    config.faults = c.faults;
+    Terminal terminal(config, Punches(c.records, 1001));
+    const Download d = DownloadFrom(terminal, FastOptions(c.transport));
+    EXPECT_EQ(terminal.sim.RecordCount(), static_cast<size_t>(c.records)) << "never cleared";
+    if (c.failure != nullptr) {
+      EXPECT_FALSE(d.ok);
+      EXPECT_NE(d.failure.find(c.failure), std::string::npos) << d.failure;
+      continue;
+    }
+    ASSERT_TRUE(d.ok) << d.failure;
+    ASSERT_EQ(d.records.size(), static_cast<size_t>(c.records));
+    const auto log = terminal.sim.Log();
+    for (size_t i = 0; i < log.size(); ++i) {
+      ASSERT_EQ(d.records[i].time, log[i].time) << i;
+      ASSERT_EQ(d.badges[i], log[i].user_id) << i;
+    }
+  }
+}
+
+TEST(T4NetworkClientTest, TheCommunicationKey) {
+  sim::T4SimConfig config;
+  config.comm_key = 123456;
+  Terminal terminal(config, Punches(3, 1));
+  EXPECT_TRUE(DownloadFrom(terminal, FastOptions(T4TransportKind::kTcp, 123456)).ok);
+  for (uint32_t wrong : {0u, 123457u}) {
+    const Download d = DownloadFrom(terminal, FastOptions(T4TransportKind::kTcp, wrong));
+    EXPECT_FALSE(d.ok);
+    EXPECT_NE(d.failure.find("refused the communication key"), std::string::npos) << d.failure;
+  }
+}
+
+TEST(T4NetworkClientTest, RealTimePunchesArriveThroughPumpEvents) {
+  for (auto transport : {T4TransportKind::kTcp, T4TransportKind::kUdp}) {
+    Terminal terminal(sim::T4SimConfig{});
+    test::TestLog log;
+    T4NetDevice device(FastOptions(transport), log);
+    ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
+    std::vector<std::string> badges;
+    core::StopSignal both;
+    device.SetAttTransactionHandler([&](const AttTransaction& t) {
+      badges.push_back(t.enroll_number);
+      if (badges.size() == 2) both.Request();
+    });
+    ASSERT_TRUE(device.RegEvent(1, kAllEvents));
+    terminal.sim.Punch(Record(42, 480));
+    terminal.sim.Punch(Record(43, 481));
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (!both.Requested() && std::chrono::steady_clock::now() < deadline) {
+      ASSERT_NE(device.PumpEvents(deadline, {&both}), PumpResult::kSessionLost);
+    }
+    EXPECT_EQ(badges, (std::vector<std::string>{"42", "43"}));
+  }
+}
+
+// The T4 host over three simulated terminals, two of one company.
+class T4NetworkHost : public testing::Test {
+ protected:
+  T4NetworkHost() {
+    db::Open(site.registry_path)
+        ->Execute(
+            "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
+            "[Pay Period Type]) VALUES ('Beta', 'Back', 'beta', '2009-10-18', 'weekly')");
+    std::filesystem::create_directories(site.dir.path() / "beta");
+    db::CreateCompanySchema(
+        *db::Open(site.dir.path() / "beta" / "Company.db", db::OpenMode::kCreate));
+    companies.Initialize(site.registry_path);
+    std::filesystem::create_directory(program);
+    // The debug lines tell the test when a clock's poll (and its clear) has ended.
+    std::ofstream(program / "ClockAssignments.txt")
+        << "Front, debuglog=true\nBack, debuglog=true\n";
+    rules.emplace(program, log);
+    assignments.emplace(program, log);
+    writer.emplace(companies, *rules, *assignments, program, log, time);
+    db::CreateProductSchema(*OpenProduct());
+  }
+  std::unique_ptr<db::Database> OpenProduct() const {
+    return db::Open(site.dir.path() / db::kProductDatabaseFile, db::OpenMode::kCreate);
+  }
+  void AddClock(const std::string& name, const Terminal& terminal) {
+    T4ClockList(*OpenProduct()).Add({0, name, terminal.Address(), 1});
+  }
+  int64_t Rows(const char* company_dir) {
+    return db::Open(site.dir.path() / company_dir / "Company.db")
+        ->Query("SELECT COUNT(*) FROM [Clock Data Table]")
+        .Field(0)
+        .AsInt();
+  }
+  // A host whose stations check counts every `cycle`.
+  std::unique_ptr<T4Host> MakeHost(std::chrono::milliseconds cycle) {
+    auto connect = [this](const T4ClockEntry& e) -> std::unique_ptr<IT4Connection> {
+      return std::make_unique<T4EthernetConnection>(
+          std::make_unique<T4NetDevice>(FastOptions(T4TransportKind::kTcp), log), e.address,
+          e.device_number, e.name, log);
+    };
+    return std::make_unique<T4Host>(
+        [this] { return OpenProduct(); }, connect, companies, *writer, *assignments,
+        T4StationSettings{.cycle_interval = cycle, .first_retry = 20ms, .max_retry = 100ms}, time,
+        log);
+  }
+  struct Running {
+    std::unique_ptr<T4Host> host;
+    core::StopSignal stop;
+    std::future<void> run;
+    void Stop() {
+      stop.Request();
+      run.get();
+    }
+    ~Running() {  // a failed assertion leaves early: the host still ends
+      stop.Request();
+      if (run.valid()) run.wait();
+    }
+  };
+  std::unique_ptr<Running> Start(std::chrono::milliseconds cycle) {
+    auto running = std::make_unique<Running>();
+    running->host = MakeHost(cycle);
+    running->run = std::async(std::launch::async, [r = running.get()] { r->host->Run(r->stop); });
+    return running;
+  }
+  // Blocks until the clock has ended `times` polls in all: its log was read, stored and cleared.
+  bool PollsEnded(const std::string& clock, int times) {
+    return log.WaitFor(clock + " debug: Poll of " + clock + " ended", times);
+  }
+
+  records::test_support::TransferFixture site;
+  test::TestLog log;
+  core::SystemClock time;
+  records::CompanyFactory companies{log, site.dir.path()};
+  std::filesystem::path program = site.dir.path() / "program";
+  std::optional<PunchTypeRules> rules;
+  std::optional<ClockAssignments> assignments;
+  std::optional<T4PacketWriter> writer;
+};
+
+TEST_F(T4NetworkHost, EveryPunchOnceThroughRealTimeRestartsAndATerminalThatVanishes) {
+  Terminal front1(sim::T4SimConfig{}, Punches(120, 100));
+  Terminal front2(sim::T4SimConfig{}, Punches(80, 200));
+  auto back = std::make_unique<Terminal>(sim::T4SimConfig{}, Punches(50, 300));
+  AddClock("Front", front1);
+  AddClock("Front", front2);
+  AddClock("Back", *back);
+  const uint16_t back_port = back->sim.Port();
+
+  // A host whose cycle never comes round again: the logs are read and cleared at connect, the
+  // real-time punches that follow stay in the terminal's log.
+  auto first = Start(1h);
+  ASSERT_TRUE(PollsEnded("Front", 2) && PollsEnded("Back", 1));
+  EXPECT_EQ(front1.sim.RecordCount() + front2.sim.RecordCount() + back->sim.RecordCount(), 0u);
+  EXPECT_EQ(first->host->PunchesStored(), 250);
+  for (int i = 0; i < 5; ++i) ASSERT_TRUE(front1.sim.Punch(Record(400 + i, 9 * 60)));
+  ASSERT_TRUE(first->host->WaitForPunchesStored(255, std::chrono::steady_clock::now() + 20s));
+  first->Stop();
+  EXPECT_EQ(front1.sim.RecordCount(), 5u) << "stored in real time, not yet cleared";
+
+  // Punched while no host runs; the next host reads them, and the five above again, once.
+  for (int i = 0; i < 10; ++i) front2.sim.Punch(Record(500 + i, 10 * 60));
+  auto second = Start(100ms);
+  ASSERT_TRUE(PollsEnded("Front", 4));
+  EXPECT_EQ(front1.sim.RecordCount() + front2.sim.RecordCount(), 0u);
+  EXPECT_EQ(second->host->PunchesStored(), 10);
+  EXPECT_EQ(Rows("acme"), 215);
+
+  // The Back terminal goes away and comes back at its address with what was punched meanwhile.
+  std::vector<T4Record> kept = back->sim.Log();
+  back.reset();
+  ASSERT_TRUE(log.WaitFor("T4 Clock Offline"));
+  auto again = Punches(7, 600, 11 * 60);
+  kept.insert(kept.end(), again.begin(), again.end());
+  sim::T4SimConfig config;
+  core::SystemClock clock;
+  sim::T4TerminalSim returned(config, clock);
+  for (const auto& r : kept) returned.Punch(r);
+  returned.Listen("127.0.0.1", back_port);
+  ASSERT_TRUE(log.WaitFor("T4 Clock Online"));
+  ASSERT_TRUE(PollsEnded("Back", 3));
+  EXPECT_EQ(returned.RecordCount(), 0u);
+  second->Stop();
+  EXPECT_EQ(second->host->PunchesStored(), 17);
+  EXPECT_EQ(Rows("beta"), 57);
+  EXPECT_EQ(Rows("acme"), 215);
+}
+
+}  // namespace
+}  // namespace clockcomm::t4
