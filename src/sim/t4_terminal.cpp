@@ -77,6 +77,11 @@ std::vector<T4Outgoing> T4Terminal::Handle(std::string_view bytes, const T4Link&
     return with_events({});
   }
   if (s.has_last && id == s.last_id) {
+    // A command the terminal never answers stays unanswered when asked again.
+    if (faults_.no_reply_command == request->code && faults_.no_reply_times < 0) {
+      ++stats_.replies_lost;
+      return {};
+    }
     ++stats_.remembered_replies;
     if (!s.remembered) return with_events({});
     return with_events({{*s.remembered, s.link.peer}});

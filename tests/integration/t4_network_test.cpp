@@ -13,6 +13,8 @@
 #include "t4/host/t4_host.h"
 #include "t4/net/t4_net_device.h"
 #include "t4/net/t4_time_code.h"
+#include "test_support/run_clockcomm.h"
+#include "test_support/temp_dir.h"
 
 namespace clockcomm::t4 {
 namespace {
@@ -61,6 +63,12 @@ struct Terminal {
   std::string Address() const { return "127.0.0.1:" + std::to_string(sim.Port()); }
   core::SystemClock clock;
   sim::T4TerminalSim sim;
+};
+
+struct LogEntryFields {
+  std::string badge;
+  int verify = 0, state = 0, year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+  int work_code = 0;
 };
 
 struct Download {
@@ -191,6 +199,105 @@ TEST(T4NetworkClientTest, RealTimePunchesArriveThroughPumpEvents) {
     }
     EXPECT_EQ(badges, (std::vector<std::string>{"42", "43"}));
   }
+}
+
+// What the terminal reports beside its log: the kind of ids, its clock, its users; and records no
+// punch can be made of, each skipped with the reason or passed on raw for the clock to judge.
+TEST(T4NetworkClientTest, TimeUsersAndRecordsNoPunchCanBeMadeOf) {
+  for (size_t layout : {40, 8}) {
+    SCOPED_TRACE(layout);
+    sim::T4SimConfig config;
+    config.record_size = layout;
+    config.users = 10;
+    config.bad_records = true;
+    Terminal terminal(config);
+    test::TestLog log;
+    T4NetDevice device(FastOptions(T4TransportKind::kTcp), log);
+    ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
+    EXPECT_EQ(device.IsTFTMachine(1), layout == 40);
+
+    const auto leap_day = *core::DateTime::FromParts(2024, 2, 29, 8, 30, 0);
+    core::DateTime read_back;
+    ASSERT_TRUE(device.SetDeviceTime2(1, leap_day));
+    ASSERT_TRUE(device.GetDeviceTime(1, read_back));
+    EXPECT_LE(core::SecondsBetween(leap_day, read_back), 1);
+
+    T4User user;
+    ASSERT_TRUE(device.GetUser(1, "1001", user));
+    EXPECT_EQ(user.name, "User 1");
+    EXPECT_FALSE(device.GetUser(1, "999", user));
+    int code = 1;
+    device.GetLastError(code);
+    EXPECT_EQ(code, 0) << "no such user";
+    EXPECT_FALSE(device.SetUser(1, user));
+    device.GetLastError(code);
+    EXPECT_EQ(code, kNotSupported);
+
+    int count = 0;
+    ASSERT_TRUE(device.GetDeviceStatus(1, kAttendanceRecordCount, count));
+    ASSERT_TRUE(device.ReadGeneralLogData(1));
+    std::vector<std::string> handed_out;
+    LogEntryFields e;
+    while (device.SSR_GetGeneralLogData(1, e.badge, e.verify, e.state, e.year, e.month, e.day,
+                                        e.hour, e.minute, e.second, e.work_code)) {
+      handed_out.push_back(e.badge + "/" + std::to_string(e.state));
+    }
+    EXPECT_EQ(log.Count("a record with an impossible time skipped"), 2);  // 30 February, 2100
+    EXPECT_EQ(handed_out.size(), static_cast<size_t>(count) - 2);
+    EXPECT_NE(std::find(handed_out.begin(), handed_out.end(), "1001/255"), handed_out.end());
+    if (layout == 40) {
+      EXPECT_NE(std::find(handed_out.begin(), handed_out.end(), "0/0"), handed_out.end());
+      EXPECT_NE(std::find(handed_out.begin(), handed_out.end(), "12AB/0"), handed_out.end());
+    } else {
+      EXPECT_NE(std::find(handed_out.begin(), handed_out.end(), "uid 9999 (no such user)/0"),
+                handed_out.end());
+    }
+  }
+}
+
+// A terminal that stops answering ends each operation within the tries of its time-out, says
+// which command went unanswered, and the session counts as lost.
+TEST(T4NetworkClientTest, SilenceEndsInATimeoutThatNamesTheCommand) {
+  sim::T4SimConfig config;
+  config.faults.no_reply_command = net::cmd::kGetFreeSizes;
+  config.faults.no_reply_times = -1;
+  Terminal terminal(config, Punches(5, 1));
+  test::TestLog log;
+  T4NetDevice device(FastOptions(T4TransportKind::kUdp), log);
+  ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
+  const auto start = std::chrono::steady_clock::now();
+  int count = 0;
+  EXPECT_FALSE(device.GetDeviceStatus(1, kAttendanceRecordCount, count));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 2s) << "three tries of 300 ms";
+  EXPECT_NE(device.LastFailure().find("no answer to command GET_FREE_SIZES"), std::string::npos)
+      << device.LastFailure();
+  EXPECT_EQ(device.PumpEvents(std::chrono::steady_clock::now() + 1s, {}), PumpResult::kSessionLost);
+}
+
+// The installer's one-shot download, as run from a shell.
+TEST(T4NetworkClientTest, DownloadCommandCountsAndWritesTcdLinesWithoutClearing) {
+  sim::T4SimConfig config;
+  config.record_size = 8;
+  config.users = 50;
+  auto terminal = std::make_unique<Terminal>(config, Punches(30, 1001));
+  const std::string address = terminal->Address();
+  clockcomm::test::TempDir dir;
+  const auto tcd = dir.path() / "t4.tcd";
+  const auto run = clockcomm::test::RunClockcomm(
+      dir.path(), "t4 download " + address + " --udp --output '" + tcd.string() + "'");
+  EXPECT_EQ(run.exit_code, 0) << run.err;
+  EXPECT_NE(run.out.find("Downloaded 30 records from " + address + " (the terminal counts 30)"),
+            std::string::npos)
+      << run.out;
+  const std::string lines = core::ReadWholeFile(tcd);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 30);
+  EXPECT_NE(lines.find("\"1001\""), std::string::npos) << "badges through the user table";
+  EXPECT_EQ(terminal->sim.RecordCount(), 30u);
+
+  terminal.reset();
+  const auto gone = clockcomm::test::RunClockcomm(dir.path(), "t4 download " + address);
+  EXPECT_EQ(gone.exit_code, 1);
+  EXPECT_NE(gone.err.find("cannot connect to " + address), std::string::npos) << gone.err;
 }
 
 // The T4 host over three simulated terminals, two of one company.
