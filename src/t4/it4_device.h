@@ -11,6 +11,7 @@
 
 #include "comm/connection.h"
 #include "core/date_time.h"
+#include "core/stop_signal.h"
 
 namespace clockcomm::t4 {
 
@@ -100,6 +101,9 @@ class IT4Device {
 
   // The code of the last failure (1 when the last operation succeeded).
   virtual void GetLastError(int& error_code) = 0;
+  // A signal that ends any wait of the device at once (the host's End): the operation waiting
+  // fails as if the terminal had gone. Null: none.
+  virtual void SetStopSignal(const core::StopSignal* /*stop*/) {}
   // What the last failure was, in words (a command left unanswered, an error answer, ...); empty
   // where the device cannot tell more than the code.
   virtual std::string LastFailure() const { return {}; }

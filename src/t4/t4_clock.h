@@ -49,6 +49,8 @@ class T4Clock {
   void SetListener(IT4Listener* listener) { listener_ = listener; }
   // Whether the clock writes its debug log (asked per line; all of it when not set).
   void SetDebugLog(std::function<bool()> enabled) { debug_log_ = std::move(enabled); }
+  // Ends any wait on the terminal at once when raised (see IT4Device::SetStopSignal).
+  void SetStopSignal(const core::StopSignal* stop) { connection_->SetStopSignal(stop); }
 
   // The current punch: the one handed to the listener last.
   const core::DateTime& Timestamp() const { return timestamp_; }

@@ -28,6 +28,8 @@ class IT4Connection {
   virtual IT4Device& Device() = 0;
   // The terminal's machine number, the first argument of every terminal operation.
   virtual long DeviceNumber() const = 0;
+  // See IT4Device::SetStopSignal.
+  virtual void SetStopSignal(const core::StopSignal* /*stop*/) {}
 };
 
 // A terminal at "host:port", or "host" on the terminals' usual port.
@@ -46,6 +48,7 @@ class T4EthernetConnection : public IT4Connection {
   bool IsConnected() const override { return connected_; }
   IT4Device& Device() override;
   long DeviceNumber() const override { return device_number_; }
+  void SetStopSignal(const core::StopSignal* stop) override { device_->SetStopSignal(stop); }
 
   const std::string& Host() const { return host_; }
   int Port() const { return port_; }

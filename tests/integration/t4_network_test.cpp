@@ -6,6 +6,7 @@
 #include <fstream>
 #include <future>
 #include <set>
+#include <thread>
 
 #include "records/transfer_fixture.h"
 #include "sim/t4_terminal_sim.h"
@@ -272,6 +273,21 @@ TEST(T4NetworkClientTest, SilenceEndsInATimeoutThatNamesTheCommand) {
   EXPECT_NE(device.LastFailure().find("no answer to command GET_FREE_SIZES"), std::string::npos)
       << device.LastFailure();
   EXPECT_EQ(device.PumpEvents(std::chrono::steady_clock::now() + 1s, {}), PumpResult::kSessionLost);
+
+  // With the usual time-outs (9 s), End cuts the wait short.
+  core::StopSignal end;
+  T4NetDevice patient(net::T4NetOptions{}, log);
+  patient.SetStopSignal(&end);
+  ASSERT_TRUE(patient.Connect_Net("127.0.0.1", terminal.sim.Port()));
+  std::thread ender([&end] {
+    std::this_thread::sleep_for(200ms);  // End comes while the terminal is being asked
+    end.Request();
+  });
+  const auto asked = std::chrono::steady_clock::now();
+  EXPECT_FALSE(patient.GetDeviceStatus(1, kAttendanceRecordCount, count));
+  EXPECT_LT(std::chrono::steady_clock::now() - asked, 2s);
+  EXPECT_NE(patient.LastFailure().find("stopped"), std::string::npos) << patient.LastFailure();
+  ender.join();
 }
 
 // The installer's one-shot download, as run from a shell.

@@ -12,7 +12,9 @@ T4Station::T4Station(std::unique_ptr<T4Clock> clock, std::string address,
       settings_(settings),
       after_poll_(std::move(after_poll)),
       time_(time),
-      log_(log) {}
+      log_(log) {
+  clock_->SetStopSignal(&stop_);  // End cuts short whatever the terminal is asked
+}
 
 T4Station::~T4Station() { Stop(); }
 

@@ -79,7 +79,8 @@ bool T4NetDevice::Connect_Net(const std::string& ip, int port) {
     // A stream out of step is dropped and opened afresh, once.
     for (int attempt = 0;; ++attempt) {
       auto session = std::make_unique<T4Session>(
-          OpenT4Transport(kind, ip, static_cast<uint16_t>(port)), options_.timeouts);
+          OpenT4Transport(kind, ip, static_cast<uint16_t>(port), {stop_}), options_.timeouts,
+          comm::WakeSet{stop_});
       try {
         session->Open(options_.key);
         session_ = std::move(session);

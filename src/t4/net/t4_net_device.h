@@ -68,6 +68,7 @@ class T4NetDevice : public IT4Device {
   bool DeleteUser(int machine, const std::string& enroll_number) override;
 
   void GetLastError(int& error_code) override { error_code = last_error_; }
+  void SetStopSignal(const core::StopSignal* stop) override { stop_ = stop; }
   std::string LastFailure() const override { return last_failure_; }
 
   // The records of the last ReadGeneralLogData, as the terminal sent them.
@@ -100,6 +101,7 @@ class T4NetDevice : public IT4Device {
   size_t cursor_ = 0;
   std::map<uint16_t, std::string> enrolment_by_uid_;  // for 8-byte records
   AttTransactionHandler handler_;
+  const core::StopSignal* stop_ = nullptr;
 };
 
 }  // namespace clockcomm::t4::net

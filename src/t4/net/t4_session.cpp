@@ -33,8 +33,12 @@ T4ReplyError::T4ReplyError(uint16_t command, uint16_t code, const std::string& w
 T4KeyRefused::T4KeyRefused(const std::string& where)
     : core::Error(where + " refused the communication key") {}
 
-T4Session::T4Session(std::unique_ptr<T4Transport> transport, T4Timeouts timeouts)
-    : transport_(std::move(transport)), timeouts_(timeouts), last_heard_(Clock::now()) {}
+T4Session::T4Session(std::unique_ptr<T4Transport> transport, T4Timeouts timeouts,
+                     comm::WakeSet wake)
+    : transport_(std::move(transport)),
+      timeouts_(timeouts),
+      wake_(std::move(wake)),
+      last_heard_(Clock::now()) {}
 
 void T4Session::Open(uint32_t key) {
   session_ = 0;
@@ -167,14 +171,17 @@ std::optional<T4Packet> T4Session::NextReply(uint16_t id, comm::SteadyTime deadl
   for (;;) {
     std::optional<T4Packet> packet;
     try {
-      packet = transport_->Receive(deadline, {});
+      packet = transport_->Receive(deadline, wake_);
     } catch (const T4StreamError& e) {
       out_of_step_ = true;
       LoseSession(e.what());
     } catch (const std::exception& e) {
       LoseSession(e.what());
     }
-    if (!packet) return std::nullopt;
+    if (!packet) {
+      if (wake_.AnyRequested()) LoseSession("stopped while waiting for " + Describe());
+      return std::nullopt;
+    }
     last_heard_ = Clock::now();
     if (packet->code == reply::kEvent) {
       OnEvent(*packet);

@@ -50,7 +50,9 @@ class T4KeyRefused : public core::Error {
 
 class T4Session {
  public:
-  T4Session(std::unique_ptr<T4Transport> transport, T4Timeouts timeouts = {});
+  // wake: signals that end any wait at once; the session is then lost ("stopped").
+  T4Session(std::unique_ptr<T4Transport> transport, T4Timeouts timeouts = {},
+            comm::WakeSet wake = {});
 
   // CONNECT, then AUTH with the key when the terminal answers ACK_UNAUTH. Throws
   // core::TimeoutException, T4KeyRefused, T4ReplyError.
@@ -95,6 +97,7 @@ class T4Session {
 
   std::unique_ptr<T4Transport> transport_;
   T4Timeouts timeouts_;
+  comm::WakeSet wake_;
   uint16_t session_ = 0;
   uint16_t reply_id_ = 0;
   bool lost_ = false;

@@ -33,12 +33,12 @@ std::optional<T4Packet> T4UdpTransport::Receive(comm::SteadyTime deadline,
 }
 
 std::unique_ptr<T4Transport> OpenT4Transport(T4TransportKind kind, const std::string& host,
-                                             uint16_t port) {
+                                             uint16_t port, const comm::WakeSet& wake) {
   if (kind == T4TransportKind::kUdp) {
     return std::make_unique<T4UdpTransport>(comm::UdpSocket::Connect(host, port));
   }
   return std::make_unique<T4TcpTransport>(
-      comm::TcpConnection::Connect(host, port, kT4ConnectTimeout));
+      comm::TcpConnection::Connect(host, port, kT4ConnectTimeout, wake));
 }
 
 }  // namespace clockcomm::t4::net

@@ -65,6 +65,6 @@ inline constexpr std::chrono::seconds kT4ConnectTimeout{5};
 // Opens the transport to host:port. Throws core::SystemError (refused, no route, bad name) and
 // core::TimeoutException.
 std::unique_ptr<T4Transport> OpenT4Transport(T4TransportKind kind, const std::string& host,
-                                             uint16_t port);
+                                             uint16_t port, const comm::WakeSet& wake = {});
 
 }  // namespace clockcomm::t4::net
