@@ -179,11 +179,35 @@ TEST(T4NetworkClientTest, TheCommunicationKey) {
   }
 }
 
-TEST(T4NetworkClientTest, RealTimePunchesArriveThroughPumpEvents) {
-  for (auto transport : {T4TransportKind::kTcp, T4TransportKind::kUdp}) {
-    Terminal terminal(sim::T4SimConfig{});
+// Every event layout, both queue modes, events slipped in before an answer or several in one
+// write: each punch reaches the handler once.
+TEST(T4NetworkClientTest, RealTimePunchesArriveOnceThroughPumpEvents) {
+  struct Case {
+    T4TransportKind transport;
+    size_t layout;
+    size_t event_length;  // 0: the layout's own
+    bool resend = true;
+    sim::T4SimFaults faults = {};
+  } cases[] = {
+      {T4TransportKind::kTcp, 40, 0},
+      {T4TransportKind::kUdp, 16, 0, false},
+      {T4TransportKind::kTcp, 8, 14},
+      {T4TransportKind::kUdp, 40, 32},
+      {T4TransportKind::kTcp, 40, 37},
+      {T4TransportKind::kTcp, 40, 52},
+      {T4TransportKind::kTcp, 40, 0, true, {.coalesce_events = true}},
+      {T4TransportKind::kTcp, 40, 0, true, {.events_before_answer = true}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.layout << "-byte layout, events of " << c.event_length);
+    sim::T4SimConfig config;
+    config.record_size = c.layout;
+    config.event_length = c.event_length;
+    config.resend_events = c.resend;
+    config.faults = c.faults;
+    Terminal terminal(config);
     test::TestLog log;
-    T4NetDevice device(FastOptions(transport), log);
+    T4NetDevice device(FastOptions(c.transport), log);
     ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
     std::vector<std::string> badges;
     core::StopSignal both;
@@ -192,12 +216,17 @@ TEST(T4NetworkClientTest, RealTimePunchesArriveThroughPumpEvents) {
       if (badges.size() == 2) both.Request();
     });
     ASSERT_TRUE(device.RegEvent(1, kAllEvents));
-    terminal.sim.Punch(Record(42, 480));
-    terminal.sim.Punch(Record(43, 481));
+    ASSERT_TRUE(terminal.sim.Punch(Record(42, 480)));
+    ASSERT_TRUE(terminal.sim.Punch(Record(43, 481)));
+    core::DateTime now;
+    ASSERT_TRUE(device.GetDeviceTime(1, now));  // events held back come before this answer
     const auto deadline = std::chrono::steady_clock::now() + 5s;
     while (!both.Requested() && std::chrono::steady_clock::now() < deadline) {
       ASSERT_NE(device.PumpEvents(deadline, {&both}), PumpResult::kSessionLost);
     }
+    // A while longer: an event sent again must not come twice.
+    ASSERT_TRUE(device.GetDeviceTime(1, now));
+    device.PumpEvents(std::chrono::steady_clock::now() + 200ms, {});
     EXPECT_EQ(badges, (std::vector<std::string>{"42", "43"}));
   }
 }
