@@ -124,8 +124,8 @@ void RegisterTasks(CLI::App& t4, const GlobalOptions& options) {
 }  // namespace
 
 void RegisterT4Commands(CLI::App& app, const GlobalOptions& options) {
-  CLI::App* t4 =
-      app.add_subcommand("t4", "T4 fingerprint terminals: the host, the clock list, tasks and a one-shot download");
+  CLI::App* t4 = app.add_subcommand(
+      "t4", "T4 fingerprint terminals: the host, the clock list, tasks and a one-shot download");
   t4->require_subcommand(1);
   RegisterHost(*t4, options);
   RegisterClocks(*t4, options);
