@@ -1,6 +1,7 @@
 # Entry points: `make demo` runs the main job on the embedded default; `make test` installs what is
 # missing, builds, and runs every test (plain build, sanitizer build, short fuzz runs); `make soak`
-# kills the program 1,000 times in real calls and checks that every punch went in once.
+# kills the program 1,000 times in real calls and checks that every punch went in once; `make deb`
+# builds the Debian package into $(BUILD)/.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
@@ -8,7 +9,7 @@ JOBS       ?= $(shell nproc)
 FUZZ_SECONDS ?= 15
 SOAK_KILL_POINTS ?= 1000
 
-.PHONY: all bootstrap build test unit-test asan-test fuzz-test soak bench demo format clean
+.PHONY: all bootstrap build deb test unit-test asan-test fuzz-test soak bench demo format clean
 
 all: build
 
@@ -20,6 +21,10 @@ $(BUILD)/build.ninja: CMakeLists.txt
 
 build: bootstrap $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS)
+
+deb: bootstrap $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target clockcomm clockcomm-sim clockcomm-changelog
+	cd $(BUILD) && cpack -G DEB
 
 unit-test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)

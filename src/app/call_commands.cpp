@@ -2,14 +2,17 @@
 #include <atomic>
 #include <iomanip>
 #include <iostream>
+#include <mutex>
 
 #include "app/call_session.h"
 #include "app/commands.h"
 #include "app/echoing_log.h"
 #include "app/families.h"
+#include "app/service_manager.h"
 #include "app/signal_watcher.h"
 #include "app/t4_site.h"
 #include "core/errors.h"
+#include "core/heartbeat.h"
 #include "core/text.h"
 #include "db/open.h"
 #include "db/schema.h"
@@ -89,13 +92,14 @@ void RunHost(const GlobalOptions& options, const HostOptions& host) {
 
 // The timed polling cycle over the poll list, until the stop signal or the auto-end time.
 void TimedPoll(CallSession& session, shell::LineRunner& runner,
-               std::optional<core::DateTime> auto_end) {
+               std::optional<core::DateTime> auto_end, core::StopSignal* idle_end = nullptr) {
   auto product_db = db::Open(session.Paths().ClockwynDatabase());
   db::CreateProductSchema(*product_db);  // an older poll list gains its new columns
   shell::PollList poll_list(*product_db);
   EchoingLog log(session.Logs(), session.Screen());
   shell::TimedPolling cycle(poll_list, runner, log, session.Clock(),
                             session.Controller().EndCommLoop(), auto_end, LineOf(session));
+  cycle.SetIdleEnd(idle_end);
   const auto result = cycle.Run();
   runner.End();
   if (result == shell::TimedPollingResult::kNoEntries || session.Controller().RunFailed()) {
@@ -246,46 +250,98 @@ void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
 }
 
 // The auto-start mode of the settings, unattended: waits for the begin time, runs host or timed
-// polling, and stops at the end time or on SIGTERM.
+// polling, and stops at the end time or on SIGTERM. SIGHUP reads the configuration again: the run
+// ends at its next wait (a call in progress goes on to its end) and starts anew.
 void RunAuto(const GlobalOptions& options, const std::string& port) {
   core::SystemClock clock;
-  CallSession session(RequireHome(options), std::cout, clock);
-  // A T4 line keeps the T4 clock list connected between the begin and end times, either mode.
-  std::unique_ptr<T4Site> t4_site;
-  std::unique_ptr<shell::LineRunner> runner;
-  if (IsT4Line(session)) {
-    t4_site = std::make_unique<T4Site>(session, session.Config().Comm().connection_type);
-  } else {
-    runner = session.MakeRunner(session.LoopSettings(port));
-  }
-  const auto& comm = session.Config().Comm();
-  const shell::AutoStartMode mode = shell::AutoStartModeFromSetting(comm.auto_start_mode);
-  if (mode == shell::AutoStartMode::kNone) {
-    throw core::InvalidOperationException(
-        "auto_start_mode is 1 (none): set it to 2 (host) or 3 (poll) with `clockcomm settings "
-        "set auto_start_mode=...`.");
-  }
+  const auto home = RequireHome(options);
+  // Under systemd: ready once configured, the status line as the service's status, and this
+  // thread's waits petting the watchdog.
+  ServiceManager service;
+  core::Heartbeat::Loop loop;
   std::atomic<bool> shutdown{false};
-  SignalWatcher signals([&] {
-    shutdown = true;
-    session.Controller().PressEnd();
-  });
-  EchoingLog log(session.Logs(), session.Screen());
-  shell::AutoStart auto_start(comm.auto_start_mode, comm.begin_time, comm.end_time, log, clock,
-                              session.Controller().EndCommLoop());
-  auto_start.Run([&](const shell::AutoStartRun& run) {
-    if (shutdown) return;
-    if (t4_site) return t4_site->Host(session.Controller().EndCommLoop(), run.end_deadline);
-    runner->SetAutoStart(run.mode, run.end_time);
-    if (run.mode == shell::AutoStartMode::kPoll) {
-      TimedPoll(session, *runner, run.end_deadline);
-      return;
+  core::StopSignal reload;      // ends a run between calls
+  core::StopSignal begin_wait;  // ends the wait for the begin time: End or a reload
+  std::mutex run_mutex;         // guards the run the signals reach
+  terminal::CallController* controller = nullptr;
+  bool t4_run = false;
+  SignalWatcher signals(
+      [&] {
+        shutdown = true;
+        service.Stopping();
+        begin_wait.Request();
+        std::lock_guard lock(run_mutex);
+        if (controller != nullptr) controller->PressEnd();
+      },
+      [&] {
+        service.Reloading();
+        reload.Request();
+        begin_wait.Request();
+        // The T4 host has no wait between calls to end at: it ends as End ends it.
+        std::lock_guard lock(run_mutex);
+        if (t4_run && controller != nullptr) controller->PressEnd();
+      });
+  struct StoppingOnExit {
+    ServiceManager& service;
+    ~StoppingOnExit() { service.Stopping(); }
+  } stopping_on_exit{service};
+
+  for (bool first = true; !shutdown; first = false) {
+    reload.Reset();
+    begin_wait.Reset();
+    CallSession session(home, std::cout, clock);
+    if (!first) session.Logs().Event("Settings read again", home.string());
+    // A T4 line keeps the T4 clock list connected between the begin and end times, either mode.
+    std::unique_ptr<T4Site> t4_site;
+    std::unique_ptr<shell::LineRunner> runner;
+    if (IsT4Line(session)) {
+      t4_site = std::make_unique<T4Site>(session, session.Config().Comm().connection_type);
+    } else {
+      runner = session.MakeRunner(session.LoopSettings(port));
+      runner->SetIdleEnd(&reload);
     }
-    // The host stops by itself at the end time its mode line shows.
-    if (!Host(session, *runner, false, true) && session.Controller().RunFailed()) {
-      throw CLI::RuntimeError(1);
+    const auto& comm = session.Config().Comm();
+    const shell::AutoStartMode mode = shell::AutoStartModeFromSetting(comm.auto_start_mode);
+    if (mode == shell::AutoStartMode::kNone) {
+      throw core::InvalidOperationException(
+          "auto_start_mode is 1 (none): set it to 2 (host) or 3 (poll) with `clockcomm settings "
+          "set auto_start_mode=...`.");
     }
-  });
+    session.Screen().SetStatusListener([&service](std::string_view text) { service.Status(text); });
+    {
+      std::lock_guard lock(run_mutex);
+      controller = &session.Controller();
+      t4_run = t4_site != nullptr;
+      if (shutdown) controller->PressEnd();  // End came while the configuration was read
+    }
+    struct RunEnds {
+      std::mutex& mutex;
+      terminal::CallController*& controller;
+      ~RunEnds() {
+        std::lock_guard lock(mutex);
+        controller = nullptr;
+      }
+    } run_ends{run_mutex, controller};
+    EchoingLog log(session.Logs(), session.Screen());
+    shell::AutoStart auto_start(comm.auto_start_mode, comm.begin_time, comm.end_time, log, clock,
+                                begin_wait);
+    service.Ready(std::string("Auto-start ") + shell::AutoStartModeName(mode) + " mode, from " +
+                  comm.begin_time + " to " + comm.end_time);
+    auto_start.Run([&](const shell::AutoStartRun& run) {
+      if (shutdown || reload.Requested()) return;
+      if (t4_site) return t4_site->Host(session.Controller().EndCommLoop(), run.end_deadline);
+      runner->SetAutoStart(run.mode, run.end_time);
+      if (run.mode == shell::AutoStartMode::kPoll) {
+        TimedPoll(session, *runner, run.end_deadline, &reload);
+        return;
+      }
+      // The host stops by itself at the end time its mode line shows.
+      if (!Host(session, *runner, false, true) && session.Controller().RunFailed()) {
+        throw CLI::RuntimeError(1);
+      }
+    });
+    if (!reload.Requested()) break;  // the end time, or End
+  }
 }
 
 }  // namespace

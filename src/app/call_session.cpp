@@ -25,6 +25,11 @@ CallSession::CallSession(const std::filesystem::path& home, std::ostream& out, c
       controller_(clock, logs_, screen_),
       companies_(logs_, config_->Paths().DataDirectory()),
       services_{config_->Paths(), config_->Overrides(), &companies_, nullptr} {
+  // Under systemd the journal stamps each line and takes the events with their priorities.
+  if (shell::OutputGoesToJournal()) {
+    logs_.SetEventListener(&journal_);
+    screen_.SetLinesWithoutTime(true);
+  }
   companies_.Initialize(Paths().CompanyRegistryDatabase());
 }
 

@@ -12,6 +12,7 @@
 #include "db/open.h"
 #include "records/company_factory.h"
 #include "shell/console_screen.h"
+#include "shell/journal_log.h"
 #include "shell/line_runner.h"
 #include "shell/logs.h"
 #include "shell/my_static.h"
@@ -44,6 +45,7 @@ class CallSession {
  private:
   std::unique_ptr<shell::MyStatic> config_;
   core::Clock& clock_;
+  shell::JournalLog journal_;
   shell::Logs logs_;
   shell::ConsoleScreen screen_;
   terminal::CallController controller_;

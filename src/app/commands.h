@@ -26,6 +26,8 @@ void RegisterT4Commands(CLI::App& app, const GlobalOptions& options);
 void RegisterT4DownloadCommand(CLI::App& t4);
 // backup
 void RegisterBackupCommand(CLI::App& app, const GlobalOptions& options);
+// status [--json]
+void RegisterStatusCommand(CLI::App& app, const GlobalOptions& options);
 // demo
 void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options);
 

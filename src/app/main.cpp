@@ -4,6 +4,7 @@
 
 #include "app/commands.h"
 #include "core/errors.h"
+#include "shell/journal_log.h"
 
 int main(int argc, char** argv) {
   using namespace clockcomm;
@@ -22,13 +23,15 @@ int main(int argc, char** argv) {
   app::RegisterCallCommands(app, options);
   app::RegisterT4Commands(app, options);
   app::RegisterBackupCommand(app, options);
+  app::RegisterStatusCommand(app, options);
   app::RegisterDemoCommand(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     return app.exit(e);
   } catch (const std::exception& e) {
-    std::cerr << "clockcomm: " << e.what() << "\n";
+    // "<3>": an error to the journal, which reads a syslog priority at the start of a line.
+    std::cerr << (shell::OutputGoesToJournal() ? "<3>" : "") << "clockcomm: " << e.what() << "\n";
     return 1;
   }
   return 0;

@@ -31,13 +31,13 @@ namespace {
 
 // ---- init ----
 
-void RunInit(const GlobalOptions& options, bool force) {
+void RunInit(const GlobalOptions& options, bool force, const std::string& data_directory) {
   const fs::path home = shell::ResolveProgramFolder(options.home);
   // A forced init rewrites registry.ini from what it could read: say which lines that leaves out.
   shell::InstallInformation before(home);
   if (force) before.Load();
   try {
-    shell::InitializeProgramFolder(home, force);
+    shell::InitializeProgramFolder(home, force, data_directory);
   } catch (const core::InvalidOperationException& e) {
     Fail(std::string("clockcomm init: ") + e.what());
   }
@@ -198,7 +198,9 @@ void RegisterSetupCommands(CLI::App& app, const GlobalOptions& options) {
       "init", "Create registry.ini, clockcomm.dta, the data directory and empty databases");
   auto force = std::make_shared<bool>(false);
   init->add_flag("--force", *force, "Write the defaults over an existing configuration");
-  init->callback([&options, force] { RunInit(options, *force); });
+  auto data = std::make_shared<std::string>();
+  init->add_option("--data", *data, "Data directory (default: data/ in the program folder)");
+  init->callback([&options, force, data] { RunInit(options, *force, *data); });
 
   CLI::App* settings = app.add_subcommand("settings", "Show or change the communications settings");
   settings->require_subcommand(1);

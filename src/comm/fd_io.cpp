@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/errors.h"
+#include "core/heartbeat.h"
 
 namespace clockcomm::comm::fd_io {
 
@@ -59,9 +60,17 @@ WaitResult WaitReadable(int fd, SteadyTime deadline, const WakeSet& wake) {
   std::vector<pollfd> fds;
   fds.push_back({fd, POLLIN, 0});
   for (int w : wake_fds) fds.push_back({w, POLLIN, 0});
+  // Under a watchdog the wait wakes every slice to beat for its loop.
+  const auto slice = core::Heartbeat::WaitSlice();
   for (;;) {
+    core::Heartbeat::BeatThisThread();
     if (wake.AnyRequested()) return WaitResult::kWoken;
-    int timeout_ms = PollTimeoutMs(deadline);
+    SteadyTime until = deadline;
+    if (slice != std::chrono::nanoseconds::max() &&
+        std::chrono::steady_clock::now() + slice < deadline) {
+      until = std::chrono::steady_clock::now() + slice;
+    }
+    int timeout_ms = PollTimeoutMs(until);
     int n = ::poll(fds.data(), fds.size(), timeout_ms);
     if (n < 0) {
       if (errno == EINTR) continue;

@@ -23,7 +23,7 @@ bool SystemClock::WaitUntil(const DateTime& deadline, StopSignal& stop) {
     if (remaining <= 0) return true;
     std::chrono::seconds step{remaining};
     if (step > kWallClockRecheck) step = kWallClockRecheck;
-    stop.WaitFor(step);
+    stop.WaitFor(step);  // beats for this thread's loop as it wakes
   }
   return false;
 }

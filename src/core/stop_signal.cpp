@@ -3,11 +3,13 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <vector>
 
 #include "core/errors.h"
+#include "core/heartbeat.h"
 
 namespace clockcomm::core {
 
@@ -41,8 +43,21 @@ void StopSignal::Reset() {
 }
 
 bool StopSignal::WaitFor(std::chrono::nanoseconds timeout) {
-  std::unique_lock lock(mutex_);
-  cv_.wait_for(lock, timeout, [this] { return requested_.load(); });
+  // Under a watchdog a long wait wakes every slice to beat for its loop.
+  const auto slice = Heartbeat::WaitSlice();
+  const auto start = std::chrono::steady_clock::now();
+  for (;;) {
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    if (elapsed >= timeout) break;
+    {
+      std::unique_lock lock(mutex_);
+      if (cv_.wait_for(lock, std::min<std::chrono::nanoseconds>(timeout - elapsed, slice),
+                       [this] { return requested_.load(); })) {
+        break;
+      }
+    }
+    Heartbeat::BeatThisThread();
+  }
   return requested_.load();
 }
 

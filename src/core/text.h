@@ -40,4 +40,8 @@ bool HasControlCharacter(std::string_view s);
 // Shows control characters as <STX>, <FS> ... so packets can be logged readably.
 std::string Printable(std::string_view s);
 
+// Windows-1252 text as UTF-8, for what must be UTF-8 (the journal, JSON); the five unassigned
+// bytes become U+FFFD.
+std::string Utf8FromAnsi(std::string_view text);
+
 }  // namespace clockcomm::core

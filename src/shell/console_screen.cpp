@@ -2,18 +2,44 @@
 
 namespace clockcomm::shell {
 
+namespace {
+
+// "2009-10-20 08:00:00 ": the stamp a screen line starts with.
+bool StartsWithDateTime(std::string_view text) {
+  constexpr std::string_view kShape = "dddd-dd-dd dd:dd:dd ";
+  if (text.size() < kShape.size()) return false;
+  for (size_t i = 0; i < kShape.size(); ++i) {
+    const bool digit = text[i] >= '0' && text[i] <= '9';
+    if (kShape[i] == 'd' ? !digit : text[i] != kShape[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 void ConsoleScreen::Line(std::string_view text) {
+  if (without_time_ && StartsWithDateTime(text)) text.remove_prefix(20);
   std::lock_guard lock(mutex_);
   FlushProgress();
   out_ << text << "\n" << std::flush;
 }
 
 void ConsoleScreen::Status(std::string_view text) {
+  std::function<void(std::string_view)> listener;
+  {
+    std::lock_guard lock(mutex_);
+    FlushProgress();
+    status_ = std::string(text);
+    progress_shown_ = status_.size();
+    if (show_status_ && !text.empty()) out_ << "  [" << text << "]\n" << std::flush;
+    listener = status_listener_;
+  }
+  if (listener && !text.empty()) listener(text);
+}
+
+void ConsoleScreen::SetStatusListener(std::function<void(std::string_view)> listener) {
   std::lock_guard lock(mutex_);
-  FlushProgress();
-  status_ = std::string(text);
-  progress_shown_ = status_.size();
-  if (show_status_ && !text.empty()) out_ << "  [" << text << "]\n" << std::flush;
+  status_listener_ = std::move(listener);
 }
 
 void ConsoleScreen::AppendStatus(std::string_view text) {

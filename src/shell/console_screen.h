@@ -2,6 +2,7 @@
 // is replaced and its progress characters are counted, not printed one by one.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -19,6 +20,11 @@ class ConsoleScreen : public terminal::ScreenSink {
   void Status(std::string_view text) override;
   void AppendStatus(std::string_view text) override;
   std::string CurrentStatus() const;
+  // Lines lose their leading date and time (where something else stamps them, as the journal
+  // does).
+  void SetLinesWithoutTime(bool without) { without_time_ = without; }
+  // Called with each new status line (the service manager shows it), outside the screen's lock.
+  void SetStatusListener(std::function<void(std::string_view)> listener);
 
  private:
   void FlushProgress();
@@ -27,6 +33,8 @@ class ConsoleScreen : public terminal::ScreenSink {
   bool show_status_;
   std::string status_;
   size_t progress_shown_ = 0;
+  std::function<void(std::string_view)> status_listener_;
+  bool without_time_ = false;
 };
 
 }  // namespace clockcomm::shell

@@ -36,10 +36,21 @@ void EventLog::Write(const core::DateTime& when, std::string_view clock_name, in
 
 std::vector<EventLogEntry> EventLog::Entries(const core::Date& from, const core::Date& to) {
   std::lock_guard lock(mutex_);
-  db::Recordset rs = db_->Query(
+  return Rows(db_->Query(
       "SELECT Counter, [DateTime], ClockName, ClockNumber, EventType, EventDes FROM LogTable "
       "WHERE [DateTime] >= ? AND [DateTime] <= ? ORDER BY Counter",
-      DateRange(from, to));
+      DateRange(from, to)));
+}
+
+std::vector<EventLogEntry> EventLog::LastOfEachClock() {
+  std::lock_guard lock(mutex_);
+  return Rows(db_->Query(
+      "SELECT Counter, [DateTime], ClockName, ClockNumber, EventType, EventDes FROM LogTable "
+      "WHERE Counter IN (SELECT MAX(Counter) FROM LogTable WHERE ClockName <> '' "
+      "GROUP BY UPPER(ClockName)) ORDER BY Counter"));
+}
+
+std::vector<EventLogEntry> EventLog::Rows(db::Recordset rs) {
   std::vector<EventLogEntry> entries;
   for (; !rs.Eof(); rs.MoveNext()) {
     EventLogEntry e;

@@ -42,12 +42,15 @@ class EventLog {
              std::string_view event_type, std::string_view description);
   // The rows from `from` 00:00:00 to `to` 23:59:59 inclusive, in Counter order.
   std::vector<EventLogEntry> Entries(const core::Date& from, const core::Date& to);
+  // The last row of each clock name (ignoring case), in Counter order.
+  std::vector<EventLogEntry> LastOfEachClock();
   // Deletes the same rows as Entries(from, to) would list; returns how many.
   int64_t Purge(const core::Date& from, const core::Date& to);
 
   const std::string& Name() const { return db_->Name(); }
 
  private:
+  static std::vector<EventLogEntry> Rows(db::Recordset rs);
   std::mutex mutex_;
   std::unique_ptr<db::Database> db_;
 };

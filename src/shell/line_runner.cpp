@@ -217,7 +217,8 @@ bool LineRunner::Host(bool once) {
     auto_end.emplace(controller_.Clock(), *deadline, controller_.EndCommLoop(), controller_);
   }
   const int calls_before = good_calls_ + failed_calls_;
-  while (!controller_.EndCommLoop().Requested()) {
+  const auto idle_ended = [this] { return idle_end_ != nullptr && idle_end_->Requested(); };
+  while (!controller_.EndCommLoop().Requested() && !idle_ended()) {
     bool call_ended = false;
     try {
       HostPass(call_ended);
@@ -260,7 +261,7 @@ void LineRunner::HostPass(bool& call_ended) {
   }
   UseSpeedOf(*host_driver_);  // a scheduled poll may have left another family's speed
   const comm::LineEvent event =
-      line_->WaitForCall(deadline, comm::WakeSet{&controller_.EndCommLoop()});
+      line_->WaitForCall(deadline, comm::WakeSet{&controller_.EndCommLoop(), idle_end_});
   const int calls_before = host_driver_->Calls();
   switch (event.kind) {
     case comm::LineEvent::Kind::kNothing:

@@ -83,6 +83,9 @@ class LineRunner : public OutboundPoller {
   }
   // The End button's closing of the port (modem: auto-answer off, hung up).
   void End();
+  // Host mode also ends when idle_end is requested, but only between calls: a call in progress
+  // goes on to its end (the settings are read again, then the line opened anew).
+  void SetIdleEnd(const core::StopSignal* idle_end) { idle_end_ = idle_end; }
 
   int GoodCalls() const { return good_calls_; }
   int FailedCalls() const { return failed_calls_; }
@@ -121,6 +124,7 @@ class LineRunner : public OutboundPoller {
   std::string port_settings_;
   int good_calls_ = 0;
   int failed_calls_ = 0;
+  const core::StopSignal* idle_end_ = nullptr;
 };
 
 }  // namespace clockcomm::shell

@@ -57,6 +57,9 @@ void Logs::Event(std::string_view event_type, std::string_view description) {
       auto it = current_clocks_.find(std::this_thread::get_id());
       if (it != current_clocks_.end()) current = it->second;
     }
+    if (EventListener* listener = event_listener_.load()) {
+      listener->OnEvent(event_type, description, current.name, current.number);
+    }
     const core::DateTime now = clock_.Now();
     if (EventLog* log = EventLogToWrite(error)) {
       const int tries = event_log_failing_ ? 1 : std::max(1, retry_.tries);

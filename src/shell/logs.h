@@ -42,6 +42,15 @@ struct EventLogRetry {
   std::chrono::seconds reopen_interval{60};
 };
 
+// Takes a copy of each event with the clock it was about (the journal, under systemd). Called on
+// the thread that wrote the event; must not throw.
+class EventListener {
+ public:
+  virtual ~EventListener() = default;
+  virtual void OnEvent(std::string_view event_type, std::string_view description,
+                       std::string_view clock_name, int clock_number) = 0;
+};
+
 class Logs : public core::LogSink {
  public:
   // Opens TCLOG.db under the data directory (creating it when missing) and the "Debug Logs"
@@ -66,6 +75,8 @@ class Logs : public core::LogSink {
   // line.
   void Flush() override { text_logs_.Flush(); }
   void ClearCurrentClock();
+  // Every event from now on also goes to listener (nullptr: none). Set before the lines start.
+  void SetEventListener(EventListener* listener) { event_listener_ = listener; }
 
   // Null while TCLOG.db has not been opened; once opened it stays.
   EventLog* GetEventLog();
@@ -103,6 +114,7 @@ class Logs : public core::LogSink {
   std::map<std::thread::id, CurrentClock> current_clocks_;
   std::set<std::pair<TextLog, int>> text_failures_;  // reported, not yet written again
   std::atomic<bool> text_failing_{false};
+  std::atomic<EventListener*> event_listener_{nullptr};
 };
 
 }  // namespace clockcomm::shell

@@ -18,7 +18,7 @@ void CreateDatabase(const fs::path& file, void (*create_schema)(db::Database&)) 
 
 }  // namespace
 
-void InitializeProgramFolder(const fs::path& home, bool force) {
+void InitializeProgramFolder(const fs::path& home, bool force, const fs::path& data_directory) {
   InstallInformation install(home);
   for (const fs::path& file : {install.RegistryFile(), ParameterFilePath(home)}) {
     if (!force && fs::exists(file)) {
@@ -29,7 +29,7 @@ void InitializeProgramFolder(const fs::path& home, bool force) {
   fs::create_directories(home);
   install.Load();
   install.SetProgramDirectory(home.string());
-  install.SetDataDirectory((home / "data").string());
+  install.SetDataDirectory((data_directory.empty() ? home / "data" : data_directory).string());
   install.Save();
 
   CommSettings settings;

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <mutex>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -68,10 +69,24 @@ struct LogsRig {
   }
 };
 
+// Keeps what it hears as "clock number description".
+struct HeardEvents : EventListener {
+  void OnEvent(std::string_view, std::string_view description, std::string_view clock_name,
+               int clock_number) override {
+    std::lock_guard lock(mutex);
+    heard.insert(std::string(clock_name) + " " + std::to_string(clock_number) + " " +
+                 std::string(description));
+  }
+  std::mutex mutex;
+  std::set<std::string> heard;
+};
+
 TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
   LogsRig rig;
   Logs logs(rig.paths, rig.clock);
   ASSERT_NE(logs.GetEventLog(), nullptr);
+  HeardEvents listener;  // the journal's place
+  logs.SetEventListener(&listener);
 
   constexpr int kThreads = 6;
   constexpr int kEach = 40;
@@ -97,6 +112,8 @@ TEST(LogsTest, ConcurrentEventsFromSeveralLinesAreAllStoredWithTheirOwnClock) {
     seen.insert(rows[i].description);
   }
   EXPECT_EQ(seen.size(), size_t{kThreads * kEach});
+  EXPECT_EQ(listener.heard.size(), size_t{kThreads * kEach});
+  EXPECT_EQ(listener.heard.count("Clock 5 5 5/39"), 1u);
   logs.Flush();
   EXPECT_EQ(rig.DebugLog("Line 0 Debug Log").size(),
             kEach * std::string("08:00:00 - tick\r\n").size());

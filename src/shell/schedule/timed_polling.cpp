@@ -54,7 +54,7 @@ TimedPollingResult TimedPolling::Run() {
     }
     core::DateTime base = clock_.Now().TruncatedToMinute();
     log_.Debug("", "Timed Polling - Base TimeStamp: " + base.Format("yyyy-mm-dd HH:nn"));
-    while (!end_comm_loop_.Requested()) {
+    while (!Ending()) {
       std::optional<std::vector<PollRow>> rows = ReadRows();
       if (!rows) break;
       std::vector<ClockEntry> entries = BuildPass(*rows, base);
@@ -74,15 +74,32 @@ TimedPollingResult TimedPolling::Run() {
   return result;
 }
 
+bool TimedPolling::Ending() const {
+  return end_comm_loop_.Requested() || (idle_end_ != nullptr && idle_end_->Requested());
+}
+
+bool TimedPolling::WaitUntil(const core::DateTime& time) {
+  if (idle_end_ == nullptr) return clock_.WaitUntil(time, end_comm_loop_);
+  // One signal for the clock's wait, raised by either of the two (shared: a request under way
+  // may still call a listener just removed).
+  auto either = std::make_shared<core::StopSignal>();
+  const int end_listener = end_comm_loop_.AddListener([either] { either->Request(); });
+  const int idle_listener = idle_end_->AddListener([either] { either->Request(); });
+  const bool reached = !Ending() && clock_.WaitUntil(time, *either);
+  end_comm_loop_.RemoveListener(end_listener);
+  idle_end_->RemoveListener(idle_listener);
+  return reached && !Ending();
+}
+
 std::optional<std::vector<PollRow>> TimedPolling::ReadRows() {
-  while (!end_comm_loop_.Requested()) {
+  while (!Ending()) {
     try {
       return poll_list_.ReadPollRows();
     } catch (const std::exception& e) {
       log_.Event("System error", std::string("Timed Polling could not read PollT: ") + e.what());
       log_.Screen("Timed Polling could not read the poll list; trying again in a minute.");
     }
-    if (!clock_.WaitUntil(clock_.Now().AddMinutes(kReadRetryMinutes), end_comm_loop_)) break;
+    if (!WaitUntil(clock_.Now().AddMinutes(kReadRetryMinutes))) break;
   }
   return std::nullopt;
 }
@@ -106,13 +123,16 @@ std::optional<core::DateTime> TimedPolling::RunPass(const std::vector<ClockEntry
     const std::string waiting = "Waiting for Connect Time (" + HourMinute(entry.CallTime()) + ")";
     log_.Debug("", waiting);
     log_.Screen(waiting);
-    if (!clock_.WaitUntil(entry.CallTime(), end_comm_loop_)) {
-      log_.Debug("", "EndCommLoop set while waiting for Call Time");
-      log_.Screen("EndCommLoop set while waiting for Call Time");
+    if (!WaitUntil(entry.CallTime())) {
+      const char* why = end_comm_loop_.Requested() ? "EndCommLoop set while waiting for Call Time"
+                                                   : "Settings to be read again while waiting "
+                                                     "for Call Time";
+      log_.Debug("", why);
+      log_.Screen(why);
       return std::nullopt;
     }
     PollOne(entry);
-    if (end_comm_loop_.Requested()) return std::nullopt;
+    if (Ending()) return std::nullopt;
   }
   return entries.back().CallTime();
 }

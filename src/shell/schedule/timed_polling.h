@@ -41,6 +41,9 @@ class TimedPolling {
   // Runs passes until the stop signal is requested or there is nothing to call. On leaving the
   // stop signal is cleared, ready for the next run.
   TimedPollingResult Run();
+  // The cycle also ends when idle_end is requested, but only while it waits: a call in progress
+  // goes on to its end (the settings are read again, then the cycle starts anew).
+  void SetIdleEnd(core::StopSignal* idle_end) { idle_end_ = idle_end; }
 
   // One pass's entries, sorted: one per selected row with a call time, each called at the base
   // date plus its dial time, or a day later when that lies before the base time.
@@ -54,6 +57,9 @@ class TimedPolling {
   // Calls each entry at its time. Returns the last call time, or nothing when stopped.
   std::optional<core::DateTime> RunPass(const std::vector<ClockEntry>& entries);
   void PollOne(const ClockEntry& entry);
+  // Waits until the time; false when the stop signal or the idle end came first.
+  bool WaitUntil(const core::DateTime& time);
+  bool Ending() const;
 
   PollRowSource& poll_list_;
   OutboundPoller& poller_;
@@ -62,6 +68,7 @@ class TimedPolling {
   core::StopSignal& end_comm_loop_;
   std::optional<core::DateTime> auto_end_;
   ClockLine line_;
+  core::StopSignal* idle_end_ = nullptr;
 };
 
 }  // namespace clockcomm::shell

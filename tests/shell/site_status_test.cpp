@@ -1,0 +1,96 @@
+#include "shell/site_status.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "records/intake/call_state.h"
+#include "test_support/run_clockcomm.h"
+#include "test_support/temp_dir.h"
+
+namespace clockcomm::shell {
+namespace {
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+core::DateTime At(int d, int hh, int nn = 0) {
+  return *core::DateTime::FromParts(2009, 10, d, hh, nn, 0);
+}
+
+// A site on 2009-10-21 at noon: DOCK (a company's clock) called in this morning, GATE's poll
+// failed, YARD was last reached two days ago although it is called every day, STRAY is only in
+// the event log, and a call file waits for its transfer.
+class SiteStatusTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char* command :
+         {"init", "company add Acme --clock DOCK --dir acme",
+          "poll-list add GATE --dial-time 06:00", "poll-list add YARD --dial-time 07:00",
+          "poll-list add SPARE --dial-time 08:00 --not-selected"}) {
+      ASSERT_EQ(test::RunClockcomm(dir_.path(), command).exit_code, 0) << command;
+    }
+    config_ = MyStatic::Load(dir_.path());
+    auto log = EventLog::Open(config_->Paths().EventLogDatabase());
+    log->Write(At(19, 7), "YARD", 4, "End of call", "");
+    log->Write(At(20, 9), "", 0, "System error", "disk full");
+    log->Write(At(21, 6, 1), "GATE", 2, "Outbound Call Failed", "no answer");
+    log->Write(At(21, 8), "dock", 1, "Start of call", "Upload type F");
+    log->Write(At(21, 8, 1), "DOCK", 1, "End of call", "2 punches");
+    log->Write(At(21, 9), "STRAY", 9, "Open Comm", "");
+    const auto call_file = config_->Paths().DataDirectory() / "10210001.TCD";
+    std::ofstream(call_file) << "1,12,,,,,I,091021,0800\r\n";
+    records::WriteCallState(call_file, {.state = records::CallState::kPending});
+  }
+  test::TempDir dir_;
+  std::unique_ptr<MyStatic> config_;
+  core::ManualClock clock_{At(21, 12)};
+};
+
+TEST_F(SiteStatusTest, EachTerminalsLastContactAndWhatNeedsAttention) {
+  const SiteStatus status = GatherSiteStatus(*config_, clock_, ServiceState{});
+  std::vector<std::string> terminals;
+  for (const TerminalStatus& t : status.terminals) {
+    terminals.push_back(t.name + " " + t.known_as + " " +
+                        (t.last_contact ? t.last_contact->ToString() : "-") + " " + t.last_event +
+                        (t.last_failed ? " failed" : "") + (t.overdue ? " overdue" : ""));
+  }
+  EXPECT_THAT(
+      terminals,
+      ElementsAre("DOCK clock of Acme 2009-10-21 08:01:00 End of call: 2 punches",
+                  "GATE poll list 2009-10-21 06:01:00 Outbound Call Failed: no answer failed",
+                  "YARD poll list 2009-10-19 07:00:00 End of call overdue", "SPARE poll list - ",
+                  "STRAY event log 2009-10-21 09:00:00 Open Comm"));
+  ASSERT_EQ(status.punches.size(), 1u);
+  EXPECT_EQ(status.punches[0].today, 0);
+  ASSERT_EQ(status.errors.size(), 2u);
+  EXPECT_EQ(status.errors[0].event_type, "Outbound Call Failed") << "newest first";
+  EXPECT_EQ(status.errors[1].description, "disk full");
+  EXPECT_THAT(status.attention,
+              ElementsAre("GATE: Outbound Call Failed: no answer",
+                          "YARD was due at 07:00 and not reached since 2009-10-19 07:00:00",
+                          "1 call file(s) wait for their transfer (clockcomm pending)"));
+
+  const std::string text = FormatStatusText(status);
+  EXPECT_THAT(text, HasSubstr("Service:   unknown"));
+  EXPECT_THAT(text, HasSubstr("  YARD (poll list, called at 07:00): last contact 2009-10-19 "
+                              "07:00:00, End of call  [overdue]\n"));
+  EXPECT_THAT(text, HasSubstr("Needs attention:\n  - GATE"));
+  const std::string json = FormatStatusJson(status);
+  EXPECT_THAT(json, HasSubstr("\"service\": null"));
+  EXPECT_THAT(json, HasSubstr("{\"name\": \"SPARE\", \"known_as\": \"poll list\", \"call_time\": "
+                              "null, \"last_contact\": null, \"last_event\": null, "
+                              "\"last_failed\": false, \"overdue\": false}"));
+  EXPECT_THAT(json, HasSubstr("\"punches_today\": {\"Acme\": 0}"));
+}
+
+// A service that is not active needs attention; its status text goes into JSON escaped, as UTF-8.
+TEST_F(SiteStatusTest, AStoppedServiceNeedsAttention) {
+  const SiteStatus status =
+      GatherSiteStatus(*config_, clock_, ServiceState{true, "failed", "failed", "\"no\"\t\x80"});
+  EXPECT_EQ(status.attention.front(), "the service is failed");
+  EXPECT_THAT(FormatStatusJson(status), HasSubstr("\"status\": \"\\\"no\\\"\\t\u20ac\"}"));
+}
+
+}  // namespace
+}  // namespace clockcomm::shell
