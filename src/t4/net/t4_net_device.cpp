@@ -105,9 +105,14 @@ bool T4NetDevice::Connect_Net(const std::string& ip, int port) {
     session_.reset();
     return false;
   } catch (const core::TimeoutException& e) {
+    // Silence to CONNECT on both transports: maybe not a terminal of this protocol at all.
+    const std::string why = e.what();
+    const bool unanswered =
+        why.find("CONNECT") != std::string::npos || why.find("nobody listens") != std::string::npos;
     Fail(kNeedsReconnect,
-         std::string(e.what()) +
-             "; a terminal that answers neither TCP nor UDP here may speak another protocol");
+         why + (unanswered ? "; a terminal that answers neither TCP nor UDP here may speak "
+                             "another protocol"
+                           : ""));
     session_.reset();
     return false;
   } catch (const std::exception& e) {
