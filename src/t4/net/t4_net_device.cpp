@@ -159,11 +159,16 @@ void T4NetDevice::Disconnect() {
 
 bool T4NetDevice::IsTFTMachine(int) { return string_ids_; }
 
-std::string T4NetDevice::ReadTable(std::string_view prepare, bool legacy_fallback) {
+void T4NetDevice::FreeBuffer() {
   try {
-    session_->Request(cmd::kFreeData);  // a stale buffer left by an earlier client
+    session_->Request(cmd::kFreeData);
   } catch (const T4ReplyError&) {
+    // No buffer to free: nothing was left.
   }
+}
+
+std::string T4NetDevice::ReadTable(std::string_view prepare, bool legacy_fallback) {
+  FreeBuffer();  // a stale buffer left by an earlier client
   T4Packet first;
   try {
     first = session_->Request(cmd::kPrepareBuffer, prepare);
@@ -187,10 +192,7 @@ std::string T4NetDevice::ReadTable(std::string_view prepare, bool legacy_fallbac
     PutU32(request, length);
     dataset += session_->RequestData(cmd::kReadBuffer, request, length);
   }
-  try {
-    session_->Request(cmd::kFreeData);
-  } catch (const T4ReplyError&) {
-  }
+  FreeBuffer();
   if (dataset.size() >= 4 && GetU32(dataset, 0) + 4 != total) {
     throw T4DataError(fmt::format("the terminal announced {} bytes and its data says {}", total,
                                   GetU32(dataset, 0) + 4));

@@ -84,6 +84,7 @@ class T4NetDevice : public IT4Device {
   std::optional<std::string> ReadOption(const std::string& name);
   void Probe();
   std::string ReadTable(std::string_view prepare, bool legacy_fallback);
+  void FreeBuffer();  // FREE_DATA; a terminal holding no buffer may refuse it
   std::vector<struct T4UserRecord> ReadUserTable();
   // The next record the readers hand out, skipping (and logging) those whose time is impossible.
   const T4Record* NextRecord();
