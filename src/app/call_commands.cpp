@@ -10,6 +10,7 @@
 #include "app/families.h"
 #include "app/service_manager.h"
 #include "app/signal_watcher.h"
+#include "app/site_run.h"
 #include "app/t4_site.h"
 #include "core/errors.h"
 #include "core/heartbeat.h"
@@ -30,16 +31,12 @@ bool IsT4Line(const CallSession& session) {
 
 struct HostOptions {
   std::string port;
+  std::string listen;
   bool once = false;
   bool scheduled = false;
 };
 
-shell::ClockLine LineOf(const CallSession& session) {
-  const auto& comm = session.Config().Comm();
-  return shell::ClockLine{comm.connection_type, comm.terminal_type, comm.comm_port};
-}
-
-// Terminals on a network are polled; nothing calls in on a LAN line.
+// Terminals of a type that never calls in are only polled.
 void RequireHostableLine(const CallSession& session) {
   const auto type = session.Config().Comm().terminal_type;
   const auto* family = terminal::FindFamily(Families(), type);
@@ -51,57 +48,57 @@ void RequireHostableLine(const CallSession& session) {
         "host with a type that calls in and give the ATS locations their type with `poll-list "
         "add --terminal-type` (polled at their call times with `host --scheduled`).");
   }
-  if (session.Config().Comm().connection_type == comm::ConnectionType::kLan) {
-    throw core::InvalidOperationException(
-        "Host mode waits for terminals to call in on a serial line or a modem; terminals on a LAN "
-        "(connection type 3) are polled: use `clockcomm poll` or `poll --timed`.");
-  }
 }
 
-// Host mode; with a schedule, the poll list's call times are polled on the same line meanwhile.
-bool Host(CallSession& session, shell::LineRunner& runner, bool once, bool scheduled) {
-  RequireHostableLine(session);
-  // The scheduler reads the poll list through a connection of its own.
-  auto product_db = db::Open(session.Paths().ClockwynDatabase());
-  db::CreateProductSchema(*product_db);  // an older poll list gains its new columns
-  shell::PollList poll_list(*product_db);
-  shell::HostPollSchedule schedule(poll_list, session.Clock(), LineOf(session));
-  session.Services().schedule = scheduled ? &schedule : nullptr;
-  const bool ok = runner.Host(once);
-  session.Services().schedule = nullptr;
-  return ok;
+// The lines of the site: the settings' line and [Lines]; --port and --listen override.
+shell::SiteLines SiteLinesOf(const CallSession& session, const std::string& port,
+                             const std::string& listen = "") {
+  std::optional<comm::EndPoint> listen_at;
+  if (!listen.empty()) listen_at = comm::ParseEndPoint(listen, true);
+  return shell::ReadSiteLines(session.Config().InstallInformation(), session.Config().Comm(), port,
+                              listen_at);
 }
 
 void RunHost(const GlobalOptions& options, const HostOptions& host) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
   if (IsT4Line(session)) {
-    if (!host.port.empty() || host.once) {
+    if (!host.port.empty() || !host.listen.empty() || host.once) {
       throw core::ArgumentException(
-          "Terminal type 2 (Fingerprint) hosts the T4 clock list: no --port, no --once.", "port");
+          "Terminal type 2 (Fingerprint) hosts the T4 clock list: no --port, no --listen, no "
+          "--once.",
+          "port");
     }
     SignalWatcher signals([&] { session.Controller().PressEnd(); });
     T4Site(session, session.Config().Comm().connection_type)
         .Host(session.Controller().EndCommLoop());
     return;
   }
-  auto runner = session.MakeRunner(session.LoopSettings(host.port));
+  RequireHostableLine(session);
+  SiteRun site(session, SiteLinesOf(session, host.port, host.listen));
   SignalWatcher signals([&] { session.Controller().PressEnd(); });
-  if (!Host(session, *runner, host.once, host.scheduled)) throw CLI::RuntimeError(1);
+  if (!site.Host(host.once, host.scheduled)) throw CLI::RuntimeError(1);
 }
 
-// The timed polling cycle over the poll list, until the stop signal or the auto-end time.
-void TimedPoll(CallSession& session, shell::LineRunner& runner,
-               std::optional<core::DateTime> auto_end, core::StopSignal* idle_end = nullptr) {
+// The timed polling cycle over the poll list on the settings' line, until the stop signal or the
+// auto-end time; the site's other lines host meanwhile.
+void TimedPoll(CallSession& session, SiteRun& site, std::optional<core::DateTime> auto_end,
+               core::StopSignal* idle_end = nullptr) {
   auto product_db = db::Open(session.Paths().ClockwynDatabase());
   db::CreateProductSchema(*product_db);  // an older poll list gains its new columns
   shell::PollList poll_list(*product_db);
   EchoingLog log(session.Logs(), session.Screen());
-  shell::TimedPolling cycle(poll_list, runner, log, session.Clock(),
-                            session.Controller().EndCommLoop(), auto_end, LineOf(session));
+  const auto& comm = session.Config().Comm();
+  shell::TimedPolling cycle(poll_list, site.Poller(), log, session.Clock(),
+                            session.Controller().EndCommLoop(), auto_end,
+                            {comm.connection_type, comm.terminal_type, comm.comm_port});
   cycle.SetIdleEnd(idle_end);
-  const auto result = cycle.Run();
-  runner.End();
+  shell::TimedPollingResult result{};
+  site.WithOtherLinesHosting([&] {
+    result = cycle.Run();
+    site.EndPolls();
+    return true;
+  });
   if (result == shell::TimedPollingResult::kNoEntries || session.Controller().RunFailed()) {
     throw CLI::RuntimeError(1);
   }
@@ -157,22 +154,28 @@ void RunPoll(const GlobalOptions& options, const PollOptions& poll) {
   core::SystemClock clock;
   CallSession session(RequireHome(options), std::cout, clock);
   if (IsT4Line(session)) return PollT4(session, poll);
-  auto runner = session.MakeRunner(session.LoopSettings(poll.port));
   if (poll.timed) {
     if (!poll.locations.empty()) {
       throw core::ArgumentException("--timed polls the whole poll list; name no locations.",
                                     "locations");
     }
+    SiteRun site(session, SiteLinesOf(session, poll.port));
     SignalWatcher signals([&] { session.Controller().PressEnd(); });
-    TimedPoll(session, *runner, std::nullopt);
+    TimedPoll(session, site, std::nullopt);
     return;
   }
   const auto locations = SelectLocations(session, poll.locations);
   if (locations.empty()) {
     throw core::InvalidOperationException("No location is selected to dial in PollT.");
   }
+  // A one-off poll uses the settings' line only.
+  shell::SiteLines lines = SiteLinesOf(session, poll.port);
+  const bool lan = session.Config().Comm().connection_type == comm::ConnectionType::kLan;
+  lines.serial.resize(lan ? 0 : 1);
+  lines.lan_listener = lan;
+  SiteRun site(session, std::move(lines));
   SignalWatcher signals([&] { session.Controller().PressEnd(); });
-  if (!runner->PollLocations(locations)) throw CLI::RuntimeError(1);
+  if (!site.PollLocations(locations)) throw CLI::RuntimeError(1);
 }
 
 void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
@@ -293,12 +296,12 @@ void RunAuto(const GlobalOptions& options, const std::string& port) {
     if (!first) session.Logs().Event("Settings read again", home.string());
     // A T4 line keeps the T4 clock list connected between the begin and end times, either mode.
     std::unique_ptr<T4Site> t4_site;
-    std::unique_ptr<shell::LineRunner> runner;
+    std::unique_ptr<SiteRun> site;
     if (IsT4Line(session)) {
       t4_site = std::make_unique<T4Site>(session, session.Config().Comm().connection_type);
     } else {
-      runner = session.MakeRunner(session.LoopSettings(port));
-      runner->SetIdleEnd(&reload);
+      site = std::make_unique<SiteRun>(session, SiteLinesOf(session, port));
+      site->SetIdleEnd(&reload);
     }
     const auto& comm = session.Config().Comm();
     const shell::AutoStartMode mode = shell::AutoStartModeFromSetting(comm.auto_start_mode);
@@ -330,13 +333,14 @@ void RunAuto(const GlobalOptions& options, const std::string& port) {
     auto_start.Run([&](const shell::AutoStartRun& run) {
       if (shutdown || reload.Requested()) return;
       if (t4_site) return t4_site->Host(session.Controller().EndCommLoop(), run.end_deadline);
-      runner->SetAutoStart(run.mode, run.end_time);
+      site->SetAutoStart(run.mode, run.end_time);
       if (run.mode == shell::AutoStartMode::kPoll) {
-        TimedPoll(session, *runner, run.end_deadline, &reload);
+        TimedPoll(session, *site, run.end_deadline, &reload);
         return;
       }
       // The host stops by itself at the end time its mode line shows.
-      if (!Host(session, *runner, false, true) && session.Controller().RunFailed()) {
+      RequireHostableLine(session);
+      if (!site->Host(false, true) && session.Controller().RunFailed()) {
         throw CLI::RuntimeError(1);
       }
     });
@@ -351,6 +355,9 @@ void RegisterCallCommands(CLI::App& app, const GlobalOptions& options) {
   CLI::App* host_cmd =
       app.add_subcommand("host", "Host mode: wait for terminals to call in (End: Ctrl-C)");
   host_cmd->add_option("--port", host->port, "Serial device to use instead of the COM port");
+  host_cmd->add_option("--listen", host->listen,
+                       "Also serve terminals on the network: listen on HOST:PORT (default: [Lines] "
+                       "LAN, or 0.0.0.0:3001 when the connection type is LAN)");
   host_cmd->add_flag("--once", host->once,
                      "Leave after the first call (exit status 0 when it succeeded)");
   host_cmd->add_flag("--scheduled", host->scheduled,

@@ -23,13 +23,6 @@ std::optional<std::string> UnservedLine(terminal::TerminalType terminal_type,
   if (terminal::FindFamily(Families(), terminal_type) == nullptr) {
     return terminal::UnservedTypeMessage(terminal_type);
   }
-  if (connection_type == comm::ConnectionType::kLan &&
-      !terminal::FindFamily(Families(), terminal_type)->polls_over_lan) {
-    return "Connection type 3 (LAN) is not served for terminal type " +
-           std::to_string(static_cast<int>(terminal_type)) + " (" +
-           std::string(terminal::TerminalTypeName(terminal_type)) +
-           ") yet; set connection_type to 1 (Modem) or 2 (Serial).";
-  }
   return std::nullopt;
 }
 

@@ -35,7 +35,7 @@ std::unique_ptr<TerminalLine> MakeTerminalLine(ConnectionType type, LineOptions 
     case ConnectionType::kSerial:
       return std::make_unique<DirectLine>(std::move(options));
     case ConnectionType::kLan:
-      return std::make_unique<NetworkLine>();
+      return std::make_unique<NetworkLine>(options.lan_delay);
   }
   throw core::ArgumentException("Unknown connection type.", "type");
 }

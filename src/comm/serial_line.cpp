@@ -1,15 +1,16 @@
 #include "comm/serial_line.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -175,7 +176,10 @@ void SerialLine::Lock(const std::optional<fs::path>& lock_file) {
 // half way leaves at most that file of its own, never a lock file without a PID, which would
 // refuse the port to every later start until someone removed it.
 void SerialLine::TakeLockFile(const fs::path& file) {
-  const fs::path own = file.parent_path() / ("LTMP." + std::to_string(::getpid()));
+  // Numbered within the process too: several lines of one process take their ports at once.
+  static std::atomic<int> taken{0};
+  const fs::path own = file.parent_path() / ("LTMP." + std::to_string(::getpid()) + "." +
+                                             std::to_string(taken.fetch_add(1)));
   {
     const std::string text = LockFileText(::getpid());
     int fd = ::open(own.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);

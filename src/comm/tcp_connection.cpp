@@ -104,7 +104,8 @@ TcpListener::TcpListener(const std::string& address, uint16_t port) {
   if (fd_ < 0) throw core::SystemError::FromErrno(errno, "socket");
   int one = 1;
   ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-  if (::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0 || ::listen(fd_, 8) < 0) {
+  if (::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0 ||
+      ::listen(fd_, SOMAXCONN) < 0) {
     int error = errno;
     ::close(fd_);
     fd_ = -1;

@@ -1,5 +1,6 @@
 // TCP connections on the loopback or a terminal's address: connecting out, and a listener that
-// accepts one connection at a time. Both wait without spinning and wake on a stop signal.
+// accepts connections (a burst of terminals calling at once waits in its backlog). Both wait
+// without spinning and wake on a stop signal.
 #pragma once
 
 #include <chrono>

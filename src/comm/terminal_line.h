@@ -40,6 +40,8 @@ struct LineOptions {
   std::string port_settings;  // "9600,N,8,1"
   std::chrono::milliseconds response_wait{3000};
   std::string modem_init;  // the site's init string (auto-answer on)
+  // A network line leaves this gap between two of the program's sends (the LAN delay).
+  std::chrono::microseconds lan_delay{0};
 };
 
 class TerminalLine {

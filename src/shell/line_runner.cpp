@@ -24,6 +24,28 @@ LineSettings LineSettings::From(const CommSettings& comm, std::string device) {
   s.second_pause = std::chrono::seconds(std::max(0, comm.second_pause));
   s.modem_init = comm.modem_init.empty() ? kDefaultModemInit : comm.modem_init;
   s.end_time = comm.end_time.empty() ? "NONE" : comm.end_time;
+  s.lan_delay = std::chrono::microseconds(
+      static_cast<int64_t>(std::clamp(comm.lan_delay_ms, 0.0, 60'000.0) * 1000));
+  return s;
+}
+
+records::IntakePaths IntakePathsOf(const MyPaths& paths) {
+  return {paths.DataDirectory(), paths.ProgramDirectory(), paths.CompanyRegistryDatabase()};
+}
+
+terminal::DriverSettings DriverSettingsFor(const LineSettings& settings,
+                                           const terminal::TerminalFamily& family,
+                                           const LineServices& services) {
+  terminal::DriverSettings s;
+  const bool settings_type =
+      std::ranges::find(family.types, settings.terminal_type) != family.types.end();
+  s.terminal_type = settings_type ? settings.terminal_type : family.types.front();
+  s.modem = settings.Modem();
+  s.lan = settings.Lan();
+  s.response_wait = settings.response_wait;
+  s.packet_timeout = settings.packet_timeout;
+  s.overrides = services.overrides;
+  s.log_directory = services.paths.DebugLogDirectory();
   return s;
 }
 
@@ -32,16 +54,12 @@ LineRunner::LineRunner(LineSettings settings, std::span<const terminal::Terminal
     : settings_(std::move(settings)),
       controller_(controller),
       services_(services),
-      line_(comm::MakeTerminalLine(
-          settings_.connection_type,
-          {settings_.device, "", settings_.response_wait, settings_.modem_init},
-          controller.Clock())),
-      intake_({services.paths.DataDirectory(), services.paths.ProgramDirectory(),
-               services.paths.CompanyRegistryDatabase()},
-              *services.companies, controller, controller.Clock()),
-      recovery_({services.paths.DataDirectory(), services.paths.ProgramDirectory(),
-                 services.paths.CompanyRegistryDatabase()},
-                *services.companies, controller, controller.Clock()),
+      line_(comm::MakeTerminalLine(settings_.connection_type,
+                                   {settings_.device, "", settings_.response_wait,
+                                    settings_.modem_init, settings_.lan_delay},
+                                   controller.Clock())),
+      intake_(IntakePathsOf(services.paths), *services.companies, controller, controller.Clock()),
+      recovery_(IntakePathsOf(services.paths), *services.companies, controller, controller.Clock()),
       data_(*services.companies, controller),
       families_(families) {
   const terminal::TerminalFamily* family = terminal::FindFamily(families_, settings_.terminal_type);
@@ -55,17 +73,8 @@ LineRunner::LineRunner(LineSettings settings, std::span<const terminal::Terminal
 terminal::TerminalDriver& LineRunner::DriverFor(const terminal::TerminalFamily& family) {
   auto& driver = drivers_[&family];
   if (!driver) {
-    terminal::DriverSettings s;
-    const bool settings_type =
-        std::ranges::find(family.types, settings_.terminal_type) != family.types.end();
-    s.terminal_type = settings_type ? settings_.terminal_type : family.types.front();
-    s.modem = settings_.Modem();
-    s.lan = settings_.Lan();
-    s.response_wait = settings_.response_wait;
-    s.packet_timeout = settings_.packet_timeout;
-    s.overrides = services_.overrides;
-    s.log_directory = services_.paths.DebugLogDirectory();
-    driver = family.make_driver({s, *line_, controller_, intake_, data_});
+    driver = family.make_driver(
+        {DriverSettingsFor(settings_, family, services_), *line_, controller_, intake_, data_});
   }
   return *driver;
 }
@@ -207,8 +216,6 @@ void LineRunner::EndCallAfterError() {
 // Host mode
 
 bool LineRunner::Host(bool once) {
-  controller_.EndCommLoop().Reset();
-  controller_.CallEnded().Reset();
   if (!OpenLine()) return false;
   if (!settings_.Modem()) controller_.Status("Waiting for next event, press End to Quit.");
   // The mode line shows "End at hh:mm": the host stops then, as the End button would.

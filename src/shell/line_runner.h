@@ -40,6 +40,8 @@ struct LineSettings {
   std::string end_time = "NONE";  // the auto-end time as configured
   // Silence allowed between two packets of a call before it is given up.
   std::chrono::milliseconds packet_timeout{10000};
+  // The gap a network line leaves between two of the program's sends.
+  std::chrono::microseconds lan_delay{0};
 
   bool Modem() const { return connection_type == comm::ConnectionType::kModem; }
   bool Lan() const { return connection_type == comm::ConnectionType::kLan; }
@@ -55,6 +57,13 @@ struct LineServices {
   HostPollSchedule* schedule = nullptr;  // scheduled polling while hosting; may be null
 };
 
+// Where a line's call intake and recovery sweep find their folders.
+records::IntakePaths IntakePathsOf(const MyPaths& paths);
+// The settings a family's driver gets on a line with these settings.
+terminal::DriverSettings DriverSettingsFor(const LineSettings& settings,
+                                           const terminal::TerminalFamily& family,
+                                           const LineServices& services);
+
 class LineRunner : public OutboundPoller {
  public:
   // How often a host waiting for calls runs the recovery sweep.
@@ -68,7 +77,8 @@ class LineRunner : public OutboundPoller {
              terminal::CallController& controller, LineServices& services);
   ~LineRunner() override;
 
-  // Host mode until End (or, with once, until the first call has ended). True when the port
+  // Host mode until End (or, with once, until the first call has ended); an End already
+  // requested ends it at once (the caller clears it before a new run). True when the port
   // could be opened, the run did not end on an error, and, with once, that call succeeded.
   bool Host(bool once = false);
   // Outbound mode over the given locations (the port is opened and closed around them). True

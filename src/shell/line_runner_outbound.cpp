@@ -53,12 +53,7 @@ bool LineRunner::PollLocation(const PollRow& location, int attempt) {
   const terminal::TerminalType type = location.terminal_type.value_or(settings_.terminal_type);
   const terminal::TerminalFamily* family = terminal::FindFamily(families_, type);
   std::string refusal;
-  if (family == nullptr) {
-    refusal = terminal::UnservedTypeMessage(type);
-  } else if (settings_.Lan() && !family->polls_over_lan) {
-    refusal = "Terminal type " + std::to_string(static_cast<int>(type)) +
-              " is not polled over a LAN yet.";
-  }
+  if (family == nullptr) refusal = terminal::UnservedTypeMessage(type);
   if (!refusal.empty()) {
     controller_.Show("{0} {1}: {2}", {location.location_name, refusal});
     controller_.Event("Poll Failed", location.location_name + ": " + refusal);

@@ -58,8 +58,14 @@ void CallController::Show(std::string_view format,
 }
 
 void CallController::Screen(std::string_view line) {
-  screen_.Line(line);
-  log_.Screen(line);
+  if (line_name_.empty()) {
+    screen_.Line(line);
+    log_.Screen(line);
+    return;
+  }
+  const std::string named = "[" + line_name_ + "] " + std::string(line);
+  screen_.Line(named);
+  log_.Screen(named);
 }
 
 }  // namespace clockcomm::terminal

@@ -89,6 +89,8 @@ class CallController : public core::LogSink {
   void Flush() override { log_.Flush(); }
 
   core::Clock& Clock() { return clock_; }
+  // Where several lines share one screen, each line's screen lines start with "[name] ".
+  void SetLineName(std::string name) { line_name_ = std::move(name); }
 
  private:
   core::Clock& clock_;
@@ -99,6 +101,7 @@ class CallController : public core::LogSink {
   std::atomic<bool> run_failed_{false};
   mutable std::mutex snapshot_mutex_;
   CallSnapshot snapshot_;
+  std::string line_name_;
 };
 
 }  // namespace clockcomm::terminal

@@ -18,8 +18,6 @@ struct TerminalFamily {
   std::string_view name;
   std::vector<TerminalType> types;
   std::function<std::unique_ptr<TerminalDriver>(DriverContext)> make_driver;
-  // Whether its driver polls terminals reached over the network (connection type 3, LAN).
-  bool polls_over_lan = false;
   // Whether its terminals call in (host mode); some makes are only ever polled.
   bool takes_calls = true;
 };

@@ -1,5 +1,5 @@
 // The call commands of the built binary: host against a simulated terminal on a pty, the poll
-// list, the T4 host, and the refusals of poll --timed, auto and a LAN connection.
+// list, the T4 host, and the refusals of poll --timed, auto and a LAN address not of this machine.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -124,10 +124,13 @@ TEST_F(CallCommandsTest, RefusalsNameWhatIsMissing) {
   EXPECT_NE(r.exit_code, 0);
   EXPECT_NE(r.err.find("never calls in"), std::string::npos) << r.err;
 
+  // A LAN listener address that is not this machine's.
   ASSERT_EQ(Run("settings set terminal_type=1 connection_type=LAN").exit_code, 0);
-  r = Run("host --once");
+  r = Run("host --once --listen 192.0.2.1:3001");
   EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.err.find("LAN"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("cannot listen for LAN terminals on 192.0.2.1:3001"), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("address"), std::string::npos) << r.err;
 
   ASSERT_EQ(Run("settings set connection_type=Serial").exit_code, 0);
   r = Run("host --once --port /dev/clockcomm-no-such-port");

@@ -24,7 +24,6 @@ terminal::TerminalFamily ATSFamily() {
           [](terminal::DriverContext context) {
             return std::make_unique<ATSDriver>(std::move(context), ReadPunch);
           },
-          /*polls_over_lan=*/true,
           /*takes_calls=*/false};
 }
 
