@@ -1,6 +1,5 @@
 // The program's side of network call-ins for the simulator tests: a listener on 127.0.0.1 that
-// takes each connection on a thread of its own and holds the direct-line conversation over it
-// (the scripted host of test_host.h), as the program's LAN listener will.
+// holds the direct-line conversation (test_host.h) over each connection on a thread of its own.
 #pragma once
 
 #include <condition_variable>
@@ -11,18 +10,15 @@
 
 #include "comm/network_line.h"
 #include "comm/tcp_connection.h"
-#include "core/stop_signal.h"
 #include "test_host.h"
 
 namespace clockcomm::sim::test {
 
 class TcpCallInHost {
  public:
-  enum class Answer {
-    kEot,     // takes the upload, sends EOT and waits for the terminal to hang up
-    kHangUp,  // takes the upload and closes without EOT
-    kSilent,  // never answers the call-in ENQ
-  };
+  // kEot: takes the upload, sends EOT, waits for the hang-up. kHangUp: closes without EOT.
+  // kSilent: never answers the call-in ENQ.
+  enum class Answer { kEot, kHangUp, kSilent };
   struct Call {
     HostCall upload;
     bool terminal_hung_up = false;  // the terminal closed the connection after the EOT
@@ -37,51 +33,42 @@ class TcpCallInHost {
   }
 
   comm::EndPoint Address() const { return {"127.0.0.1", listener_.Port()}; }
-  std::vector<Call> Calls() const {
-    std::lock_guard lock(mutex_);
-    return calls_;
-  }
-  // Blocks until count calls were recorded or the wait passes; true when they were.
-  bool WaitForCalls(size_t count, std::chrono::milliseconds wait) const {
+  // The calls recorded once count of them were (or the wait passed).
+  std::vector<Call> WaitForCalls(size_t count, std::chrono::milliseconds wait) const {
     std::unique_lock lock(mutex_);
-    return recorded_.wait_for(lock, wait, [&] { return calls_.size() >= count; });
-  }
-  int Connections() const {
-    std::lock_guard lock(mutex_);
-    return static_cast<int>(servers_.size());
+    recorded_.wait_for(lock, wait, [&] { return calls_.size() >= count; });
+    return calls_;
   }
 
  private:
   void AcceptAll() {
-    while (auto connection = listener_.Accept(comm::kNoDeadline, {&stop_})) {
-      std::shared_ptr<comm::TcpConnection> line = std::move(connection);
+    while (std::shared_ptr<comm::TcpConnection> line =
+               listener_.Accept(comm::kNoDeadline, {&stop_})) {
       std::lock_guard lock(mutex_);
       servers_.emplace_back([this, line] {
         try {
           Serve(*line);
-        } catch (const std::exception&) {
-          // The terminal went away half way: nothing to record.
+        } catch (const std::exception&) {  // the terminal went away half way
         }
       });
     }
   }
 
   void Serve(comm::TcpConnection& line) {
-    ScriptedHost host(line, /*framed=*/false, /*timeout_ms=*/3000);
+    ScriptedHost host(line, /*framed=*/false);
     if (host.ReadLine() != std::string(1, ProtocolChar::kEnq)) return;
     if (answer_ == Answer::kSilent) {
-      line.WaitForInput(comm::kNoDeadline, {&stop_});  // until the terminal gives up or stop
+      line.WaitForInput(comm::kNoDeadline, {&stop_});  // until the terminal gives up
       return;
     }
     host.Enq();
     Call call{host.ReceiveUpload()};
     if (answer_ == Answer::kEot && call.upload.ended) {
       host.Eot();
-      // The terminal hangs up once it has the EOT; nothing else may come first.
       const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-      try {
-        while (line.WaitForInput(deadline, {&stop_}) == comm::WaitResult::kReadable) {
-          if (!line.Read().empty()) break;
+      try {  // nothing but the hang-up may follow
+        while (line.WaitForInput(deadline, {&stop_}) == comm::WaitResult::kReadable &&
+               line.Read().empty()) {
         }
       } catch (const comm::ConnectionClosedError&) {
         call.terminal_hung_up = true;
