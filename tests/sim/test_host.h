@@ -35,6 +35,7 @@ struct HostCall {
   std::string header;             // the last header, without block check
   std::vector<std::string> data;  // punch lines accepted, without block check
   bool end_of_upload = false;     // "00" FS ENQ, rather than "00" FS EOT or silence
+  bool ended = false;             // an end packet came, rather than silence
 };
 
 class ScriptedHost {
@@ -69,7 +70,8 @@ class ScriptedHost {
       bool timed_out = false;
       const std::string packet = ReadLine(&timed_out);
       call.end_of_upload = packet == end + ProtocolChar::kEnq;
-      if (timed_out || call.end_of_upload || packet == end + ProtocolChar::kEot) return call;
+      call.ended = call.end_of_upload || packet == end + ProtocolChar::kEot;
+      if (timed_out || call.ended) return call;
       if (!CheckOk(packet)) {
         Nak();
         continue;
