@@ -67,6 +67,7 @@ TEST(NetworkLine, ReachesAnAddressPerCallAndReportsWhatFailed) {
   for (const char* bad : {"", "10.0.0.7", ":3001", "h:0", "h:65536", "h:30x", "h:"}) {
     EXPECT_THROW(ParseEndPoint(bad), core::ArgumentException) << bad;
   }
+  EXPECT_EQ(ParseEndPoint("0.0.0.0:0", /*any_port=*/true).port, 0);  // listen on a free port
 
   TcpListener listener("127.0.0.1", 0);
   NetworkLine line;
@@ -80,7 +81,7 @@ TEST(NetworkLine, ReachesAnAddressPerCallAndReportsWhatFailed) {
   line.EndCall();  // the terminal sees the call end
   ASSERT_EQ(terminal->WaitForInput(In(2s), {}), WaitResult::kReadable);
   EXPECT_THROW(terminal->Read(), ConnectionClosedError);
-  EXPECT_THROW(line.Connection(), ConnectionClosedError);
+  EXPECT_THROW(line.Connection().Read(), ConnectionClosedError);
 
   const LineEvent bad = line.Reach("nowhere", {});
   EXPECT_EQ(bad.kind, LineEvent::Kind::kFailed);
@@ -90,6 +91,39 @@ TEST(NetworkLine, ReachesAnAddressPerCallAndReportsWhatFailed) {
   const LineEvent refused = line.Reach("127.0.0.1:" + std::to_string(closed_port), {});
   EXPECT_EQ(refused.kind, LineEvent::Kind::kFailed);
   EXPECT_NE(refused.text.find("refused"), std::string::npos) << refused.text;
+}
+
+// The LAN delay spaces the program's sends on both kinds of network line; a terminal that connected
+// is a direct line whose hang-up ends it.
+TEST(NetworkLine, LanDelaySpacesSendsAndAConnectedTerminalIsADirectLine) {
+  constexpr auto kGap = 40ms;
+  TcpListener listener("127.0.0.1", 0);
+  NetworkLine polling(kGap);
+  polling.Open();
+  ASSERT_EQ(polling.Reach("127.0.0.1:" + std::to_string(listener.Port()), {}).kind,
+            LineEvent::Kind::kConnected);
+  auto accepted = listener.Accept(In(2s));
+  ASSERT_NE(accepted, nullptr);
+  LanCallLine hosting(std::move(accepted), kGap);
+  for (TerminalLine* line : std::initializer_list<TerminalLine*>{&polling, &hosting}) {
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 3; ++i) line->Connection().WriteText("\x06");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 2 * kGap) << line->Describe();
+  }
+  EXPECT_EQ(ReadAtLeast(polling.Connection(), 3), "\x06\x06\x06");
+  EXPECT_EQ(ReadAtLeast(hosting.Connection(), 3), "\x06\x06\x06");
+
+  polling.Connection().WriteText("\x05\r\n");
+  LineEvent call = hosting.WaitForCall(In(2s), {});
+  EXPECT_EQ(call.kind, LineEvent::Kind::kInput);
+  EXPECT_EQ(call.data, "\x05\r\n");
+  EXPECT_EQ(hosting.WaitForCall(In(50ms), {}).kind, LineEvent::Kind::kNothing);
+  polling.EndCall();
+  EXPECT_THROW(
+      {
+        for (int i = 0; i < 2; ++i) hosting.WaitForCall(In(2s), {});
+      },
+      ConnectionClosedError);
 }
 
 // Silence moving the virtual clock to the deadline and not past data, and a push waking a reader,
