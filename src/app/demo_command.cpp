@@ -9,6 +9,7 @@
 
 #include "app/call_session.h"
 #include "app/commands.h"
+#include "app/families.h"
 #include "app/t4_site.h"
 #include "comm/pty_pair.h"
 #include "comm/tcp_connection.h"
@@ -18,11 +19,13 @@
 #include "records/employee_table.h"
 #include "records/parameter_override.h"
 #include "records/validation_codes.h"
+#include "shell/lan/lan_host.h"
 #include "shell/program_folder.h"
 #include "shell/schedule/poll_list.h"
 #include "sim/ats_terminal.h"
 #include "sim/hayes_modem.h"
 #include "sim/t4_terminal_sim.h"
+#include "sim/zon_swarm.h"
 #include "sim/zon_terminal.h"
 #include "t4/host/t4_clock_list.h"
 #include "t4/net/t4_time_code.h"
@@ -117,6 +120,27 @@ bool HostedCall(CallSession& session, const core::Date& today) {
   std::cout << "Terminal 101: " << sim::ToString(terminal.LastOutcome()) << ", "
             << terminal.PendingPunches().size() << " punch(es) still in the terminal\n";
   return ok;
+}
+
+// One call of a Zon/Tranz terminal on the network: it connects to the LAN listener and holds the
+// direct line's conversation. Returns the punches it delivered (none when the call failed).
+int NetworkCall(CallSession& session, const core::Date& today) {
+  std::cout << "\n== Host mode on the network: terminal 103 calls the LAN listener ==\n";
+  auto settings = session.LoopSettings("");
+  settings.connection_type = comm::ConnectionType::kLan;
+  shell::LanSettings lan;
+  lan.listen = {"127.0.0.1", 0};
+  shell::LanHost host(settings, lan, Families(), session.Controller(), session.Services(),
+                      session.Logs(), session.Screen());
+  if (!host.Listen()) return 0;
+  const auto punches = TodaysPunches(today, 201, {12, 13});
+  sim::ZonTerminal terminal(Terminal(103, ""), punches);
+  std::thread caller([&] { sim::CallInOverTcp(terminal, {"127.0.0.1", host.Port()}, nullptr); });
+  const bool ok = host.Host(true);
+  caller.join();
+  std::cout << "Terminal 103: " << sim::ToString(terminal.LastOutcome()) << ", "
+            << terminal.PendingPunches().size() << " punch(es) still in the terminal\n";
+  return ok ? static_cast<int>(punches.size()) : 0;
 }
 
 // One outbound poll through a modem: the loop dials the poll list's location.
@@ -225,15 +249,16 @@ int64_t Rows(CallSession& session) {
 // rows_from_calls: the rows before the T4 host ran, one per punch of the calls. A T4 punch makes
 // one row, or two where it ends one period and begins the next (a lunch out, a switch).
 void PrintSummary(CallSession& session, const fs::path& home, int64_t rows_from_calls,
-                  int64_t t4_punches) {
+                  int64_t t4_punches, int network_punches) {
   const auto& paths = session.Paths();
   auto company = db::Open(paths.CompanyDatabase(kCompanyDirectory));
   const int64_t rows = company->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
   const auto snapshot = session.Controller().Snapshot();
   std::cout << "\n== Summary ==\n"
-            << "Calls: " << snapshot.calls << " (" << snapshot.good_calls << " succeeded)\n"
-            << "Punches received: " << snapshot.punches << " in calls, " << t4_punches
-            << " from T4 terminals\n"
+            << "Calls: " << snapshot.calls << " (" << snapshot.good_calls
+            << " succeeded), and one over the network\n"
+            << "Punches received: " << snapshot.punches + network_punches << " in calls, "
+            << t4_punches << " from T4 terminals\n"
             << "Rows in [Clock Data Table]: " << rows << "\n";
   auto sample = company->Query(
       "SELECT [Card ID], [Punch Type], Department, JobNumber, [Date In], [Time In], [Date Out], "
@@ -251,7 +276,8 @@ void PrintSummary(CallSession& session, const fs::path& home, int64_t rows_from_
             << home.string() << " log show --from " << session.Clock().Now().GetDate().ToString()
             << " --to " << session.Clock().Now().GetDate().ToString() << ")\n"
             << "Text logs: " << paths.DebugLogDirectory().string() << "\n";
-  if (rows_from_calls != snapshot.punches || rows < rows_from_calls + t4_punches) {
+  if (rows_from_calls != snapshot.punches + network_punches ||
+      rows < rows_from_calls + t4_punches) {
     throw CLI::RuntimeError(1);
   }
 }
@@ -277,12 +303,15 @@ void RunDemo(const GlobalOptions& options) {
             << ": company \"Demo Company\" (clock DEMODATA), 3 employees, 1 poll-list location\n";
 
   const bool hosted = HostedCall(session, today);
+  const int network_punches = NetworkCall(session, today);
   const bool polled = PolledCall(session, today);
   const bool ats_polled = AtsPoll(session, today);
   const int64_t rows_from_calls = Rows(session);
   const int64_t t4_punches = T4Terminals(session, today);
-  PrintSummary(session, home, rows_from_calls, t4_punches);
-  if (!hosted || !polled || !ats_polled || t4_punches != 5) throw CLI::RuntimeError(1);
+  PrintSummary(session, home, rows_from_calls, t4_punches, network_punches);
+  if (!hosted || network_punches == 0 || !polled || !ats_polled || t4_punches != 5) {
+    throw CLI::RuntimeError(1);
+  }
 }
 
 }  // namespace
@@ -291,7 +320,8 @@ void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options) {
   CLI::App* demo = app.add_subcommand(
       "demo",
       "Run the main job on simulated terminals: a demo folder (default ./demo-home), one hosted "
-      "call on a direct line, one poll through a modem, one ATS poll over TCP and the T4 host "
+      "call on a direct line, one over the network, one poll through a modem, one ATS poll over "
+      "TCP and the T4 host "
       "over two network terminals, punches into the company database");
   demo->callback([&options] { RunDemo(options); });
 }
