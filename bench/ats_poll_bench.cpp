@@ -2,7 +2,6 @@
 // status enquiry to the unlock, with the transfer into the company database, beside the floor of
 // its conversation on this machine; and the CPU a poll uses while its terminal has gone silent.
 #include <benchmark/benchmark.h>
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -85,8 +84,8 @@ void BM_ATSPoll1000Punches(benchmark::State& state) {
     // Each poll of another terminal address: its punches are new badges, not a batch sent again.
     sim::ATSTerminalConfig config;
     config.address = address++;
-    auto batch = sim::GenerateATSPunches(config.series, punches, site.clock.Now().GetDate(),
-                                         config.address);
+    auto batch =
+        sim::GenerateATSPunches(config.series, punches, site.clock.Now().GetDate(), config.address);
     for (auto& punch : batch) punch.BadgeId += config.address * 10'000;
     sim::ATSTerminal terminal(config, batch);
     auto pty = comm::PtyPair::Open();

@@ -18,9 +18,11 @@
 #include <thread>
 
 #include "bench_limit.h"
+#include "bench_process.h"
 #include "bench_site.h"
 #include "comm/pty_pair.h"
 #include "comm/tcp_connection.h"
+#include "records/intake/intake_recovery.h"
 #include "sim/tcp_call_host.h"
 #include "sim/zon_swarm.h"
 
@@ -67,25 +69,6 @@ void BM_LimitSwarmOnANullHost(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_LimitSwarmOnANullHost)->Iterations(1)->UseRealTime()->Unit(benchmark::kSecond);
-
-double StatusValue(pid_t pid, const std::string& field) {
-  std::ifstream in("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(in, line);) {
-    if (line.starts_with(field + ":")) return std::stod(line.substr(field.size() + 1));
-  }
-  return 0;
-}
-
-double CpuSeconds(pid_t pid) {
-  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  std::istringstream fields(text.substr(text.rfind(')') + 2));
-  std::string skip;
-  for (int i = 0; i < 11; ++i) fields >> skip;  // state .. cmajflt
-  double utime = 0, stime = 0;
-  fields >> utime >> stime;
-  return (utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
 
 uint16_t FreePort() { return comm::TcpListener("127.0.0.1", 0).Port(); }
 
@@ -185,10 +168,10 @@ void BM_LanHostSwarm(benchmark::State& state) {
     double peak_threads = 0;
     std::thread sampler([&] {
       for (; sampling; std::this_thread::sleep_for(20ms)) {
-        peak_threads = std::max(peak_threads, StatusValue(child, "Threads"));
+        peak_threads = std::max(peak_threads, bench::StatusValue(child, "Threads"));
       }
     });
-    const double cpu_before = CpuSeconds(child);
+    const double cpu_before = bench::CpuSeconds(child);
     const auto start = std::chrono::steady_clock::now();
     const auto result = sim::ZonSwarm(Swarm(port, within)).Run();
     const auto last_eot = std::chrono::steady_clock::now();
@@ -201,15 +184,22 @@ void BM_LanHostSwarm(benchmark::State& state) {
       rows = site.SwarmRows();
     }
     const auto all_in = std::chrono::steady_clock::now();
-    const double cpu = CpuSeconds(child) - cpu_before;
+    const double cpu = bench::CpuSeconds(child) - cpu_before;
     sampling = false;
     sampler.join();
     state.counters["peak_threads"] = peak_threads;
-    state.counters["peak_rss_mb"] = StatusValue(child, "VmHWM") / 1024;
+    state.counters["peak_rss_mb"] = bench::StatusValue(child, "VmHWM") / 1024;
     state.counters["cpu_cores"] = cpu / std::chrono::duration<double>(all_in - start).count();
     state.counters["cpu_ms_per_call"] = cpu * 1000 / kTerminals;
     state.counters["rows"] = static_cast<double>(rows.first);
     state.counters["distinct_rows"] = static_cast<double>(rows.second);
+    // A transfer that gave up on a database busy with another line's would leave its file
+    // waiting for the recovery sweep.
+    state.counters["files_waiting"] =
+        static_cast<double>(records::IntakeRecovery(shell::IntakePathsOf(*site.paths),
+                                                    *site.companies, *site.controller, site.clock)
+                                .Waiting()
+                                .size());
     state.counters["rows_in_after_last_eot_ms"] =
         std::chrono::duration<double, std::milli>(all_in - last_eot).count();
     Stop(child);
@@ -244,11 +234,11 @@ void BM_HostIdleWithLanAndTwoSerialLines(benchmark::State& state) {
       return;
     }
     std::this_thread::sleep_for(1s);  // start-up done
-    const double cpu_before = CpuSeconds(child);
+    const double cpu_before = bench::CpuSeconds(child);
     std::this_thread::sleep_for(30s);
-    state.counters["cpu_cores"] = (CpuSeconds(child) - cpu_before) / 30;
-    state.counters["threads"] = StatusValue(child, "Threads");
-    state.counters["rss_mb"] = StatusValue(child, "VmRSS") / 1024;
+    state.counters["cpu_cores"] = (bench::CpuSeconds(child) - cpu_before) / 30;
+    state.counters["threads"] = bench::StatusValue(child, "Threads");
+    state.counters["rss_mb"] = bench::StatusValue(child, "VmRSS") / 1024;
     Stop(child);
   }
 }

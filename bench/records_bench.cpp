@@ -7,7 +7,6 @@
 #include <stdlib.h>
 
 #include <chrono>
-
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -16,8 +15,8 @@
 #include "bench_limit.h"
 #include "core/clock.h"
 #include "core/log_sink.h"
-#include "db/schema.h"
 #include "db/open.h"
+#include "db/schema.h"
 #include "records/clock_file_transfer.h"
 #include "records/company_factory.h"
 #include "records/tcd_file_reader.h"
@@ -110,8 +109,8 @@ void BM_ParseTcdLine(benchmark::State& state) {
     benchmark::DoNotOptimize(records::TcdRecordStatic::Parse(lines[i++ % lines.size()]));
   }
   const auto elapsed = std::chrono::steady_clock::now() - start;
-  parse_limit[state.range(0)].Report(
-      state, Rate(state, elapsed, static_cast<double>(state.iterations())));
+  parse_limit[state.range(0)].Report(state,
+                                     Rate(state, elapsed, static_cast<double>(state.iterations())));
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
 }
 BENCHMARK(BM_ParseTcdLine)->Arg(0)->Arg(1)->ArgName("quoted");
@@ -230,14 +229,12 @@ void BM_TransferFile(benchmark::State& state) {
     dirs.push_back(std::make_unique<BenchDir>());
     const BenchDir& dir = *dirs.back();
     {
-      auto registry =
-          db::Open(dir.path() / "COMPANY3.db", db::OpenMode::kCreate);
+      auto registry = db::Open(dir.path() / "COMPANY3.db", db::OpenMode::kCreate);
       db::CreateCompanyRegistrySchema(*registry);
       registry->Execute(
           "INSERT INTO Company ([Company], [Clock Name], [Directory]) VALUES ('A', 'C', 'a')");
       fs::create_directory(dir.path() / "a");
-      auto company_db = db::Open(dir.path() / "a" / "Company.db",
-                                                 db::OpenMode::kCreate);
+      auto company_db = db::Open(dir.path() / "a" / "Company.db", db::OpenMode::kCreate);
       db::CreateCompanySchema(*company_db);
     }
     WriteFile(dir.path() / "t.TCD", n);
@@ -253,7 +250,8 @@ void BM_TransferFile(benchmark::State& state) {
     if (result.inserted != n) state.SkipWithError("rows missing");
   }
   insert_limit.Report(
-      state, Rate(state, elapsed, static_cast<double>(state.iterations()) * static_cast<double>(n)));
+      state,
+      Rate(state, elapsed, static_cast<double>(state.iterations()) * static_cast<double>(n)));
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * n);
 }
 BENCHMARK(BM_TransferFile)

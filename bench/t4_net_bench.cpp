@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "bench_limit.h"
+#include "bench_process.h"
 #include "bench_site.h"
 #include "comm/tcp_connection.h"
 #include "db/schema.h"
@@ -187,27 +188,6 @@ void BM_T4EventToRow(benchmark::State& state) {
 }
 BENCHMARK(BM_T4EventToRow)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-// Kilobytes of /proc/PID/status's field ("VmRSS", "VmHWM").
-double StatusKb(pid_t pid, const std::string& field) {
-  std::ifstream in("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(in, line);) {
-    if (line.starts_with(field + ":")) return std::stod(line.substr(field.size() + 1));
-  }
-  return 0;
-}
-
-// User and system CPU seconds of a process.
-double CpuSeconds(pid_t pid) {
-  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  std::istringstream fields(text.substr(text.rfind(')') + 2));
-  std::string skip;
-  for (int i = 0; i < 11; ++i) fields >> skip;  // state .. cmajflt
-  double utime = 0, stime = 0;
-  fields >> utime >> stime;
-  return (utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
-
 void BM_T4HostIdle100(benchmark::State& state) {
   constexpr int kTerminals = 100;
   bench::Site site;
@@ -242,12 +222,12 @@ void BM_T4HostIdle100(benchmark::State& state) {
       std::this_thread::sleep_for(100ms);
     }
     if (!all_registered()) state.SkipWithError("not every terminal was connected within 60 s");
-    const double cpu_before = CpuSeconds(child);
+    const double cpu_before = bench::CpuSeconds(child);
     std::this_thread::sleep_for(60s);  // the host idles: what it does meanwhile is the figure
-    const double cpu = CpuSeconds(child) - cpu_before;
+    const double cpu = bench::CpuSeconds(child) - cpu_before;
     state.counters["cpu_cores"] = cpu / 60.0;
-    state.counters["rss_mb"] = StatusKb(child, "VmRSS") / 1024;
-    state.counters["peak_rss_mb"] = StatusKb(child, "VmHWM") / 1024;
+    state.counters["rss_mb"] = bench::StatusValue(child, "VmRSS") / 1024;
+    state.counters["peak_rss_mb"] = bench::StatusValue(child, "VmHWM") / 1024;
     kill(child, SIGTERM);
     int status = 0;
     waitpid(child, &status, 0);
