@@ -193,16 +193,16 @@ void BM_LanHostSwarm(benchmark::State& state) {
     state.counters["cpu_ms_per_call"] = cpu * 1000 / kTerminals;
     state.counters["rows"] = static_cast<double>(rows.first);
     state.counters["distinct_rows"] = static_cast<double>(rows.second);
-    // A transfer that gave up on a database busy with another line's would leave its file
-    // waiting for the recovery sweep.
+    state.counters["rows_in_after_last_eot_ms"] =
+        std::chrono::duration<double, std::milli>(all_in - last_eot).count();
+    Stop(child);
+    // A transfer that gave up on a database busy with another line's leaves its file waiting
+    // for the recovery sweep.
     state.counters["files_waiting"] =
         static_cast<double>(records::IntakeRecovery(shell::IntakePathsOf(*site.paths),
                                                     *site.companies, *site.controller, site.clock)
                                 .Waiting()
                                 .size());
-    state.counters["rows_in_after_last_eot_ms"] =
-        std::chrono::duration<double, std::milli>(all_in - last_eot).count();
-    Stop(child);
     Report(state, result);
     if (within.count() == 0) null_host_limit.Report(state, result.calls_per_second);
     if (rows.first != expected || rows.second != expected) {
