@@ -123,15 +123,17 @@ TEST_F(LanSiteTest, ANetworkTerminalCallsTheListenerAndIsPolledAtItsAddress) {
   EXPECT_NE(refused.out.find("Call failed"), std::string::npos) << refused.out;
 }
 
-// Two serial lines and the LAN listener in one process: a silent network terminal holds up no
-// one, the three calls overlap and all go in; End during calls in progress ends the program at
-// once, and the terminals that were cut off deliver everything once on their next call.
+// Two serial lines and the LAN listener in one process, and a third serial line that cannot be
+// opened: the failed line and a silent network terminal hold up no one, the three calls overlap and
+// all go in; End during calls in progress ends the program at once, and the terminals that were cut
+// off deliver everything once on their next call.
 TEST_F(LanSiteTest, SerialLinesAndTheListenerServeOverlappingCallsAndEndStopsThemAll) {
   auto com1 = comm::PtyPair::Open();
   auto com2 = comm::PtyPair::Open();
+  // COM3's device does not exist: that line fails, the others are served.
   AppendToRegistry(
-      fmt::format("\n[Ports]\nCOM1={}\nCOM2={}\n\n[Lines]\nCOM2=Serial\n"
-                  "LAN=127.0.0.1:0\n",
+      fmt::format("\n[Ports]\nCOM1={}\nCOM2={}\nCOM3=/dev/clockcomm-no-such-port\n\n[Lines]\n"
+                  "COM2=Serial\nCOM3=Serial\nLAN=127.0.0.1:0\n",
                   com1.SlavePath(), com2.SlavePath()));
   auto line1 = com1.TakeMaster();
   auto line2 = com2.TakeMaster();
@@ -151,7 +153,7 @@ TEST_F(LanSiteTest, SerialLinesAndTheListenerServeOverlappingCallsAndEndStopsThe
   EXPECT_EQ(call3.get(), sim::CallOutcome::kCompleted);
   EXPECT_TRUE(WaitForRows(program, 15)) << program.Tail();
   EXPECT_EQ(Rows(), (RowCounts{15, 15}));
-  for (const char* line : {"[COM1]", "[COM2]", "[LAN 127.0.0.1:"}) {
+  for (const char* line : {"[COM1]", "[COM2]", "[LAN 127.0.0.1:", "[COM3] Invalid Com Port"}) {
     EXPECT_TRUE(program.Find(line)) << line << "\n" << program.Tail(60);
   }
 
@@ -171,7 +173,8 @@ TEST_F(LanSiteTest, SerialLinesAndTheListenerServeOverlappingCallsAndEndStopsThe
   ASSERT_TRUE(program.Drain(Steady::now() + 20s)) << program.Tail();
   const int status = program.Wait();
   EXPECT_LT(Steady::now() - end_pressed, 3s) << "End waits for no call's time-out";
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status << program.Tail(60);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1)
+      << "COM3 failed: " << status << program.Tail(60);
   EXPECT_EQ(Rows(), (RowCounts{15, 15})) << "no cut-off call went in";
 
   // Their next calls deliver every punch, once.

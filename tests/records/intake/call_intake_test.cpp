@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <set>
+#include <thread>
 
 #include "core/durable_file.h"
 #include "records/intake/call_file.h"
@@ -72,6 +74,19 @@ TEST(CallFile, FirstFreeNumberOfTheDayAndTheExtensionByUploadType) {
   EXPECT_TRUE(std::filesystem::exists(*file));  // claimed, so a second line cannot take it
   EXPECT_EQ(ClaimCallFile(dir.path(), day, "F")->filename(), "02010011.TCD");
   EXPECT_EQ(ClaimCallFile(dir.path(), day, "W")->filename(), "02010001.WHO");
+
+  // Lines claiming at the same moment never share a name.
+  std::vector<std::filesystem::path> claimed[8];
+  std::vector<std::thread> lines;
+  for (auto& mine : claimed) {
+    lines.emplace_back([&] {
+      for (int i = 0; i < 50; ++i) mine.push_back(*ClaimCallFile(dir.path(), day, "F"));
+    });
+  }
+  for (auto& line : lines) line.join();
+  std::set<std::filesystem::path> names;
+  for (const auto& mine : claimed) names.insert(mine.begin(), mine.end());
+  EXPECT_EQ(names.size(), 8u * 50);
 }
 
 // A default job holding a comma, a quote or a line break reaches the row whole (the break as a
@@ -207,8 +222,7 @@ TEST_F(IntakeTest, PunchesSyncedDuringTheCallAreDeliveredByTheCallOrByTheSweep) 
       file = intake.File();
       for (int i = 1; i <= 3; ++i) {
         char line[64];
-        std::snprintf(line, sizeof line, "7,%d,%d,,,,,I,091020,08%02d,,,,1", i, dies ? 20 : 10,
-                      i);
+        std::snprintf(line, sizeof line, "7,%d,%d,,,,,I,091020,08%02d,,,,1", i, dies ? 20 : 10, i);
         intake.Add(TcdRecordStatic::Parse(line));
         ASSERT_TRUE(intake.SyncReceived());
         EXPECT_TRUE(std::filesystem::exists(StateMarker(file, CallState::kPending)));
