@@ -97,7 +97,6 @@ void TimedPoll(CallSession& session, SiteRun& site, std::optional<core::DateTime
   site.WithOtherLinesHosting([&] {
     result = cycle.Run();
     site.EndPolls();
-    return true;
   });
   if (result == shell::TimedPollingResult::kNoEntries || session.Controller().RunFailed()) {
     throw CLI::RuntimeError(1);

@@ -148,7 +148,7 @@ bool SiteRun::Host(bool once, bool scheduled) {
   return all_ok && !session_.Controller().RunFailed();
 }
 
-bool SiteRun::WithOtherLinesHosting(const std::function<bool()>& job) {
+void SiteRun::WithOtherLinesHosting(const std::function<void()>& job) {
   StartRun();
   std::vector<std::thread> threads;
   for (size_t i = 1; i < lines_run_.size(); ++i) {
@@ -162,9 +162,8 @@ bool SiteRun::WithOtherLinesHosting(const std::function<bool()>& job) {
       }
     });
   }
-  bool ok = false;
   try {
-    ok = job();
+    job();
   } catch (...) {
     EndOthers();
     for (auto& thread : threads) thread.join();
@@ -172,7 +171,6 @@ bool SiteRun::WithOtherLinesHosting(const std::function<bool()>& job) {
   }
   EndOthers();
   for (auto& thread : threads) thread.join();
-  return ok;
 }
 
 shell::OutboundPoller& SiteRun::Poller() {

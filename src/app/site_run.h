@@ -29,8 +29,8 @@ class SiteRun {
   // locations at their call times.
   bool Host(bool once, bool scheduled);
   // Runs job (timed polling on the settings' line, through Poller()) while the other lines
-  // host; they end when it does. Returns job's result.
-  bool WithOtherLinesHosting(const std::function<bool()>& job);
+  // host; they end when it does.
+  void WithOtherLinesHosting(const std::function<void()>& job);
   // The settings' line as an outbound poller: its line runner, or on the LAN a poller that calls
   // several locations at once.
   shell::OutboundPoller& Poller();
