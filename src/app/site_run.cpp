@@ -104,6 +104,17 @@ void SiteRun::SetAutoStart(shell::AutoStartMode mode, const std::string& end_tim
 }
 
 bool SiteRun::HostLine(Line& line, bool once, bool scheduled) {
+  try {
+    return HostLineUnguarded(line, once, scheduled);
+  } catch (const std::exception& e) {
+    // A failure on one line never stops another.
+    line.controller->Event("Error", std::string("Line ended: ") + e.what());
+    std::cerr << "clockcomm: a line ended: " << e.what() << "\n";
+    return false;
+  }
+}
+
+bool SiteRun::HostLineUnguarded(Line& line, bool once, bool scheduled) {
   if (!scheduled) return line.lan ? line.lan->Host(once) : line.runner->Host(once);
   // The scheduler reads the poll list through a connection of its own.
   auto product_db = db::Open(session_.Paths().ClockwynDatabase());
@@ -127,14 +138,7 @@ bool SiteRun::Host(bool once, bool scheduled) {
   for (size_t i = 0; i < lines_run_.size(); ++i) {
     threads.emplace_back([&, i] {
       Line& line = *lines_run_[i];
-      bool ok = false;
-      try {
-        ok = HostLine(line, once, scheduled && i == 0);
-      } catch (const std::exception& e) {
-        // A failure on one line never stops another.
-        line.controller->Event("Error", std::string("Line ended: ") + e.what());
-        std::cerr << "clockcomm: a line ended: " << e.what() << "\n";
-      }
+      const bool ok = HostLine(line, once, scheduled && i == 0);
       std::lock_guard lock(mutex);
       if (!ok) all_ok = false;
       if (once && line.Calls() > 0 && !first_call) {
@@ -152,15 +156,7 @@ void SiteRun::WithOtherLinesHosting(const std::function<void()>& job) {
   StartRun();
   std::vector<std::thread> threads;
   for (size_t i = 1; i < lines_run_.size(); ++i) {
-    threads.emplace_back([this, i] {
-      Line& line = *lines_run_[i];
-      try {
-        HostLine(line, false, false);
-      } catch (const std::exception& e) {
-        line.controller->Event("Error", std::string("Line ended: ") + e.what());
-        std::cerr << "clockcomm: a line ended: " << e.what() << "\n";
-      }
-    });
+    threads.emplace_back([this, i] { HostLine(*lines_run_[i], false, false); });
   }
   try {
     job();

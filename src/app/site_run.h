@@ -45,7 +45,9 @@ class SiteRun {
 
  private:
   struct Line;
+  // Host mode on one line; a failure is logged and reported, never thrown to the other lines.
   bool HostLine(Line& line, bool once, bool scheduled);
+  bool HostLineUnguarded(Line& line, bool once, bool scheduled);
   // Clears every line's End before a run.
   void StartRun();
   // End on every line but the settings' one.

@@ -1,5 +1,6 @@
 #include "shell/lan/lan_host.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include "core/errors.h"
@@ -166,6 +167,10 @@ void LanHost::ReapEnded() {
   }
 }
 
+bool LanHost::AnyEnded() const {
+  return std::ranges::any_of(active_, [](const Active& a) { return a.ended; });
+}
+
 void LanHost::WaitForFreeSlot() {
   std::unique_lock lock(mutex_);
   if (static_cast<int>(active_.size()) < lan_.calls_at_once) return;
@@ -173,13 +178,7 @@ void LanHost::WaitForFreeSlot() {
     std::lock_guard wake_lock(mutex_);
     changed_.notify_all();
   });
-  changed_.wait(lock, [this] {
-    if (controller_.EndCommLoop().Requested()) return true;
-    for (const Active& a : active_) {
-      if (a.ended) return true;
-    }
-    return false;
-  });
+  changed_.wait(lock, [this] { return controller_.EndCommLoop().Requested() || AnyEnded(); });
   lock.unlock();
   controller_.EndCommLoop().RemoveListener(listener);
 }
@@ -204,12 +203,7 @@ void LanHost::Close() {
     {
       std::unique_lock lock(mutex_);
       if (active_.empty()) break;
-      changed_.wait(lock, [this] {
-        for (const Active& a : active_) {
-          if (a.ended) return true;
-        }
-        return false;
-      });
+      changed_.wait(lock, [this] { return AnyEnded(); });
     }
     ReapEnded();
   }

@@ -63,8 +63,10 @@ class LanHost {
  private:
   struct Active;
   void Serve(std::unique_ptr<comm::TcpConnection> connection);
-  // Joins the calls that have ended and counts them. Returns the ended calls' last outcome.
+  // Joins the calls that have ended and counts them.
   void ReapEnded();
+  // Whether a call has ended and waits to be reaped; mutex_ held.
+  bool AnyEnded() const;
   void WaitForFreeSlot();
   void PollDueLocations();
   void Recover();
