@@ -20,7 +20,6 @@
 #include "records/tcd_db_writer.h"
 #include "records/tcd_file_reader.h"
 #include "records/tcd_record_override_service.h"
-#include "records/transfer_ledger.h"
 
 namespace clockcomm::records {
 namespace {
@@ -162,25 +161,20 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
   RejectFile rejects(RejectPath(file));
   try {
     db = db::Open(db_path);
-    TransferLedger ledger(*db);
     PunchKeys keys(*db);
     PunchKeys::Hasher key_of(company.ClockName());
-    const core::Date today = clock_.Now().GetDate();
-    keys.Expire(today);
     if (options.again) {
-      keys.ForgetDeletedRows();
-      result.forgotten = static_cast<int>(ledger.ForgetDeletedRows(file_name));
-      log_.Event("Transfer again",
-                 "Operator asked to transfer " + file.string() + " again: forgot " +
-                     std::to_string(result.forgotten) +
-                     " ledger entries whose rows were deleted from [Clock Data Table]");
+      result.forgotten = static_cast<int>(keys.ForgetDeletedRows());
+      log_.Event("Transfer again", "Operator asked to transfer " + file.string() +
+                                       " again: forgot " + std::to_string(result.forgotten) +
+                                       " punch keys whose rows were deleted from [Clock Data "
+                                       "Table]");
     }
-    ledger.LoadFile(file_name);
     TcdRecordOverrideService overrides(EmployeeInfoMap::Load(*db), settings);
     TcdFileReader reader(file);
     TcdDbWriter writer(*db);
 
-    // A batch's rows, ledger entries and punch keys are committed together, so a run after a
+    // A batch's rows and punch keys are committed together, so a run after a
     // crash finds each line either fully in or not at all. One batch when transactions are off.
     const int batch_rows = options.use_transactions ? std::max(1, options.batch_rows) : 0;
     std::optional<db::Transaction> batch;
@@ -206,7 +200,7 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
     std::optional<TcdRecord> record;
     while (true) {
       std::string reason;
-      std::string_view key;  // the punch as the terminal sent it, before the transfer's changes
+      PunchKey key;  // the punch as the terminal sent it, before the transfer's changes
       try {
         if (!reader.Read()) break;
         record = *reader.Record();
@@ -229,16 +223,14 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
         rejects.Add(reader.Line());
         continue;
       }
-      const uint64_t hash = TransferLedger::LineHashValue(reader.Line());
-      // Known by its line, or by its content from another file, another line or another call.
-      if (ledger.Contains(reader.LineNumber(), hash) || keys.Contains(key)) {
+      // Known by its content, from this file, another file or another call.
+      if (keys.Contains(key)) {
         ++result.already_present;
         continue;
       }
       if (!batch) batch.emplace(*db);
       writer.WriteRecord(*record);
-      ledger.Add(file_name, reader.LineNumber(), hash, writer.LastRowId());
-      keys.Add(key, writer.LastRowId(), today);
+      keys.Add(key, writer.LastRowId());
       ++result.inserted;
       if (options.break_lunch_matcher &&
           (record->PunchType() == "LI" || record->PunchType() == "BI")) {
@@ -279,7 +271,7 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
   }
 
   if (options.mode_letter != "W") {
-    // A copy: the clock file stays in place, and the ledger keeps a second run from doubling.
+    // A copy: the clock file stays in place, and the punch keys keep a second run from doubling.
     result.archive_file = ArchivePath(file);
     core::CopyFileAtomically(file, result.archive_file);
     log_.Screen(Screen("{0} Data transferred to the archive file."));

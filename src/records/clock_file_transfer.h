@@ -1,6 +1,6 @@
 // Moves the punches of a clock's TCD files into its company's [Clock Data Table]: out-punches
 // into the out columns, the department/job assignment applied, the rows committed in batches each
-// with their ledger entries, bad lines to a reject file, the file archived as ".ARC", and the
+// with their punch keys, bad lines to a reject file, the file archived as ".ARC", and the
 // stamps set. The file is read as a stream: memory stays flat whatever its size.
 #pragma once
 
@@ -38,16 +38,16 @@ struct TransferOptions {
   // Run after a lunch-in or break-in row is written, inside its batch: badge, punch type, out
   // date, out time.
   std::function<void(const TcdRecord&)> break_lunch_matcher;
-  // The operator's "transfer again": first forget the ledger entries of this file whose rows
-  // were deleted from the table, so those lines go in once more; logged as an event.
+  // The operator's "transfer again": first forget the punch keys whose rows were deleted from
+  // the table, so those punches go in once more; logged as an event.
   bool again = false;
 };
 
 struct TransferResult {
   int records_in_file = 0;
   int inserted = 0;                    // rows written by this run
-  int already_present = 0;             // lines the ledger showed as transferred before
-  int forgotten = 0;                   // ledger entries of deleted rows forgotten (again only)
+  int already_present = 0;             // punches whose key showed them in before
+  int forgotten = 0;                   // keys of deleted rows forgotten (again only)
   int rejected = 0;                    // bad lines, kept in the reject file
   std::filesystem::path archive_file;  // empty when not archived
   std::filesystem::path reject_file;   // empty when there were no bad lines

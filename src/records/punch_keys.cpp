@@ -1,5 +1,8 @@
 #include "records/punch_keys.h"
 
+#include <charconv>
+#include <optional>
+
 #include "core/text.h"
 
 namespace clockcomm::records {
@@ -8,67 +11,116 @@ namespace {
 constexpr uint64_t kFnvBasis = 14695981039346656037ull;
 constexpr uint64_t kFnvPrime = 1099511628211ull;
 
-// FNV-1a of the text, then a separator no field holds.
-uint64_t AddField(uint64_t h, std::string_view text) {
+uint64_t Fnv(uint64_t h, std::string_view text) {
   for (unsigned char c : text) {
     h ^= c;
     h *= kFnvPrime;
   }
-  h ^= 0x1F;
+  return h;
+}
+
+// FNV-1a of the text, then a separator no field holds.
+uint64_t AddField(uint64_t h, std::string_view text) {
+  h = Fnv(h, text) ^ 0x1F;
   h *= kFnvPrime;
   return h;
 }
 
+// Without rowid the key is the table: one b-tree, written near its end for new punches.
+constexpr const char* kCreateTable =
+    "CREATE TABLE IF NOT EXISTS [Punch Keys] (Minute INTEGER NOT NULL, Hash INTEGER NOT NULL, "
+    "ClockDataID INTEGER, PRIMARY KEY (Minute, Hash)) WITHOUT ROWID";
+
+// SQLite keeps 64-bit signed integers: the hash is stored with the same bits.
+int64_t Stored(uint64_t hash) { return static_cast<int64_t>(hash); }
+
 }  // namespace
+
+std::string PunchKey::Text() const {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text = std::to_string(minute) + ":0123456789abcdef";
+  uint64_t h = hash;
+  for (size_t i = text.size(); i-- > text.size() - 16; h >>= 4) text[i] = kDigits[h & 0xF];
+  return text;
+}
 
 PunchKeys::Hasher::Hasher(std::string_view clock_name)
     : clock_state_(AddField(kFnvBasis, core::ToUpper(clock_name))) {}
 
-std::string_view PunchKeys::Hasher::Of(const TcdRecord& record) {
+PunchKey PunchKeys::Hasher::Of(const TcdRecord& record) {
   line_.clear();
   record.AppendTcdString(line_, 0);
-  uint64_t h = AddField(clock_state_, line_);
-  static constexpr char kDigits[] = "0123456789abcdef";
-  for (int i = 15; i >= 0; --i, h >>= 4) hex_[i] = kDigits[h & 0xF];
-  return std::string_view(hex_, 16);
+  return {MinuteOf(record.DateIn(), record.TimeIn()), AddField(clock_state_, line_)};
+}
+
+int64_t PunchKeys::MinuteOf(const std::optional<core::Date>& date,
+                            const std::optional<core::TimeOfDay>& time) {
+  if (!date) return 0;
+  return date->DaysSinceEpoch() * 1440 + (time ? time->TotalSeconds() / 60 : 0);
+}
+
+PunchKey PunchKeys::KeyOf(std::string_view clock_name, const TcdRecord& record) {
+  return Hasher(clock_name).Of(record);
+}
+
+PunchKey PunchKeys::KeyOf(const core::DateTime& moment, std::string_view content) {
+  return {MinuteOf(moment.GetDate(), moment.GetTime()), Fnv(kFnvBasis, content)};
 }
 
 PunchKeys::PunchKeys(db::Database& company_db) : db_(company_db) {
-  db_.Execute(
-      "CREATE TABLE IF NOT EXISTS [Punch Keys] ("
-      "PunchKey TEXT PRIMARY KEY, ClockDataID INTEGER, Seen TEXT NOT NULL) WITHOUT ROWID");
-  db_.Execute("CREATE INDEX IF NOT EXISTS [Punch Keys Seen] ON [Punch Keys] (Seen)");
+  if (!db_.Query("SELECT 1 FROM pragma_table_info('Punch Keys') WHERE name = 'PunchKey'").Eof()) {
+    ConvertTextKeys();
+  }
+  db_.Execute(kCreateTable);
 }
 
 PunchKeys::~PunchKeys() = default;
 
-std::string PunchKeys::KeyOf(std::string_view clock_name, const TcdRecord& record) {
-  return std::string(Hasher(clock_name).Of(record));
+// Keys written by earlier versions: 16 hex digits of the same hash, without the minute, which is
+// read back from the key's row (the punch's in date and time, or its out ones for an "O").
+// A key whose row is gone goes with it, as ForgetDeletedRows would.
+void PunchKeys::ConvertTextKeys() {
+  std::optional<db::Transaction> own;
+  if (!db_.InTransaction()) own.emplace(db_);
+  db_.Execute("ALTER TABLE [Punch Keys] RENAME TO [Punch Keys Text]");
+  db_.Execute("DROP INDEX IF EXISTS [Punch Keys Seen]");
+  db_.Execute(kCreateTable);
+  auto add = db_.Prepare(
+      "INSERT OR IGNORE INTO [Punch Keys] (Minute, Hash, ClockDataID) "
+      "VALUES (?, ?, ?)");
+  for (auto rs =
+           db_.Query("SELECT k.PunchKey, k.ClockDataID, COALESCE(c.[Date In], c.[Date Out]) AS D, "
+                     "CASE WHEN c.[Date In] IS NULL THEN c.[Time Out] ELSE c.[Time In] END AS T "
+                     "FROM [Punch Keys Text] k JOIN [Clock Data Table] c ON c.ID = k.ClockDataID");
+       !rs.Eof(); rs.MoveNext()) {
+    const std::string text = rs.Field("PunchKey").AsText();
+    uint64_t hash = 0;
+    const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), hash, 16);
+    if (ec != std::errc() || end != text.data() + text.size()) continue;
+    add->BindInt(1, MinuteOf(rs.Field("D").AsDate(), rs.Field("T").AsTime()));
+    add->BindInt(2, Stored(hash));
+    add->BindInt(3, rs.Field("ClockDataID").AsInt());
+    add->Execute();
+  }
+  db_.Execute("DROP TABLE [Punch Keys Text]");
+  if (own) own->Commit();
 }
 
-bool PunchKeys::Contains(std::string_view key) {
-  if (!find_) find_ = db_.Prepare("SELECT 1 FROM [Punch Keys] WHERE PunchKey = ?");
-  find_->BindText(1, key);
+bool PunchKeys::Contains(const PunchKey& key) {
+  if (!find_) find_ = db_.Prepare("SELECT 1 FROM [Punch Keys] WHERE Minute = ? AND Hash = ?");
+  find_->BindInt(1, key.minute);
+  find_->BindInt(2, Stored(key.hash));
   return find_->HasRow();
 }
 
-void PunchKeys::Add(std::string_view key, int64_t clock_data_id, const core::Date& seen) {
+void PunchKeys::Add(const PunchKey& key, int64_t clock_data_id) {
   if (!add_) {
-    add_ = db_.Prepare("INSERT INTO [Punch Keys] (PunchKey, ClockDataID, Seen) VALUES (?, ?, ?)");
+    add_ = db_.Prepare("INSERT INTO [Punch Keys] (Minute, Hash, ClockDataID) VALUES (?, ?, ?)");
   }
-  if (seen_ != seen) {
-    seen_ = seen;
-    core::FormatIsoDate(seen, seen_text_);
-  }
-  add_->BindText(1, key);
-  add_->BindInt(2, clock_data_id);
-  add_->BindText(3, std::string_view(seen_text_, 10));
+  add_->BindInt(1, key.minute);
+  add_->BindInt(2, Stored(key.hash));
+  add_->BindInt(3, clock_data_id);
   add_->Execute();
-}
-
-int64_t PunchKeys::Expire(const core::Date& today) {
-  return db_.Execute("DELETE FROM [Punch Keys] WHERE Seen < ?",
-                     {today.AddDays(-kKeepDays).Format("yyyy-mm-dd")});
 }
 
 int64_t PunchKeys::ForgetDeletedRows() {

@@ -1,9 +1,10 @@
 // The identity of a punch, kept in the company database beside its row: a re-sent batch, a
-// re-sent packet or a recovered call file brings the same punches again, and each goes in once.
-// A punch is known by its clock (name and number) and its whole content: sequence number, badge,
-// department, job, type, dates, times, amount and class. Two punches that agree in all of these
-// (the same badge punching the same type twice in one minute on a terminal that numbers nothing)
-// cannot be told apart from one punch sent twice, and go in once.
+// re-sent packet, a recovered call file or a file transferred twice brings the same punches
+// again, and each goes in once. A punch is known by its clock (name and number) and its whole
+// content: sequence number, badge, department, job, type, dates, times, amount and class. Two
+// punches that agree in all of these (the same badge punching the same type twice in one minute
+// on a terminal that numbers nothing) cannot be told apart from one punch sent twice, and go in
+// once. Keys are kept as long as the rows: a file transferred years later still goes in once.
 #pragma once
 
 #include <cstdint>
@@ -17,45 +18,52 @@
 
 namespace clockcomm::records {
 
+// The minute of the punch leads the key, so a day's punches are stored side by side: a batch of
+// new keys lands on the table's last pages instead of all over it.
+struct PunchKey {
+  int64_t minute = 0;  // minutes since 1970-01-01 00:00 of the punch's date and time; 0: no date
+  uint64_t hash = 0;   // 64-bit FNV-1a of the clock and the whole record
+
+  // A text form, for tables that name a punch by its key.
+  std::string Text() const;
+  friend bool operator==(const PunchKey&, const PunchKey&) = default;
+};
+
 class PunchKeys {
  public:
-  // How long a key is kept: far longer than a terminal keeps a batch it could not deliver.
-  static constexpr int kKeepDays = 400;
-
   // The keys of one clock's punches, with the clock's part hashed once.
   class Hasher {
    public:
     explicit Hasher(std::string_view clock_name);
-    // The key of a punch; the view stays valid until the next call.
-    std::string_view Of(const TcdRecord& record);
+    PunchKey Of(const TcdRecord& record);
 
    private:
     uint64_t clock_state_;
     std::string line_;
-    char hex_[16];
   };
 
-  // Creates the table when missing.
+  // Creates the table when missing, and turns keys of the earlier text form into this one.
   explicit PunchKeys(db::Database& company_db);
   ~PunchKeys();
 
-  // The key of a punch of the clock, as 16 hex digits of a 64-bit FNV-1a hash.
-  static std::string KeyOf(std::string_view clock_name, const TcdRecord& record);
+  static PunchKey KeyOf(std::string_view clock_name, const TcdRecord& record);
+  // The key of a punch that is not a TCD record (a terminal's own report of it).
+  static PunchKey KeyOf(const core::DateTime& moment, std::string_view content);
+  static int64_t MinuteOf(const std::optional<core::Date>& date,
+                          const std::optional<core::TimeOfDay>& time);
 
-  bool Contains(std::string_view key);
+  bool Contains(const PunchKey& key);
   // Records a stored punch; call inside the transaction that wrote its row.
-  void Add(std::string_view key, int64_t clock_data_id, const core::Date& seen);
-  // Forgets keys older than kKeepDays before today.
-  int64_t Expire(const core::Date& today);
+  void Add(const PunchKey& key, int64_t clock_data_id);
   // Forgets the keys whose row an administrator deleted, so that punch may go in again.
   int64_t ForgetDeletedRows();
 
  private:
+  void ConvertTextKeys();
+
   db::Database& db_;
   std::unique_ptr<db::Statement> find_;
   std::unique_ptr<db::Statement> add_;
-  std::optional<core::Date> seen_;
-  char seen_text_[16] = {};
 };
 
 }  // namespace clockcomm::records

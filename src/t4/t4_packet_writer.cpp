@@ -16,7 +16,6 @@
 #include "records/punch_keys.h"
 #include "records/tcd_archive.h"
 #include "records/tcd_db_writer.h"
-#include "records/transfer_ledger.h"
 
 namespace clockcomm::t4 {
 namespace {
@@ -70,8 +69,9 @@ T4PacketWriter::T4PacketWriter(records::CompanyFactory& companies, const PunchTy
       log_(log),
       clock_(clock) {}
 
-std::string T4PacketWriter::PunchKey(const T4Punch& punch) {
-  return records::TransferLedger::LineHash(
+records::PunchKey T4PacketWriter::PunchKey(const T4Punch& punch) {
+  return records::PunchKeys::KeyOf(
+      punch.timestamp,
       fmt::format("T4|{}|{}|{}|{}|{}|{}", core::ToUpper(punch.clock_name), punch.device_number,
                   punch.badge_id, punch.timestamp.ToString(), punch.in_out, punch.work_code));
 }
@@ -146,9 +146,7 @@ T4PacketWriter::Counts T4PacketWriter::WriteChunk(std::span<const T4Punch> punch
       }
       written.push_back(std::move(pending));
     }
-    const core::Date today = clock_.Now().GetDate();
-    keys.Expire(today);
-    records::DatabaseWriter::StampCompanyDatabase(company_db, today);
+    records::DatabaseWriter::StampCompanyDatabase(company_db, clock_.Now().GetDate());
     transaction.Commit();
   }
   WriteLines(directory, company_db, written, false);
@@ -182,7 +180,7 @@ T4PacketWriter::Pending T4PacketWriter::BuildRecords(
     first.SetTimeout(time);
   }
   Pending pending;
-  pending.key = PunchKey(punch);
+  pending.key = PunchKey(punch).Text();
   pending.daily_file = records::DailyArchivePath("", clock_.Now().GetDate()).filename().string();
   pending.records.push_back(first);
   // The period that begins: work after a lunch or a switch, the lunch itself after a lunch out.
@@ -209,23 +207,23 @@ void T4PacketWriter::InsertRows(db::Database& company_db, const T4Punch& punch,
   for (const auto& record : pending.records) {
     // A record whose content is there already went in by another road (a transfer of the daily
     // file): the row is not doubled.
-    const std::string record_key = records::PunchKeys::KeyOf(punch.clock_name, record);
+    const records::PunchKey record_key = records::PunchKeys::KeyOf(punch.clock_name, record);
     if (keys.Contains(record_key)) continue;
     records::TcdRecord row = record;
     records::MoveOutPunch(row);
     writer.WriteRecord(row);
-    keys.Add(record_key, writer.LastRowId(), today);
+    keys.Add(record_key, writer.LastRowId());
     if (first_row == 0) first_row = writer.LastRowId();
     // A transfer of the daily file reads the line back without its seconds: with that key too it
     // knows the punch is in.
     if (record.IncludeSeconds()) {
       records::TcdRecord as_read = record;
       as_read.SetIncludeSeconds(false);
-      const std::string read_key = records::PunchKeys::KeyOf(punch.clock_name, as_read);
-      if (!keys.Contains(read_key)) keys.Add(read_key, writer.LastRowId(), today);
+      const records::PunchKey read_key = records::PunchKeys::KeyOf(punch.clock_name, as_read);
+      if (!keys.Contains(read_key)) keys.Add(read_key, writer.LastRowId());
     }
   }
-  keys.Add(pending.key, first_row, today);
+  keys.Add(PunchKey(punch), first_row);
   company_db.Execute(
       "INSERT OR REPLACE INTO [T4 Pending Punches] (PunchKey, DailyFile, Lines, Seen) "
       "VALUES (?, ?, ?, ?)",

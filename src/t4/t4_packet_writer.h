@@ -21,6 +21,7 @@
 #include "core/log_sink.h"
 #include "records/company_factory.h"
 #include "records/department_job_assigner.h"
+#include "records/punch_keys.h"
 #include "records/tcd_record.h"
 #include "t4/clock_assignments.h"
 #include "t4/punch_type_rules.h"
@@ -62,12 +63,12 @@ class T4PacketWriter {
   static constexpr size_t kChunk = 10'000;
 
   // The content key of a punch as the terminal reported it.
-  static std::string PunchKey(const T4Punch& punch);
+  static records::PunchKey PunchKey(const T4Punch& punch);
 
  private:
   // A punch's records, and the lines they make in the daily file.
   struct Pending {
-    std::string key;
+    std::string key;         // the punch key's text
     std::string daily_file;  // the file's name in the company's directory
     std::vector<records::TcdRecord> records;
     std::string lines;
