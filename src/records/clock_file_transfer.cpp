@@ -179,6 +179,7 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
     const int batch_rows = options.use_transactions ? std::max(1, options.batch_rows) : 0;
     std::optional<db::Transaction> batch;
     int in_batch = 0;
+    int64_t next_id = 0;  // the row ID the batch's next punch gets
     auto commit = [&] {
       try {
         batch->Commit();
@@ -223,14 +224,16 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
         rejects.Add(reader.Line());
         continue;
       }
+      if (!batch) {
+        batch.emplace(*db);
+        next_id = writer.NextRowId();
+      }
       // Known by its content, from this file, another file or another call.
-      if (keys.Contains(key)) {
+      if (!keys.Claim(key, next_id)) {
         ++result.already_present;
         continue;
       }
-      if (!batch) batch.emplace(*db);
-      writer.WriteRecord(*record);
-      keys.Add(key, writer.LastRowId());
+      writer.WriteRecord(*record, next_id++);
       ++result.inserted;
       if (options.break_lunch_matcher &&
           (record->PunchType() == "LI" || record->PunchType() == "BI")) {

@@ -123,6 +123,18 @@ void PunchKeys::Add(const PunchKey& key, int64_t clock_data_id) {
   add_->Execute();
 }
 
+bool PunchKeys::Claim(const PunchKey& key, int64_t clock_data_id) {
+  if (!claim_) {
+    claim_ = db_.Prepare(
+        "INSERT INTO [Punch Keys] (Minute, Hash, ClockDataID) VALUES (?, ?, ?) "
+        "ON CONFLICT DO NOTHING");
+  }
+  claim_->BindInt(1, key.minute);
+  claim_->BindInt(2, Stored(key.hash));
+  claim_->BindInt(3, clock_data_id);
+  return claim_->Execute() == 1;
+}
+
 int64_t PunchKeys::ForgetDeletedRows() {
   return db_.Execute(
       "DELETE FROM [Punch Keys] WHERE ClockDataID IS NOT NULL AND NOT EXISTS "

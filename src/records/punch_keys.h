@@ -55,6 +55,9 @@ class PunchKeys {
   bool Contains(const PunchKey& key);
   // Records a stored punch; call inside the transaction that wrote its row.
   void Add(const PunchKey& key, int64_t clock_data_id);
+  // Adds the key of a punch about to be stored as row clock_data_id, unless the key is there:
+  // then tells false, and the punch is in already. One look-up instead of Contains and Add.
+  bool Claim(const PunchKey& key, int64_t clock_data_id);
   // Forgets the keys whose row an administrator deleted, so that punch may go in again.
   int64_t ForgetDeletedRows();
 
@@ -64,6 +67,7 @@ class PunchKeys {
   db::Database& db_;
   std::unique_ptr<db::Statement> find_;
   std::unique_ptr<db::Statement> add_;
+  std::unique_ptr<db::Statement> claim_;
 };
 
 }  // namespace clockcomm::records
