@@ -3,8 +3,13 @@
 namespace clockcomm::records {
 
 bool PunchTypeInList(std::string_view list, std::string_view punch_type) {
-  const std::string word = " " + std::string(punch_type) + " ";
-  return list.find(word) != std::string_view::npos;
+  // A whole word of the list: blanks on both sides.
+  for (size_t at = list.find(punch_type); at != std::string_view::npos;
+       at = list.find(punch_type, at + 1)) {
+    const size_t end = at + punch_type.size();
+    if (at > 0 && list[at - 1] == ' ' && end < list.size() && list[end] == ' ') return true;
+  }
+  return false;
 }
 
 std::optional<int32_t> TcdRecordOverrideService::OverrideDepartment(const TcdRecord& record) const {
