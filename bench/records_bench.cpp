@@ -1,10 +1,15 @@
 // Punch record throughput: parsing TCD lines beside a byte loop that splits and converts the same
 // lines, writing and reading a TCD file, and transferring a 100,000-record file into a SQLite
-// company database beside a one-transaction prepared insert of the same rows into a scratch file.
-// Temporary files go under $TMPDIR.
+// company database beside a one-transaction prepared insert of the same rows into a scratch file;
+// the peak memory of `clockcomm transfer` on a 1,000,000-line file. Temporary files go under
+// $TMPDIR.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -260,6 +265,50 @@ BENCHMARK(BM_TransferFile)
     ->ArgNames({"rows", "default_mode"})
     ->Unit(benchmark::kMillisecond)
     ->Iterations(3)
+    ->UseRealTime();
+
+// The program itself, as an operator runs it: its peak resident memory must not grow with the
+// file (the file is 43 MB).
+void BM_TransferPeakMemory(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  for (auto _ : state) {
+    state.PauseTiming();
+    BenchDir dir;
+    const std::string program = CLOCKCOMM_BINARY_DIR "/clockcomm";
+    const std::string home = "'" + dir.path().string() + "'";
+    if (std::system((program + " --home " + home + " init >/dev/null && " + program + " --home " +
+                     home + " company add Big --clock BIG --dir big >/dev/null")
+                        .c_str()) != 0) {
+      state.SkipWithError("site setup failed");
+      return;
+    }
+    const fs::path file = dir.path() / "data" / "big.TCD";
+    WriteFile(file, n);
+    state.ResumeTiming();
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t child = fork();
+    if (child == 0) {
+      const int null = open("/dev/null", O_WRONLY);
+      dup2(null, 1);
+      execl(program.c_str(), program.c_str(), "--home", dir.path().c_str(), "transfer", "--clock",
+            "BIG", file.c_str(), static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    wait4(child, &status, 0, &usage);
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) state.SkipWithError("transfer failed");
+    state.counters["peak_MB"] = static_cast<double>(usage.ru_maxrss) / 1024.0;
+    state.counters["file_MB"] = static_cast<double>(fs::file_size(file)) / 1e6;
+    state.counters["rows_per_s"] = n / elapsed.count();
+  }
+}
+BENCHMARK(BM_TransferPeakMemory)
+    ->Arg(1000000)
+    ->ArgName("lines")
+    ->Unit(benchmark::kSecond)
+    ->Iterations(1)
     ->UseRealTime();
 
 }  // namespace
