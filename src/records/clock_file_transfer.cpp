@@ -229,16 +229,18 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
         next_id = writer.NextRowId();
       }
       // Known by its content, from this file, another file or another call.
-      if (!keys.Claim(key, next_id)) {
+      if (keys.Claim(key, next_id)) {
+        writer.WriteRecord(*record, next_id++);
+        ++result.inserted;
+        if (options.break_lunch_matcher &&
+            (record->PunchType() == "LI" || record->PunchType() == "BI")) {
+          options.break_lunch_matcher(*record);
+        }
+      } else {
         ++result.already_present;
-        continue;
       }
-      writer.WriteRecord(*record, next_id++);
-      ++result.inserted;
-      if (options.break_lunch_matcher &&
-          (record->PunchType() == "LI" || record->PunchType() == "BI")) {
-        options.break_lunch_matcher(*record);
-      }
+      // Lines already in count too: a file sent again holds the write lock no longer than one
+      // batch at a time.
       if (++in_batch == batch_rows) commit();
     }
     if (batch) commit();
