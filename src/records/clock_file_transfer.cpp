@@ -174,8 +174,8 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
     TcdFileReader reader(file);
     TcdDbWriter writer(*db);
 
-    // A batch's rows and punch keys are committed together, so a run after a
-    // crash finds each line either fully in or not at all. One batch when transactions are off.
+    // A batch's rows and punch keys are committed together, so a run after a crash finds each
+    // line either fully in or not at all. One batch when transactions are off.
     const int batch_rows = options.use_transactions ? std::max(1, options.batch_rows) : 0;
     std::optional<db::Transaction> batch;
     int in_batch = 0;
