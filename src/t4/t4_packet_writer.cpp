@@ -132,6 +132,7 @@ T4PacketWriter::Counts T4PacketWriter::WriteChunk(std::span<const T4Punch> punch
   {
     db::Transaction transaction(company_db);
     records::PunchKeys keys(company_db);
+    records::TcdDbWriter rows(company_db);
     for (const auto& punch : punches) {
       if (keys.Contains(PunchKey(punch))) {
         if (log_each) log_.Debug("T4PacketWriter", "Already stored: " + Describe(punch));
@@ -139,7 +140,7 @@ T4PacketWriter::Counts T4PacketWriter::WriteChunk(std::span<const T4Punch> punch
         continue;
       }
       Pending pending = BuildRecords(punch, company_db, assigner);
-      InsertRows(company_db, punch, pending);
+      InsertRows(company_db, punch, pending, keys, rows);
       if (log_each) {
         log_.Debug("T4PacketWriter",
                    "Stored: " + Describe(punch) + " as " + pending.records.front().PunchType());
@@ -199,10 +200,9 @@ T4PacketWriter::Pending T4PacketWriter::BuildRecords(
 }
 
 void T4PacketWriter::InsertRows(db::Database& company_db, const T4Punch& punch,
-                                const Pending& pending) {
+                                const Pending& pending, records::PunchKeys& keys,
+                                records::TcdDbWriter& writer) {
   const core::Date today = clock_.Now().GetDate();
-  records::PunchKeys keys(company_db);
-  records::TcdDbWriter writer(company_db);
   int64_t first_row = 0;
   for (const auto& record : pending.records) {
     // A record whose content is there already went in by another road (a transfer of the daily

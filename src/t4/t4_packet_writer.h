@@ -22,6 +22,7 @@
 #include "records/company_factory.h"
 #include "records/department_job_assigner.h"
 #include "records/punch_keys.h"
+#include "records/tcd_db_writer.h"
 #include "records/tcd_record.h"
 #include "t4/clock_assignments.h"
 #include "t4/punch_type_rules.h"
@@ -78,7 +79,8 @@ class T4PacketWriter {
                     db::Database& company_db, records::DepartmentJobAssigner& assigner);
   Pending BuildRecords(const T4Punch& punch, db::Database& company_db,
                        records::DepartmentJobAssigner& assigner) const;
-  void InsertRows(db::Database& company_db, const T4Punch& punch, const Pending& pending);
+  void InsertRows(db::Database& company_db, const T4Punch& punch, const Pending& pending,
+                  records::PunchKeys& keys, records::TcdDbWriter& writer);
   // Appends to each daily file the lines of the pending punches (only those it does not hold yet
   // when check_file is set), syncs it, then forgets the punches.
   void WriteLines(const std::filesystem::path& directory, db::Database& company_db,
