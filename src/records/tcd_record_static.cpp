@@ -217,13 +217,11 @@ std::vector<std::string> TcdRecordStatic::SplitFields(std::string_view line) {
   return fields;
 }
 
-TcdRecord TcdRecordStatic::Parse(std::string_view line) {
-  std::string_view f[kTcdFieldCount];
-  if (!SplitPlain(line, f)) SplitCopied(line, f);
-  return FromFields(f);
-}
+namespace {
 
-void TcdRecordStatic::SplitCopied(std::string_view line, std::string_view (&f)[kTcdFieldCount]) {
+// The fields as SplitFields cuts them, for any line: views into a per-thread buffer that the next
+// call reuses. Throws core::IndexOutOfRangeException for fewer than fourteen fields.
+void SplitCopied(std::string_view line, std::string_view (&f)[kTcdFieldCount]) {
   // The fields as SplitFields cuts them, written one after another into a buffer that keeps its
   // room from line to line, so that a line costs no allocation of its own.
   thread_local std::string buffer;
@@ -264,17 +262,21 @@ void TcdRecordStatic::SplitCopied(std::string_view line, std::string_view (&f)[k
   }
 }
 
-TcdRecord TcdRecordStatic::FromFields(const std::string_view (&f)[kTcdFieldCount]) {
+// The record of a line's first fourteen fields.
+TcdRecord FromFields(const std::string_view (&f)[kTcdFieldCount]) {
   // Plain digits, the usual number fields, skip the conversions that give them the same value.
   const int32_t sequence = PlainNumber(f[1]);
   const int32_t badge = PlainNumber(f[2]);
   const int32_t department = PlainNumber(f[3]);
-  TcdRecord record(f[0], sequence >= 0 ? sequence : core::LeadingInt32(f[1]),
-                   badge >= 0 ? badge : core::LeadingInt32(ConvertLettersToNumbers(f[2])),
-                   department >= 0 ? std::optional<int64_t>(department) : std::nullopt, f[4],
-                   f[5], f[6], f[7], ParseDateField(f[8]), ParseTimeField(f[9]),
-                   ParseDateField(f[10]), ParseTimeField(f[11]), std::nullopt, f[13], false);
-  if (department < 0 && !f[3].empty()) record.SetDepartmentText(ConvertLettersToNumbers(f[3]));
+  TcdRecord record(
+      f[0], sequence >= 0 ? sequence : core::LeadingInt32(f[1]),
+      badge >= 0 ? badge : core::LeadingInt32(TcdRecordStatic::ConvertLettersToNumbers(f[2])),
+      department >= 0 ? std::optional<int64_t>(department) : std::nullopt, f[4], f[5], f[6], f[7],
+      TcdRecordStatic::ParseDateField(f[8]), TcdRecordStatic::ParseTimeField(f[9]),
+      TcdRecordStatic::ParseDateField(f[10]), TcdRecordStatic::ParseTimeField(f[11]), std::nullopt,
+      f[13], false);
+  if (department < 0 && !f[3].empty())
+    record.SetDepartmentText(TcdRecordStatic::ConvertLettersToNumbers(f[3]));
   if (!f[12].empty()) {
     if (const auto amount = PlainAmount(f[12])) {
       record.SetAmount(amount);
@@ -283,6 +285,14 @@ TcdRecord TcdRecordStatic::FromFields(const std::string_view (&f)[kTcdFieldCount
     }
   }
   return record;
+}
+
+}  // namespace
+
+TcdRecord TcdRecordStatic::Parse(std::string_view line) {
+  std::string_view f[kTcdFieldCount];
+  if (!SplitPlain(line, f)) SplitCopied(line, f);
+  return FromFields(f);
 }
 
 }  // namespace clockcomm::records

@@ -15,8 +15,6 @@ class TcdRecordStatic {
   // Quoted and unquoted lines parse alike. Throws core::IndexOutOfRangeException for a line of
   // fewer than fourteen fields and ArgumentException for a department out of range.
   static TcdRecord Parse(std::string_view line);
-  // The record of a line's first fourteen fields, cut as SplitFields cuts them.
-  static TcdRecord FromFields(const std::string_view (&fields)[kTcdFieldCount]);
   // The fields of a line: split at commas outside double quotes; a quote that opens a field
   // quotes it, two quotes inside a quoted field stand for one, other quotes are dropped.
   static std::vector<std::string> SplitFields(std::string_view line);
@@ -27,11 +25,6 @@ class TcdRecordStatic {
   static std::optional<core::Date> ParseDateField(std::string_view text);
   // The time of a TCD time field: the lenient conversion, else four digits hhnn.
   static std::optional<core::TimeOfDay> ParseTimeField(std::string_view text);
-
- private:
-  // The fields as SplitFields cuts them, for any line; views into a per-thread buffer that the
-  // next call reuses. Throws core::IndexOutOfRangeException for fewer than fourteen fields.
-  static void SplitCopied(std::string_view line, std::string_view (&fields)[kTcdFieldCount]);
 };
 
 }  // namespace clockcomm::records
