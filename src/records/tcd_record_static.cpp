@@ -114,6 +114,9 @@ std::optional<float> PlainAmount(std::string_view s) {
 // Cuts the first fourteen fields of a line as views into it, for lines where that gives what the
 // copying split gives: every field plain (no quote in it) or quoted whole with no quote inside
 // ("a,b" included). False for any other line; false too for a line of fewer fields.
+// kQuoteAtEnd: the line ends in a quote, as a quoted line does, so every search for a quote stops
+// without a bound check.
+template <bool kQuoteAtEnd>
 bool SplitPlain(std::string_view line, std::string_view (&f)[kTcdFieldCount]) {
   const char* p = line.data();
   const char* const end = p + line.size();
@@ -121,7 +124,8 @@ bool SplitPlain(std::string_view line, std::string_view (&f)[kTcdFieldCount]) {
     if (p < end && *p == '"') {
       // Fields are short: a byte loop beats a library search here.
       const char* close = p + 1;
-      while (close < end && *close != '"') ++close;
+      if (close == end) return false;  // the line's last quote opens a field: nothing stops it
+      while ((kQuoteAtEnd || close < end) && *close != '"') ++close;
       if (close == end || (close + 1 < end && close[1] != ',')) return false;
       f[i] = std::string_view(p + 1, static_cast<size_t>(close - p - 1));
       p = close + 1;
@@ -291,7 +295,9 @@ TcdRecord FromFields(const std::string_view (&f)[kTcdFieldCount]) {
 
 TcdRecord TcdRecordStatic::Parse(std::string_view line) {
   std::string_view f[kTcdFieldCount];
-  if (!SplitPlain(line, f)) SplitCopied(line, f);
+  const bool plain =
+      !line.empty() && line.back() == '"' ? SplitPlain<true>(line, f) : SplitPlain<false>(line, f);
+  if (!plain) SplitCopied(line, f);
   return FromFields(f);
 }
 

@@ -204,6 +204,8 @@ TEST(TcdRecordStaticTest, ParseShortcutsAgreeWithTheGeneralRulesOnEveryForm) {
            "999,1,2,3,\"\",,,I,,,,,,\"1",
            "999,1,2,3,job,,,I,,,,,,\"1,2\"",
            "999,1,2,3,job,,,I,,,,,,1,\"x",
+           "999,1,2,3,job,,,I,,,,,,\"",
+           "999,1,2,3,job,,,I,,,,,\",\"",
            "999,1,2,3,job,,,I,,,,,,",
            "999,1,2,3,job,,,I,,,,,",
            "999,1,2,3,\"a,b,c,d\",,,I,,,,,",
