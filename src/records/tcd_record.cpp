@@ -10,6 +10,16 @@
 #include "core/text.h"
 
 namespace clockcomm::records {
+namespace {
+
+// core::Trim without its two calls: the constructor trims six fields of every line parsed.
+std::string Trimmed(std::string_view s) {
+  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
+  return std::string(s);
+}
+
+}  // namespace
 
 TcdRecord::TcdRecord(std::string_view clock_number, int32_t sequence_number, int32_t badge_id,
                      std::optional<int64_t> department, std::string_view job_number,
@@ -18,19 +28,19 @@ TcdRecord::TcdRecord(std::string_view clock_number, int32_t sequence_number, int
                      std::optional<core::Date> date_out, std::optional<core::TimeOfDay> time_out,
                      std::optional<float> amount, std::string_view punch_class,
                      bool include_seconds)
-    : clock_number_(core::Trim(clock_number)),
+    : clock_number_(Trimmed(clock_number)),
       sequence_number_(sequence_number),
       badge_id_(badge_id),
-      job_number_(core::Trim(job_number)),
-      level4_(core::Trim(level4)),
-      level5_(core::Trim(level5)),
-      punch_type_(core::Trim(punch_type)),
+      job_number_(Trimmed(job_number)),
+      level4_(Trimmed(level4)),
+      level5_(Trimmed(level5)),
+      punch_type_(Trimmed(punch_type)),
       date_in_(date_in),
       time_in_(time_in),
       date_out_(date_out),
       time_out_(time_out),
       amount_(amount),
-      punch_class_(core::Trim(punch_class)),
+      punch_class_(Trimmed(punch_class)),
       include_seconds_(include_seconds) {
   SetDepartment(department);
 }

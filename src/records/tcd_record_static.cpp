@@ -22,39 +22,125 @@ bool AllDigits(std::string_view s) {
   return true;
 }
 
-// Cuts text at the separator into up to three runs of digits, each of a length in [min, max]
-// (the first run: [first_min, first_max]); false for anything else.
-bool DigitRuns(std::string_view text, char separator, size_t first_min, size_t first_max,
-               size_t min, size_t max, int (&parts)[3], size_t& count) {
-  count = 0;
-  while (count < 3) {
-    const size_t end = std::min(text.find(separator), text.size());
-    const std::string_view run = text.substr(0, end);
-    const size_t low = count == 0 ? first_min : min, high = count == 0 ? first_max : max;
-    if (run.size() < low || run.size() > high || !AllDigits(run)) return false;
-    int value = 0;
-    for (char c : run) value = value * 10 + (c - '0');
-    parts[count++] = value;
-    if (end == text.size()) return true;
-    text.remove_prefix(end + 1);
+int DigitAt(std::string_view s, size_t i) { return s[i] >= '0' && s[i] <= '9' ? s[i] - '0' : -1; }
+
+// One or two digits from s[i], ended by the end of s or by the separator: the value, -1 for
+// anything else; i is left past the run.
+int ShortRun(std::string_view s, size_t& i, char separator) {
+  if (i >= s.size()) return -1;
+  int value = DigitAt(s, i++);
+  if (value < 0) return -1;
+  if (i < s.size() && s[i] != separator) {
+    const int second = DigitAt(s, i++);
+    if (second < 0) return -1;
+    value = value * 10 + second;
   }
-  return false;
+  if (i < s.size() && s[i] != separator) return -1;
+  return value;
 }
 
 // The forms this program writes, "2009/10/20" and "08:30" or "08:30:15", read without the lenient
-// conversion (which they always pass unchanged).
+// conversion (which they always pass unchanged): four digits of year, one or two of month and day;
+// one or two digits of hour, two of minute and second.
 std::optional<core::Date> WrittenDate(std::string_view text) {
-  int parts[3];
-  size_t count = 0;
-  if (!DigitRuns(text, '/', 4, 4, 1, 2, parts, count) || count != 3) return std::nullopt;
-  return core::Date::FromYmd(parts[0], parts[1], parts[2]);
+  if (text.size() < 8 || text.size() > 10 || text[4] != '/') return std::nullopt;
+  int year = 0;
+  for (size_t i = 0; i < 4; ++i) {
+    const int digit = DigitAt(text, i);
+    if (digit < 0) return std::nullopt;
+    year = year * 10 + digit;
+  }
+  size_t i = 5;
+  const int month = ShortRun(text, i, '/');
+  if (month < 0 || i == text.size()) return std::nullopt;
+  ++i;
+  const int day = ShortRun(text, i, '/');
+  if (day < 0 || i != text.size()) return std::nullopt;
+  return core::Date::FromYmd(year, month, day);
 }
 
 std::optional<core::TimeOfDay> WrittenTime(std::string_view text) {
-  int parts[3] = {0, 0, 0};
-  size_t count = 0;
-  if (!DigitRuns(text, ':', 1, 2, 2, 2, parts, count) || count < 2) return std::nullopt;
-  return core::TimeOfDay::FromHms(parts[0], parts[1], parts[2]);
+  size_t i = 0;
+  const int hour = ShortRun(text, i, ':');
+  if (hour < 0 || i == text.size()) return std::nullopt;
+  int parts[2] = {0, 0};
+  for (int& part : parts) {
+    // i is at a ':'; two digits follow, then the end or (after the minute) another ':'.
+    if (i + 3 > text.size()) return std::nullopt;
+    const int tens = DigitAt(text, i + 1), ones = DigitAt(text, i + 2);
+    if (tens < 0 || ones < 0) return std::nullopt;
+    part = tens * 10 + ones;
+    i += 3;
+    if (i == text.size()) return core::TimeOfDay::FromHms(hour, parts[0], parts[1]);
+    if (text[i] != ':' || &part == &parts[1]) return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+// A field of one to nine digits, the usual form of the number fields: its value, which the
+// lenient conversions (keypad letters, leading number, department text) give it as well; -1 for
+// any other text.
+int32_t PlainNumber(std::string_view s) {
+  if (s.empty() || s.size() > 9) return -1;
+  int32_t value = 0;
+  for (char c : s) {
+    if (c < '0' || c > '9') return -1;
+    value = value * 10 + (c - '0');
+  }
+  return value;
+}
+
+// An amount of digits, a point and digits, fifteen digits in all at most: the value the general
+// conversion gives, as the digits as a whole number and the power of ten are both exact, so the
+// one division rounds once, correctly. Nothing for any other text.
+std::optional<float> PlainAmount(std::string_view s) {
+  if (s.size() < 3 || s.size() > 16) return std::nullopt;
+  int64_t digits = 0;
+  double scale = 0;  // 0 until the point is seen
+  for (char c : s) {
+    if (c >= '0' && c <= '9') {
+      digits = digits * 10 + (c - '0');
+      scale *= 10;
+    } else if (c == '.' && scale == 0) {
+      scale = 1;
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (scale < 10 || s.front() == '.') return std::nullopt;
+  return static_cast<float>(static_cast<double>(digits) / scale);
+}
+
+// Cuts the first fourteen fields of a line as views into it, for lines where that gives what the
+// copying split gives: every field plain (no quote in it) or quoted whole with no quote inside
+// ("a,b" included). False for any other line; false too for a line of fewer fields.
+// kQuoteAtEnd: the line ends in a quote, as a quoted line does, so every search for a quote stops
+// without a bound check.
+template <bool kQuoteAtEnd>
+bool SplitPlain(std::string_view line, std::string_view (&f)[kTcdFieldCount]) {
+  const char* p = line.data();
+  const char* const end = p + line.size();
+  for (int i = 0; i < kTcdFieldCount; ++i) {
+    if (p < end && *p == '"') {
+      // Fields are short: a byte loop beats a library search here.
+      const char* close = p + 1;
+      if (close == end) return false;  // the line's last quote opens a field: nothing stops it
+      while ((kQuoteAtEnd || close < end) && *close != '"') ++close;
+      if (close == end || (close + 1 < end && close[1] != ',')) return false;
+      f[i] = std::string_view(p + 1, static_cast<size_t>(close - p - 1));
+      p = close + 1;
+    } else {
+      const char* q = p;
+      while (q < end && *q != ',' && *q != '"') ++q;
+      if (q < end && *q == '"') return false;
+      f[i] = std::string_view(p, static_cast<size_t>(q - p));
+      p = q;
+    }
+    // p is at the comma that ends the field, or at the end of the line.
+    if (p == end) return i == kTcdFieldCount - 1;
+    ++p;
+  }
+  return true;
 }
 
 }  // namespace
@@ -79,6 +165,7 @@ std::string TcdRecordStatic::ConvertLettersToNumbers(std::string_view text) {
 }
 
 std::optional<core::Date> TcdRecordStatic::ParseDateField(std::string_view text) {
+  if (text.empty()) return std::nullopt;
   if (auto d = WrittenDate(text)) return d;
   // Six digits are never a date of the lenient conversion, so they skip it.
   if (text.size() != 6 || !AllDigits(text)) {
@@ -94,6 +181,7 @@ std::optional<core::Date> TcdRecordStatic::ParseDateField(std::string_view text)
 }
 
 std::optional<core::TimeOfDay> TcdRecordStatic::ParseTimeField(std::string_view text) {
+  if (text.empty()) return std::nullopt;
   if (auto t = WrittenTime(text)) return t;
   // Four digits are never a time of the lenient conversion, so they skip it.
   if (text.size() != 4 || !AllDigits(text)) {
@@ -133,7 +221,11 @@ std::vector<std::string> TcdRecordStatic::SplitFields(std::string_view line) {
   return fields;
 }
 
-TcdRecord TcdRecordStatic::Parse(std::string_view line) {
+namespace {
+
+// The fields as SplitFields cuts them, for any line: views into a per-thread buffer that the next
+// call reuses. Throws core::IndexOutOfRangeException for fewer than fourteen fields.
+void SplitCopied(std::string_view line, std::string_view (&f)[kTcdFieldCount]) {
   // The fields as SplitFields cuts them, written one after another into a buffer that keeps its
   // room from line to line, so that a line costs no allocation of its own.
   thread_local std::string buffer;
@@ -169,17 +261,44 @@ TcdRecord TcdRecordStatic::Parse(std::string_view line) {
   if (count < kTcdFieldCount) ends[count] = length;
   ++count;
   if (count < static_cast<size_t>(kTcdFieldCount)) throw core::IndexOutOfRangeException();
-  std::string_view f[kTcdFieldCount];
   for (size_t i = 0, from = 0; i < kTcdFieldCount; from = ends[i++]) {
     f[i] = std::string_view(text + from, ends[i] - from);
   }
-  TcdRecord record(f[0], core::LeadingInt32(f[1]),
-                   core::LeadingInt32(ConvertLettersToNumbers(f[2])), std::nullopt, f[4], f[5],
-                   f[6], f[7], ParseDateField(f[8]), ParseTimeField(f[9]), ParseDateField(f[10]),
-                   ParseTimeField(f[11]), std::nullopt, f[13], false);
-  record.SetDepartmentText(ConvertLettersToNumbers(f[3]));
-  record.SetAmountText(f[12]);
+}
+
+// The record of a line's first fourteen fields.
+TcdRecord FromFields(const std::string_view (&f)[kTcdFieldCount]) {
+  // Plain digits, the usual number fields, skip the conversions that give them the same value.
+  const int32_t sequence = PlainNumber(f[1]);
+  const int32_t badge = PlainNumber(f[2]);
+  const int32_t department = PlainNumber(f[3]);
+  TcdRecord record(
+      f[0], sequence >= 0 ? sequence : core::LeadingInt32(f[1]),
+      badge >= 0 ? badge : core::LeadingInt32(TcdRecordStatic::ConvertLettersToNumbers(f[2])),
+      department >= 0 ? std::optional<int64_t>(department) : std::nullopt, f[4], f[5], f[6], f[7],
+      TcdRecordStatic::ParseDateField(f[8]), TcdRecordStatic::ParseTimeField(f[9]),
+      TcdRecordStatic::ParseDateField(f[10]), TcdRecordStatic::ParseTimeField(f[11]), std::nullopt,
+      f[13], false);
+  if (department < 0 && !f[3].empty())
+    record.SetDepartmentText(TcdRecordStatic::ConvertLettersToNumbers(f[3]));
+  if (!f[12].empty()) {
+    if (const auto amount = PlainAmount(f[12])) {
+      record.SetAmount(amount);
+    } else {
+      record.SetAmountText(f[12]);
+    }
+  }
   return record;
+}
+
+}  // namespace
+
+TcdRecord TcdRecordStatic::Parse(std::string_view line) {
+  std::string_view f[kTcdFieldCount];
+  const bool plain =
+      !line.empty() && line.back() == '"' ? SplitPlain<true>(line, f) : SplitPlain<false>(line, f);
+  if (!plain) SplitCopied(line, f);
+  return FromFields(f);
 }
 
 }  // namespace clockcomm::records
