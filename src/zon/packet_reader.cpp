@@ -26,13 +26,19 @@ std::string PacketReader::ReadPacket() {
   const comm::WakeSet wake{&cancel_, line_stop_};
   auto last_text = clock_.Steady();
 
+  // A read takes all the line holds: after a part of a packet the next step is to wait for more.
+  bool drained = false;
   while (buffer_.Count() == 0 && !wake.AnyRequested()) {
-    std::string text = connection_.Read();
-    if (!text.empty()) {
-      buffer_.Append(text);
-      last_text = clock_.Steady();
-      continue;
+    if (!drained) {
+      std::string text = connection_.Read();
+      if (!text.empty()) {
+        buffer_.Append(text);
+        last_text = clock_.Steady();
+        drained = true;
+        continue;
+      }
     }
+    drained = false;
     comm::SteadyTime deadline = comm::kNoDeadline;
     if (timeout_ms_ >= 1) {
       // "More than Timeout ms" in whole milliseconds: the first instant that counts is +1 ms.
