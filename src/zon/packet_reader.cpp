@@ -26,8 +26,9 @@ std::string PacketReader::ReadPacket() {
   const comm::WakeSet wake{&cancel_, line_stop_};
   auto last_text = clock_.Steady();
 
-  // A read takes all the line holds: after a part of a packet the next step is to wait for more.
-  bool drained = false;
+  // A read takes all the line holds, so with nothing cut yet the next step is to wait (which
+  // returns at once when bytes are there).
+  bool drained = true;
   while (buffer_.Count() == 0 && !wake.AnyRequested()) {
     if (!drained) {
       std::string text = connection_.Read();
