@@ -40,7 +40,7 @@ class TcdFileWriter : public ITcdWriter {
   bool owned_ = false;
   std::string name_;
   size_t buffer_limit_ = 0;  // 0: each record written at once
-  std::string pending_;  // whole lines not yet written
+  std::string pending_;      // whole lines not yet written
 
   void WritePending();
 };
