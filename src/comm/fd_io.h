@@ -17,7 +17,8 @@ struct ReadOutcome {
 
 // Reads without blocking until the descriptor is empty or max_bytes were read. A terminal in raw
 // mode answers "nothing there" with 0 rather than EAGAIN, so zero_is_eof is false for ttys; their
-// hang-up shows as EIO.
+// hang-up shows as EIO. A tty's short read ends the reading: more arriving later is for the next
+// wait.
 ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what,
                           bool zero_is_eof = true);
 

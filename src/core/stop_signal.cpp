@@ -24,18 +24,21 @@ StopSignal::~StopSignal() {
 void StopSignal::Request() {
   std::vector<std::function<void()>> to_call;
   {
+    // Written under the lock, so that the descriptor holds a count only while requested_ is set
+    // and Reset need read it only then.
     std::lock_guard lock(mutex_);
     requested_ = true;
+    const uint64_t one = 1;
+    [[maybe_unused]] ssize_t n = write(fd_, &one, sizeof one);
     for (auto& [id, fn] : listeners_) to_call.push_back(fn);
   }
-  const uint64_t one = 1;
-  [[maybe_unused]] ssize_t n = write(fd_, &one, sizeof one);
   cv_.notify_all();
   for (auto& fn : to_call) fn();
 }
 
 void StopSignal::Reset() {
   std::lock_guard lock(mutex_);
+  if (!requested_) return;  // the common case (each packet read resets), without a system call
   requested_ = false;
   uint64_t value;
   while (read(fd_, &value, sizeof value) > 0) {

@@ -8,7 +8,7 @@ namespace {
 std::unique_ptr<TcdFileWriter> OpenForAppend(const std::filesystem::path& path,
                                              const char* message) {
   try {
-    return std::make_unique<TcdFileWriter>(path, true);
+    return std::make_unique<TcdFileWriter>(path, true, TcdFileWriter::Buffering::kBuffered);
   } catch (const core::SystemError& e) {
     throw core::SystemError(e.Number(), std::string(message) + " (" + path.string() + ")");
   }

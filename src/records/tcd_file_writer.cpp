@@ -9,8 +9,11 @@
 
 namespace clockcomm::records {
 
-TcdFileWriter::TcdFileWriter(const std::filesystem::path& file_name, bool append)
-    : owned_(true), name_(file_name.string()) {
+TcdFileWriter::TcdFileWriter(const std::filesystem::path& file_name, bool append,
+                             Buffering buffering)
+    : owned_(true),
+      name_(file_name.string()),
+      buffer_limit_(buffering == Buffering::kBuffered ? kBufferLimit : 0) {
   const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : O_TRUNC);
   const int fd = ::open(name_.c_str(), flags, 0644);
   if (fd < 0) throw core::SystemError::FromErrno(errno, name_);
@@ -29,23 +32,34 @@ TcdFileWriter::~TcdFileWriter() {
 
 void TcdFileWriter::WriteRecord(const TcdRecord& record) {
   if (fd_ <= 0 && owned_) throw core::InvalidOperationException("TCD file is closed: " + name_);
-  const std::string line = record.ToTcdString(1) + "\r\n";
+  record.AppendTcdString(pending_, 1);
+  pending_ += "\r\n";
+  if (pending_.size() >= buffer_limit_) WritePending();
+}
+
+void TcdFileWriter::WritePending() {
   size_t done = 0;
-  while (done < line.size()) {
-    const ssize_t n = ::write(fd_, line.data() + done, line.size() - done);
+  while (done < pending_.size()) {
+    const ssize_t n = ::write(fd_, pending_.data() + done, pending_.size() - done);
     if (n < 0) {
       if (errno == EINTR) continue;
+      // What could not be written is dropped: the caller learns of it and never counts it stored.
+      pending_.clear();
       throw core::SystemError::FromErrno(errno, name_);
     }
     done += static_cast<size_t>(n);
   }
+  pending_.clear();
 }
 
 void TcdFileWriter::Sync() {
-  if (fd_ > 0 && ::fsync(fd_) != 0) throw core::SystemError::FromErrno(errno, name_);
+  if (fd_ <= 0) return;
+  WritePending();
+  if (::fsync(fd_) != 0) throw core::SystemError::FromErrno(errno, name_);
 }
 
 void TcdFileWriter::CloseWriter() {
+  if (fd_ > 0) WritePending();
   if (!owned_ || fd_ <= 0) return;
   const int fd = fd_;
   fd_ = 0;

@@ -166,9 +166,13 @@ void TextLogs::Open(const std::string& prefix, LogFile& log, const core::Date& d
 
 int TextLogs::WritePending(const std::string& prefix, LogFile& log) {
   if (log.pending.empty() || log.fd < 0) return 0;
-  // A file deleted while open (an operator tidying the folder) is made again.
-  struct stat st {};
-  if (fstat(log.fd, &st) == 0 && st.st_nlink == 0) {
+  // A file deleted or renamed while open (an operator tidying or rotating the folder) is opened
+  // again under its name: the name no longer leads to the open file.
+  struct stat open_file = {};
+  struct stat named = {};
+  if (fstat(log.fd, &open_file) == 0 &&
+      (stat(FileOf(prefix, log.day).c_str(), &named) != 0 || named.st_ino != open_file.st_ino ||
+       named.st_dev != open_file.st_dev)) {
     try {
       Open(prefix, log, log.day);
     } catch (const core::SystemError& e) {

@@ -72,7 +72,8 @@ class TextLogs {
   // Opens the prefix's file of the day (the folder made only when the file cannot be opened);
   // purges the log's old files when this made the day's file.
   void Open(const std::string& prefix, LogFile& log, const core::Date& day);
-  // Writes the log's pending lines, first opening the file again if it was deleted meanwhile.
+  // Writes the log's pending lines, first opening the file again if it was deleted or renamed
+  // meanwhile.
   // Returns the error number, 0 when written.
   int WritePending(const std::string& prefix, LogFile& log);
   void FlushLocked();

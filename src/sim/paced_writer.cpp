@@ -41,10 +41,12 @@ void PacedWriter::Write(std::string_view text) {
     bytes_written_ += text.size();
     return;
   }
+  // The bytes of one write leave back to back, as a UART sends its buffer: a late wake-up for
+  // one chunk does not push the next one later on the wire.
+  wire_free_ = std::max(std::chrono::steady_clock::now(), wire_free_);
   while (!text.empty()) {
     size_t n = std::min(kChunkBytes, text.size());
-    auto start = std::max(std::chrono::steady_clock::now(), wire_free_);
-    wire_free_ = start + byte_time_ * static_cast<int64_t>(n);
+    wire_free_ += byte_time_ * static_cast<int64_t>(n);
     SleepUntil(wire_free_);
     line_.WriteText(text.substr(0, n));
     bytes_written_ += n;

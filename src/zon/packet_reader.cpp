@@ -26,13 +26,20 @@ std::string PacketReader::ReadPacket() {
   const comm::WakeSet wake{&cancel_, line_stop_};
   auto last_text = clock_.Steady();
 
+  // A read takes all the line holds, so with nothing cut yet the next step is to wait (which
+  // returns at once when bytes are there).
+  bool drained = true;
   while (buffer_.Count() == 0 && !wake.AnyRequested()) {
-    std::string text = connection_.Read();
-    if (!text.empty()) {
-      buffer_.Append(text);
-      last_text = clock_.Steady();
-      continue;
+    if (!drained) {
+      std::string text = connection_.Read();
+      if (!text.empty()) {
+        buffer_.Append(text);
+        last_text = clock_.Steady();
+        drained = true;
+        continue;
+      }
     }
+    drained = false;
     comm::SteadyTime deadline = comm::kNoDeadline;
     if (timeout_ms_ >= 1) {
       // "More than Timeout ms" in whole milliseconds: the first instant that counts is +1 ms.

@@ -6,6 +6,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "core/durable_file.h"
 #include "core/errors.h"
 #include "core/text.h"
@@ -309,16 +312,23 @@ TEST(TcdFilesTest, ArchiveNamesAndAppends) {
   EXPECT_THAT([&] { TcdArchiveWriter(company, D(2009, 2, 1)); },
               ThrowsMessage<core::SystemError>(HasSubstr("Couldn't open daily archive file.")));
   std::filesystem::create_directory(dir.path() / "acme");
-  for (int call = 0; call < 2; ++call) {
-    TcdArchiveWriter archive(company, D(2009, 2, 1));
-    archive.WriteRecord(Punch(call + 1));
-    archive.Sync();
+  // Two calls delivered at once, each more than a buffer's worth (the second written by its
+  // destructor alone): both land whole, no line split by the other's.
+  const int per_call = static_cast<int>(TcdFileWriter::kBufferLimit / 50);
+  {
+    TcdArchiveWriter first(company, D(2009, 2, 1));
+    TcdArchiveWriter second(company, D(2009, 2, 1));
+    for (int i = 0; i < per_call; ++i) {
+      first.WriteRecord(Punch(i));
+      second.WriteRecord(Punch(per_call + i));
+    }
+    first.Sync();
   }
   for (const char* name : {"0201000A.TCD", "CLOCK1.arc"}) {
     TcdFileReader reader(dir.path() / "acme" / name);
-    int n = 0;
-    while (reader.Read()) ++n;
-    EXPECT_EQ(n, 2) << name << " collects both calls";
+    std::vector<int> seen(2 * per_call, 0);
+    while (reader.Read()) ++seen.at(static_cast<size_t>(reader.Record()->SequenceNumber()));
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), 2 * per_call) << name;
   }
 }
 

@@ -78,7 +78,7 @@ bool WaitForWrite(const fs::path& file, std::chrono::milliseconds deadline) {
 }
 
 // Lines wait in the buffer until the end of a call (Flush), the flush timer or the close; a file
-// deleted meanwhile is made again.
+// deleted or renamed (rotated) meanwhile is made again and the moved file gets no more lines.
 TEST(TextLogsTest, BufferedLinesReachTheFileOnFlushTimerAndCloseAndADeletedFileIsRemade) {
   test::TempDir dir;
   const fs::path folder = dir.path() / "Debug Logs";
@@ -95,13 +95,20 @@ TEST(TextLogsTest, BufferedLinesReachTheFileOnFlushTimerAndCloseAndADeletedFileI
     ASSERT_TRUE(WaitForWrite(file, 5 * TextLogs::kFlushDelay)) << "the timer flushes";
     EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - one\r\n08:00:00 - two\r\n");
 
-    fs::remove(file);
+    const fs::path rotated = folder / "rotated.log";
+    fs::rename(file, rotated);
     logs.WriteScreen({"three"});
     logs.Flush();
     EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - three\r\n");
+    EXPECT_EQ(core::ReadWholeFile(rotated), "08:00:00 - one\r\n08:00:00 - two\r\n");
+
+    fs::remove(file);
     logs.WriteScreen({"four"});
+    logs.Flush();
+    EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - four\r\n");
+    logs.WriteScreen({"five"});
   }
-  EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - three\r\n08:00:00 - four\r\n");
+  EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - four\r\n08:00:00 - five\r\n");
 }
 
 }  // namespace

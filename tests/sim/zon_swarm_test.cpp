@@ -82,7 +82,9 @@ TEST(ZonSwarmTest, TwentyTerminalsDeliverTheirOwnPunchesOnce) {
                  R"("calls_per_second": ([\d.]+), "p50_ms": ([\d.]+), "p99_ms": ([\d.]+), )"
                  R"("max_ms": ([\d.]+), "retries": 0, "outcomes": \{"completed": 20\}\}\s*)")))
       << figures;
-  EXPECT_LE(std::stod(m[1]), 20 / 0.475);
+  // Counted from the first terminal's own start, which may lag the swarm's by a loaded thread
+  // start: 25 ms of the 475 are left for that.
+  EXPECT_LE(std::stod(m[1]), 20 / 0.45);
   EXPECT_GT(std::stod(m[2]), 0);
   EXPECT_LE(std::stod(m[2]), std::stod(m[3]));
   EXPECT_LE(std::stod(m[3]), std::stod(m[4]));

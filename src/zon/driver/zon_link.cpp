@@ -58,14 +58,16 @@ void ZonLink::SetReadTimeout(std::chrono::milliseconds timeout) {
   reader_.SetTimeout(static_cast<int32_t>(timeout.count()));
 }
 
+// An answer to a packet is followed by reading the next one, which needs no empty output queue:
+// only the EOT, after which a modem may hang up, waits until it has left.
 void ZonLink::SendAck() {
   const auto& pc = ProtocolChar::Shared();
-  CommPut(Framed() ? pc.ACK4() : pc.ACK());
+  line_.Connection().WriteText(Framed() ? pc.ACK4() : pc.ACK());
 }
 
 void ZonLink::SendNak() {
   const auto& pc = ProtocolChar::Shared();
-  CommPut(Framed() ? pc.NAK4() : pc.NAK());
+  line_.Connection().WriteText(Framed() ? pc.NAK4() : pc.NAK());
 }
 
 void ZonLink::SendEot() {
