@@ -362,9 +362,6 @@ void ZonDriver::SendEndCharacters() {
   const auto interval = std::chrono::duration<double>(context_.settings.overrides.EOTInterval());
   for (int i = 0; i < quantity; ++i) {
     link_.SendEot();
-    // The pause spaces the EOTs and gives the terminal its last one before a modem hangs up; after
-    // the last on a direct line it would only hold back the delivery of the call's punches.
-    if (i + 1 == quantity && !context_.settings.modem) break;
     controller_.Clock().Pause(std::chrono::duration_cast<std::chrono::nanoseconds>(interval),
                               controller_.EndCommLoop());
   }
