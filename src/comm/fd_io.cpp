@@ -24,8 +24,9 @@ ReadOutcome ReadAvailable(int fd, size_t max_bytes, const std::string& what, boo
     ssize_t n = ::read(fd, chunk, want);
     if (n > 0) {
       outcome.text.append(chunk, static_cast<size_t>(n));
-      // A tty hands over all it holds at once: a short read leaves nothing to ask again for.
-      if (!zero_is_eof && static_cast<size_t>(n) < want) break;
+      // A short read took all there was: asking again would only answer "nothing yet" (a hang-up
+      // after the data shows at the next read).
+      if (static_cast<size_t>(n) < want) break;
       continue;
     }
     if (n == 0) {
