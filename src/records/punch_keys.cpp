@@ -86,8 +86,8 @@ void PunchKeys::ConvertTextKeys() {
   db_.Execute("DROP INDEX IF EXISTS [Punch Keys Seen]");
   db_.Execute(kCreateTable);
   auto add = db_.Prepare(
-      "INSERT OR IGNORE INTO [Punch Keys] (Minute, Hash, ClockDataID) "
-      "VALUES (?, ?, ?)");
+      "INSERT INTO [Punch Keys] (Minute, Hash, ClockDataID) VALUES (?, ?, ?) "
+      "ON CONFLICT DO NOTHING");
   for (auto rs =
            db_.Query("SELECT k.PunchKey, k.ClockDataID, COALESCE(c.[Date In], c.[Date Out]) AS D, "
                      "CASE WHEN c.[Date In] IS NULL THEN c.[Time Out] ELSE c.[Time In] END AS T "
