@@ -388,8 +388,8 @@ void PostgresDatabase::BeginTransaction() {
 
 void PostgresDatabase::Commit() {
   if (!in_transaction_) throw core::InvalidOperationException("No transaction is open.");
+  in_transaction_ = false;  // a COMMIT ends the transaction on the server even when it fails
   Result r(Simple("COMMIT"));
-  in_transaction_ = false;
   // After a failed statement the server answers COMMIT with ROLLBACK: nothing was kept.
   if (std::string_view(PQcmdStatus(r.get())) == "ROLLBACK") {
     throw DatabaseError(0, "Cannot commit in " + name_ +
