@@ -79,6 +79,8 @@ std::string ConnectCause(const std::string& message, DatabaseError::Cause* cause
   return "the connection failed";
 }
 
+void IgnoreNotice(void*, const char*) {}
+
 Value ToValue(Oid type, const char* text, int length) {
   const char* end = text + length;
   switch (type) {
@@ -204,7 +206,7 @@ std::unique_ptr<PostgresDatabase> PostgresDatabase::Open(const std::string& url,
   if (!options) {
     std::string detail = parse_error ? FirstLine(parse_error) : "out of memory";
     PQfreemem(parse_error);
-    throw DatabaseError(0, "Cannot open database: the location is no valid postgresql:// URL (" +
+    throw DatabaseError(0, "Cannot open database: the location is not a valid postgresql:// URL (" +
                                Scrub(detail, password) + ")");
   }
   PQconninfoFree(options);
@@ -232,7 +234,7 @@ std::unique_ptr<PostgresDatabase> PostgresDatabase::Open(const std::string& url,
                         cause);
   }
   // Notices ("drop cascades to ...") are the server talking to a person; no one reads stderr here.
-  PQsetNoticeProcessor(conn, [](void*, const char*) {}, nullptr);
+  PQsetNoticeProcessor(conn, IgnoreNotice, nullptr);
   std::unique_ptr<PostgresDatabase> db(new PostgresDatabase(conn, std::move(name)));
   // A statement that waits for another session's lock longer than this fails as busy.
   db->Query("SELECT set_config('lock_timeout', ?, false)",
