@@ -19,7 +19,8 @@ enum class OpenMode {
 // How long a statement waits for another connection's lock before it reports the database busy.
 inline constexpr std::chrono::milliseconds kDefaultBusyWait{5000};
 
-// Opens the database at location: today a SQLite file path. Throws DatabaseError naming it.
+// Opens the database at location: a postgresql:// (or postgres://) URL names a PostgreSQL
+// database, anything else is a SQLite file path. Throws DatabaseError naming it (never a password).
 std::unique_ptr<Database> Open(const std::filesystem::path& location,
                                OpenMode mode = OpenMode::kExisting,
                                std::chrono::milliseconds busy_wait = kDefaultBusyWait);

@@ -1,0 +1,417 @@
+#include "db/postgres/postgres_database.h"
+
+#include <libpq-fe.h>
+
+#include <charconv>
+#include <cstdlib>
+#include <vector>
+
+#include "core/errors.h"
+#include "core/text.h"
+
+namespace clockcomm::db {
+namespace {
+
+// Statements kept prepared per connection; beyond this the cache is emptied.
+constexpr size_t kStatementCacheLimit = 64;
+// How long opening waits for the server to answer before it reports it unreachable.
+constexpr const char* kConnectTimeoutSeconds = "10";
+// Text is single-byte Windows-1252 throughout the program; the server converts it to and from the
+// database's encoding, so what goes in comes back byte for byte.
+constexpr const char* kClientEncoding = "WIN1252";
+
+// Type OIDs (pg_type.h is a server header; these numbers are fixed for all versions).
+constexpr Oid kBoolOid = 16, kInt8Oid = 20, kInt2Oid = 21, kInt4Oid = 23, kOidOid = 26;
+constexpr Oid kFloat4Oid = 700, kFloat8Oid = 701, kNumericOid = 1700;
+
+struct ResultDeleter {
+  void operator()(PGresult* r) const { PQclear(r); }
+};
+using Result = std::unique_ptr<PGresult, ResultDeleter>;
+
+DatabaseError::Cause CauseOf(std::string_view sqlstate) {
+  // 40001 serialization failure, 40P01 deadlock, 55P03 lock not available: try again later.
+  if (sqlstate == "40001" || sqlstate == "40P01" || sqlstate == "55P03" || sqlstate == "53300") {
+    return DatabaseError::Cause::kBusy;
+  }
+  if (sqlstate == "53100") return DatabaseError::Cause::kFull;  // disk full
+  if (sqlstate == "XX001" || sqlstate == "XX002") return DatabaseError::Cause::kDamaged;
+  return DatabaseError::Cause::kOther;
+}
+
+std::string FirstLine(std::string_view text) { return core::Trim(text.substr(0, text.find('\n'))); }
+
+// The password written in a URL's user part, so that no message ever repeats it.
+std::string PasswordIn(std::string_view url) {
+  const size_t scheme = url.find("://");
+  if (scheme == std::string_view::npos) return {};
+  std::string_view rest = url.substr(scheme + 3);
+  rest = rest.substr(0, rest.find_first_of("/?"));
+  const size_t at = rest.rfind('@');
+  if (at == std::string_view::npos) return {};
+  const size_t colon = rest.substr(0, at).find(':');
+  if (colon == std::string_view::npos) return {};
+  return std::string(rest.substr(colon + 1, at - colon - 1));
+}
+
+std::string Scrub(std::string text, const std::string& password) {
+  return password.empty() ? text : core::ReplaceAll(text, password, "***");
+}
+
+// Why a connection failed, in words an operator can act on.
+std::string ConnectCause(const std::string& message, DatabaseError::Cause* cause) {
+  const auto has = [&](std::string_view s) { return message.find(s) != std::string::npos; };
+  if (has("password authentication failed") || has("no password supplied")) {
+    return "the server refused the user name or password";
+  }
+  if (has("database \"") && has("does not exist")) return "there is no such database on the server";
+  if (has("Connection refused")) {
+    return "nothing accepts connections there (is the server running, and on this port?)";
+  }
+  if (has("timeout expired")) {
+    return std::string("the server did not answer within ") + kConnectTimeoutSeconds + " seconds";
+  }
+  if (has("could not translate host name")) return "the host name is unknown";
+  if (has("too many clients") || has("starting up") || has("shutting down")) {
+    *cause = DatabaseError::Cause::kBusy;
+    return "the server cannot take the connection now";
+  }
+  return "the connection failed";
+}
+
+void IgnoreNotice(void*, const char*) {}
+
+Value ToValue(Oid type, const char* text, int length) {
+  const char* end = text + length;
+  switch (type) {
+    case kInt2Oid:
+    case kInt4Oid:
+    case kInt8Oid:
+    case kOidOid: {
+      int64_t v = 0;
+      if (std::from_chars(text, end, v).ec == std::errc()) return Value(v);
+      break;
+    }
+    case kFloat4Oid:
+    case kFloat8Oid:
+    case kNumericOid: {
+      double v = 0;
+      if (std::from_chars(text, end, v).ec == std::errc()) return Value(v);
+      break;
+    }
+    case kBoolOid:
+      return Value(static_cast<int64_t>(length > 0 && text[0] == 't' ? 1 : 0));
+    default:
+      break;
+  }
+  return Value(std::string(text, length));
+}
+
+}  // namespace
+
+bool IsPostgresLocation(std::string_view location) {
+  const auto starts = [&](std::string_view scheme) {
+    return location.size() > scheme.size() &&
+           core::EqualsIgnoreCase(location.substr(0, scheme.size()), scheme);
+  };
+  return starts("postgresql://") || starts("postgres://");
+}
+
+std::string TranslateToPostgres(std::string_view sql, int* parameters) {
+  std::string out;
+  out.reserve(sql.size() + 16);
+  int count = 0;
+  size_t i = 0;
+  // Copies sql[i, end) unchanged and moves past it.
+  const auto copy_to = [&](size_t end) {
+    end = std::min(end, sql.size());
+    out.append(sql.substr(i, end - i));
+    i = end;
+  };
+  while (i < sql.size()) {
+    const char c = sql[i];
+    const char next = i + 1 < sql.size() ? sql[i + 1] : '\0';
+    if (c == '\'' || c == '"') {  // a literal or a quoted name; a doubled quote stays inside
+      size_t end = i + 1;
+      while (end < sql.size() && (sql[end] != c || (end + 1 < sql.size() && sql[end + 1] == c))) {
+        end += sql[end] == c ? 2 : 1;
+      }
+      copy_to(end + 1);
+    } else if (c == '-' && next == '-') {
+      copy_to(sql.find('\n', i));
+    } else if (c == '/' && next == '*') {
+      const size_t close = sql.find("*/", i + 2);
+      copy_to(close == std::string_view::npos ? close : close + 2);
+    } else if (c == '[') {
+      const size_t close = sql.find(']', i + 1);
+      if (close == std::string_view::npos) {  // unbalanced: the server reports it
+        copy_to(close);
+        break;
+      }
+      out += '"';
+      for (char n : sql.substr(i + 1, close - i - 1)) out += n == '"' ? "\"\"" : std::string(1, n);
+      out += '"';
+      i = close + 1;
+    } else if (c == '?') {
+      out += '$' + std::to_string(++count);
+      ++i;
+    } else {
+      out += c;
+      ++i;
+    }
+  }
+  if (parameters) *parameters = count;
+  return out;
+}
+
+// A statement of Prepare(): it keeps its SQL and values and runs through the database's cache,
+// which prepares it once per kind of values.
+class PostgresStatement : public Statement {
+ public:
+  PostgresStatement(PostgresDatabase& db, std::string_view sql) : db_(db), sql_(sql) {
+    int count = 0;
+    TranslateToPostgres(sql, &count);
+    params_.resize(count);
+    db_.Cached(sql_, params_);  // compiles it now, so a bad text fails here
+  }
+  void BindNull(int index) override { At(index) = Value(); }
+  void BindInt(int index, int64_t value) override { At(index) = Value(value); }
+  void BindReal(int index, double value) override { At(index) = Value(value); }
+  void BindText(int index, std::string_view value) override { At(index) = Value(value); }
+  int64_t Execute() override {
+    Result r(db_.Run(sql_, params_));
+    return std::atoll(PQcmdTuples(r.get()));
+  }
+  bool HasRow() override { return PQntuples(Result(db_.Run(sql_, params_)).get()) > 0; }
+
+ private:
+  Value& At(int index) {
+    if (index < 1 || index > static_cast<int>(params_.size())) {
+      throw DatabaseError(0, "Cannot bind parameter " + std::to_string(index) + " of \"" + sql_ +
+                                 "\" in " + db_.Name() + ": no such parameter");
+    }
+    return params_[index - 1];
+  }
+
+  PostgresDatabase& db_;
+  std::string sql_;
+  Params params_;
+};
+
+std::unique_ptr<PostgresDatabase> PostgresDatabase::Open(const std::string& url,
+                                                         std::chrono::milliseconds busy_wait) {
+  const std::string password = PasswordIn(url);
+  char* parse_error = nullptr;
+  PQconninfoOption* options = PQconninfoParse(url.c_str(), &parse_error);
+  if (!options) {
+    std::string detail = parse_error ? FirstLine(parse_error) : "out of memory";
+    PQfreemem(parse_error);
+    throw DatabaseError(0, "Cannot open database: the location is not a valid postgresql:// URL (" +
+                               Scrub(detail, password) + ")");
+  }
+  PQconninfoFree(options);
+
+  // Keywords before dbname are defaults the URL may override.
+  const char* keys[] = {"connect_timeout", "client_encoding", "application_name", "dbname",
+                        nullptr};
+  const char* values[] = {kConnectTimeoutSeconds, kClientEncoding, "clockcomm", url.c_str(),
+                          nullptr};
+  PGconn* conn = PQconnectdbParams(keys, values, 1);
+  if (!conn) throw DatabaseError(0, "Cannot open database: out of memory");
+  const std::string host = PQhost(conn) ? PQhost(conn) : "";
+  const std::string port = PQport(conn) ? PQport(conn) : "";
+  const std::string dbname = PQdb(conn) ? PQdb(conn) : "";
+  const std::string user = PQuser(conn) ? PQuser(conn) : "";
+  std::string name = "postgresql://" + user + "@" + host + ":" + port + "/" + dbname;
+  if (PQstatus(conn) != CONNECTION_OK) {
+    const std::string detail = Scrub(FirstLine(PQerrorMessage(conn)), password);
+    PQfinish(conn);
+    auto cause = DatabaseError::Cause::kOther;
+    const std::string why = ConnectCause(detail, &cause);
+    throw DatabaseError(0,
+                        "Cannot open database " + dbname + " on " + host + ":" + port +
+                            " as user " + user + ": " + why + " (" + detail + ")",
+                        cause);
+  }
+  // Notices ("drop cascades to ...") are the server talking to a person; no one reads stderr here.
+  PQsetNoticeProcessor(conn, IgnoreNotice, nullptr);
+  std::unique_ptr<PostgresDatabase> db(new PostgresDatabase(conn, std::move(name)));
+  // A statement that waits for another session's lock longer than this fails as busy.
+  db->Query("SELECT set_config('lock_timeout', ?, false)",
+            {std::to_string(busy_wait.count()) + "ms"});
+  return db;
+}
+
+PostgresDatabase::PostgresDatabase(pg_conn* conn, std::string name)
+    : conn_(conn), name_(std::move(name)) {}
+
+PostgresDatabase::~PostgresDatabase() {
+  // Closing the connection discards an open transaction on the server.
+  PQfinish(conn_);
+}
+
+void PostgresDatabase::Fail(pg_result* result, std::string_view what) {
+  Result owned(result);
+  const char* state = result ? PQresultErrorField(result, PG_DIAG_SQLSTATE) : nullptr;
+  const char* primary = result ? PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY) : nullptr;
+  std::string message = primary ? primary : FirstLine(PQerrorMessage(conn_));
+  if (PQstatus(conn_) == CONNECTION_BAD) message = "the connection was lost: " + message;
+  const std::string sqlstate = state ? state : "";
+  if (!sqlstate.empty()) message += " (SQLSTATE " + sqlstate + ")";
+  throw DatabaseError(0, std::string(what) + " in " + name_ + ": " + message, CauseOf(sqlstate));
+}
+
+pg_result* PostgresDatabase::Simple(const char* sql) {
+  PGresult* r = PQexec(conn_, sql);
+  const auto status = PQresultStatus(r);
+  if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
+    Fail(r, std::string("Cannot execute \"") + sql + "\"");
+  }
+  return r;
+}
+
+const PostgresDatabase::Prepared& PostgresDatabase::Cached(std::string_view sql,
+                                                           const Params& params) {
+  // The kinds of the values are part of the key: a statement is prepared with the types of its
+  // values, so an integer comes back from "SELECT ?" as an integer.
+  std::string key(sql);
+  key += '\0';
+  std::vector<Oid> types;
+  for (const auto& p : params) {
+    types.push_back(p.IsInteger() ? kInt8Oid : p.IsReal() ? kFloat8Oid : 0);
+    key += p.IsInteger() ? 'i' : p.IsReal() ? 'r' : 'u';
+  }
+  if (auto it = statements_.find(key); it != statements_.end()) return it->second;
+
+  int count = 0;
+  const std::string translated = TranslateToPostgres(sql, &count);
+  if (count != static_cast<int>(params.size())) {
+    throw core::ArgumentException("Statement expects " + std::to_string(count) + " parameters, " +
+                                      std::to_string(params.size()) + " given.",
+                                  "params");
+  }
+  if (statements_.size() >= kStatementCacheLimit) {
+    PQclear(Simple("DEALLOCATE ALL"));
+    statements_.clear();
+  }
+  Prepared prepared{"clockcomm_" + std::to_string(++next_statement_), count};
+  PGresult* r = PQprepare(conn_, prepared.name.c_str(), translated.c_str(), count, types.data());
+  if (PQresultStatus(r) != PGRES_COMMAND_OK) {
+    Fail(r, "Cannot prepare \"" + std::string(sql) + "\"");
+  }
+  PQclear(r);
+  return statements_.emplace(std::move(key), std::move(prepared)).first->second;
+}
+
+pg_result* PostgresDatabase::Run(std::string_view sql, const Params& params) {
+  const Prepared& prepared = Cached(sql, params);
+  // Values go as text; integers and reals in forms that read back exactly.
+  std::vector<std::string> numbers(params.size());
+  std::vector<const char*> values(params.size(), nullptr);
+  for (size_t i = 0; i < params.size(); ++i) {
+    const auto& raw = params[i].Raw();
+    if (auto* iv = std::get_if<int64_t>(&raw)) {
+      numbers[i] = std::to_string(*iv);
+      values[i] = numbers[i].c_str();
+    } else if (auto* dv = std::get_if<double>(&raw)) {
+      char buffer[32];
+      const auto end = std::to_chars(buffer, buffer + sizeof buffer, *dv).ptr;
+      numbers[i].assign(buffer, end);
+      values[i] = numbers[i].c_str();
+    } else if (auto* sv = std::get_if<std::string>(&raw)) {
+      if (sv->find('\0') != std::string::npos) {
+        throw DatabaseError(0, "Cannot execute \"" + std::string(sql) + "\" in " + name_ +
+                                   ": parameter " + std::to_string(i + 1) +
+                                   " holds a NUL character, which the server cannot store");
+      }
+      values[i] = sv->c_str();
+    }
+  }
+  PGresult* r = PQexecPrepared(conn_, prepared.name.c_str(), prepared.parameters, values.data(),
+                               nullptr, nullptr, 0);
+  const auto status = PQresultStatus(r);
+  if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
+    Fail(r, "Cannot execute \"" + std::string(sql) + "\"");
+  }
+  return r;
+}
+
+std::unique_ptr<Statement> PostgresDatabase::Prepare(std::string_view sql) {
+  return std::make_unique<PostgresStatement>(*this, sql);
+}
+
+int64_t PostgresDatabase::Execute(std::string_view sql, const Params& params) {
+  Result r(Run(sql, params));
+  return std::atoll(PQcmdTuples(r.get()));
+}
+
+Recordset PostgresDatabase::Query(std::string_view sql, const Params& params) {
+  Result r(Run(sql, params));
+  const int fields = PQnfields(r.get());
+  const int tuples = PQntuples(r.get());
+  std::vector<std::string> columns;
+  for (int f = 0; f < fields; ++f) columns.emplace_back(PQfname(r.get(), f));
+  std::vector<std::vector<Value>> rows(tuples);
+  for (int t = 0; t < tuples; ++t) {
+    rows[t].reserve(fields);
+    for (int f = 0; f < fields; ++f) {
+      if (PQgetisnull(r.get(), t, f)) {
+        rows[t].emplace_back();
+      } else {
+        rows[t].push_back(
+            ToValue(PQftype(r.get(), f), PQgetvalue(r.get(), t, f), PQgetlength(r.get(), t, f)));
+      }
+    }
+  }
+  return Recordset(std::move(columns), std::move(rows));
+}
+
+int64_t PostgresDatabase::LastInsertId() {
+  // lastval() fails before the session's first sequence value; inside a transaction a savepoint
+  // keeps that failure from aborting the caller's work.
+  if (in_transaction_) PQclear(Simple("SAVEPOINT clockcomm_lastval"));
+  Result r(PQexec(conn_, "SELECT lastval()"));
+  if (PQresultStatus(r.get()) == PGRES_TUPLES_OK) {
+    const int64_t id = std::atoll(PQgetvalue(r.get(), 0, 0));
+    if (in_transaction_) PQclear(Simple("RELEASE SAVEPOINT clockcomm_lastval"));
+    return id;
+  }
+  const char* state = PQresultErrorField(r.get(), PG_DIAG_SQLSTATE);
+  if (!state || std::string_view(state) != "55000") Fail(r.release(), "Cannot read lastval()");
+  if (in_transaction_) PQclear(Simple("ROLLBACK TO SAVEPOINT clockcomm_lastval"));
+  return 0;
+}
+
+void PostgresDatabase::BeginTransaction() {
+  if (in_transaction_) throw core::InvalidOperationException("A transaction is already open.");
+  PQclear(Simple("BEGIN"));
+  in_transaction_ = true;
+}
+
+void PostgresDatabase::Commit() {
+  if (!in_transaction_) throw core::InvalidOperationException("No transaction is open.");
+  in_transaction_ = false;  // a COMMIT ends the transaction on the server even when it fails
+  Result r(Simple("COMMIT"));
+  // After a failed statement the server answers COMMIT with ROLLBACK: nothing was kept.
+  if (std::string_view(PQcmdStatus(r.get())) == "ROLLBACK") {
+    throw DatabaseError(0, "Cannot commit in " + name_ +
+                               ": a statement of the transaction failed, so the server rolled "
+                               "all of it back");
+  }
+}
+
+void PostgresDatabase::Rollback() {
+  if (!in_transaction_) return;
+  in_transaction_ = false;
+  PQclear(Simple("ROLLBACK"));
+}
+
+bool PostgresDatabase::TableExists(std::string_view table) {
+  return !Query(
+              "SELECT 1 FROM pg_class WHERE oid = to_regclass(quote_ident(?)) AND relkind IN "
+              "('r', 'p')",
+              {table})
+              .Eof();
+}
+
+}  // namespace clockcomm::db
