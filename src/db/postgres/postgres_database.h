@@ -11,18 +11,12 @@
 
 #include "db/database.h"
 #include "db/open.h"
+#include "db/postgres/postgres_sql.h"
 
 struct pg_conn;
 struct pg_result;
 
 namespace clockcomm::db {
-
-// True for a location that names a PostgreSQL server (postgresql:// or postgres://).
-bool IsPostgresLocation(std::string_view location);
-
-// The SQL as PostgreSQL reads it: [name] becomes "name" and each ? becomes $1, $2... in order.
-// String literals, quoted names and comments are copied unchanged. Sets *parameters to the count.
-std::string TranslateToPostgres(std::string_view sql, int* parameters);
 
 class PostgresDatabase : public Database {
  public:

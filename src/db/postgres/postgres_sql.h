@@ -1,0 +1,17 @@
+// How the program's SQL reaches PostgreSQL: which locations name a server, and the statement text
+// as the server reads it.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace clockcomm::db {
+
+// True for a location that names a PostgreSQL server (postgresql:// or postgres://).
+bool IsPostgresLocation(std::string_view location);
+
+// The SQL as PostgreSQL reads it: [name] becomes "name" and each ? becomes $1, $2... in order.
+// String literals, quoted names and comments are copied unchanged. Sets *parameters to the count.
+std::string TranslateToPostgres(std::string_view sql, int* parameters);
+
+}  // namespace clockcomm::db
