@@ -26,7 +26,6 @@ struct PunchKey {
 
   // A text form, for tables that name a punch by its key.
   std::string Text() const;
-  friend bool operator==(const PunchKey&, const PunchKey&) = default;
 };
 
 class PunchKeys {
@@ -49,8 +48,6 @@ class PunchKeys {
   static PunchKey KeyOf(std::string_view clock_name, const TcdRecord& record);
   // The key of a punch that is not a TCD record (a terminal's own report of it).
   static PunchKey KeyOf(const core::DateTime& moment, std::string_view content);
-  static int64_t MinuteOf(const std::optional<core::Date>& date,
-                          const std::optional<core::TimeOfDay>& time);
 
   bool Contains(const PunchKey& key);
   // Records a stored punch; call inside the transaction that wrote its row.
@@ -62,6 +59,8 @@ class PunchKeys {
   int64_t ForgetDeletedRows();
 
  private:
+  static int64_t MinuteOf(const std::optional<core::Date>& date,
+                          const std::optional<core::TimeOfDay>& time);
   void ConvertTextKeys();
 
   db::Database& db_;

@@ -197,7 +197,7 @@ TEST(T4DeathTest, EveryPunchOnceWhereverThePollDies) {
   std::vector<AttTransaction> terminal_log;
   for (int i = 0; i < 2000; ++i) terminal_log.push_back(Punch(1000 + i % 100, i / 100));
   // A poll in a child process; returns how it ended, as waitpid tells.
-  auto poll_in_child = [&](bool die_at_clear, std::chrono::milliseconds kill_after) {
+  auto poll_in_child = [&](bool die_at_clear, std::chrono::microseconds kill_after) {
     const pid_t pid = ::fork();
     if (pid == 0) {
       T4Host& host = t4.Host([&](test::FakeT4Device& device, const T4ClockEntry&) {
@@ -210,7 +210,9 @@ TEST(T4DeathTest, EveryPunchOnceWhereverThePollDies) {
     }
     const int exited = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     pollfd fd{exited, POLLIN, 0};
-    if (::poll(&fd, 1, static_cast<int>(kill_after.count())) == 0) ::kill(pid, SIGKILL);
+    const timespec wait{static_cast<time_t>(kill_after.count() / 1'000'000),
+                        static_cast<long>(kill_after.count() % 1'000'000 * 1000)};
+    if (::ppoll(&fd, 1, &wait, nullptr) == 0) ::kill(pid, SIGKILL);
     ::close(exited);
     int status = 0;
     ::waitpid(pid, &status, 0);
@@ -220,7 +222,7 @@ TEST(T4DeathTest, EveryPunchOnceWhereverThePollDies) {
   int status = poll_in_child(true, 60s);
   ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << status;
   int kills = 0;
-  for (auto after = 5ms; !terminal_log.empty(); after = after * 3 / 2) {
+  for (std::chrono::microseconds after = 200us; !terminal_log.empty(); after = after * 5 / 4) {
     status = poll_in_child(false, after);
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) terminal_log.clear();  // the poll cleared it
     kills += WIFSIGNALED(status) ? 1 : 0;
