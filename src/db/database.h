@@ -67,6 +67,8 @@ class Database {
   // Where the database lives (a file name, or a connection description).
   virtual const std::string& Name() const = 0;
   virtual bool TableExists(std::string_view table) = 0;
+  // Whether the table has the column, for tables made by an earlier version of the program.
+  virtual bool HasColumn(std::string_view table, std::string_view column) = 0;
 };
 
 // Begins on construction; rolls back on destruction unless Commit() was called.

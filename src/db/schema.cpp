@@ -38,12 +38,8 @@ void CreateProductSchema(Database& db) {
       "TerminalID TEXT NOT NULL DEFAULT '', "
       "TerminalType INTEGER)");
   // Poll lists made before a location could have a terminal type of its own.
-  bool has_terminal_type = false;
-  for (auto rs = db.Query("SELECT name FROM pragma_table_info('PollT')"); !rs.Eof();
-       rs.MoveNext()) {
-    has_terminal_type = has_terminal_type || rs.Field(0).AsText() == "TerminalType";
-  }
-  if (!has_terminal_type) db.Execute("ALTER TABLE PollT ADD COLUMN TerminalType INTEGER");
+  if (!db.HasColumn("PollT", "TerminalType"))
+    db.Execute("ALTER TABLE PollT ADD COLUMN TerminalType INTEGER");
   // The fingerprint terminals the T4 host keeps connected, and their waiting user tasks.
   db.Execute(
       "CREATE TABLE IF NOT EXISTS T4Clocks ("

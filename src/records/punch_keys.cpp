@@ -68,7 +68,7 @@ PunchKey PunchKeys::KeyOf(const core::DateTime& moment, std::string_view content
 }
 
 PunchKeys::PunchKeys(db::Database& company_db) : db_(company_db) {
-  if (!db_.Query("SELECT 1 FROM pragma_table_info('Punch Keys') WHERE name = 'PunchKey'").Eof()) {
+  if (db_.HasColumn("Punch Keys", "PunchKey")) {
     ConvertTextKeys();
   }
   db_.Execute(kCreateTable);

@@ -351,11 +351,20 @@ void PostgresDatabase::Rollback() {
   PQclear(Simple("ROLLBACK"));
 }
 
+// A name written without quotes is kept in lower case; one written in brackets as it stands.
 bool PostgresDatabase::TableExists(std::string_view table) {
   return !Query(
-              "SELECT 1 FROM pg_class WHERE oid = to_regclass(quote_ident(?)) AND relkind IN "
-              "('r', 'p')",
-              {table})
+              "SELECT 1 FROM information_schema.tables WHERE table_schema = current_schema() "
+              "AND table_name IN (?, lower(?))",
+              {table, table})
+              .Eof();
+}
+
+bool PostgresDatabase::HasColumn(std::string_view table, std::string_view column) {
+  return !Query(
+              "SELECT 1 FROM information_schema.columns WHERE table_schema = current_schema() "
+              "AND table_name IN (?, lower(?)) AND column_name IN (?, lower(?))",
+              {table, table, column, column})
               .Eof();
 }
 

@@ -40,6 +40,7 @@ class PostgresDatabase : public Database {
   // postgresql://user@host:port/dbname: the location without its password.
   const std::string& Name() const override { return name_; }
   bool TableExists(std::string_view table) override;
+  bool HasColumn(std::string_view table, std::string_view column) override;
 
  private:
   friend class PostgresStatement;

@@ -12,6 +12,8 @@ bool IsPostgresLocation(std::string_view location);
 
 // The SQL as PostgreSQL reads it: [name] becomes "name" and each ? becomes $1, $2... in order.
 // String literals, quoted names and comments are copied unchanged. Sets *parameters to the count.
+// In a CREATE TABLE the column types become those that hold the same values (INTEGER: BIGINT,
+// REAL: DOUBLE PRECISION, INTEGER PRIMARY KEY: an identity), so one text creates a table on both.
 std::string TranslateToPostgres(std::string_view sql, int* parameters);
 
 }  // namespace clockcomm::db

@@ -37,8 +37,8 @@ int64_t BackupSqliteFile(const std::filesystem::path& from, const std::filesyste
     Connection copy = OpenFile(partial, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     sqlite3_backup* backup = sqlite3_backup_init(copy.get(), "main", source.get(), "main");
     if (backup == nullptr) {
-      throw core::SystemError(sqlite3_errcode(copy.get()),
-                              std::string(sqlite3_errmsg(copy.get())) + " (" + partial.string() + ")");
+      throw core::SystemError(sqlite3_errcode(copy.get()), std::string(sqlite3_errmsg(copy.get())) +
+                                                               " (" + partial.string() + ")");
     }
     // All pages in one step: the copy is of one moment, whatever the writers do meanwhile.
     const int step = sqlite3_backup_step(backup, -1);

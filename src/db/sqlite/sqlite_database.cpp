@@ -253,4 +253,9 @@ bool SqliteDatabase::TableExists(std::string_view table) {
   return !Query("SELECT name FROM sqlite_master WHERE type='table' AND name=?", {table}).Eof();
 }
 
+bool SqliteDatabase::HasColumn(std::string_view table, std::string_view column) {
+  return !Query("SELECT 1 FROM pragma_table_info(?) WHERE name = ? COLLATE NOCASE", {table, column})
+              .Eof();
+}
+
 }  // namespace clockcomm::db

@@ -37,6 +37,7 @@ class SqliteDatabase : public Database {
   bool InTransaction() const override { return in_transaction_; }
   const std::string& Name() const override { return name_; }
   bool TableExists(std::string_view table) override;
+  bool HasColumn(std::string_view table, std::string_view column) override;
 
  private:
   SqliteDatabase(sqlite3* handle, std::string name);
