@@ -8,7 +8,7 @@
 #include "core/errors.h"
 #include "db/open.h"
 #include "db/postgres/postgres_database.h"
-#include "db/postgres_test_server.h"
+#include "test_support/postgres_test_server.h"
 #include "db/schema.h"
 #include "test_support/temp_dir.h"
 

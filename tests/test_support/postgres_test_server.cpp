@@ -1,4 +1,4 @@
-#include "db/postgres_test_server.h"
+#include "test_support/postgres_test_server.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
