@@ -38,7 +38,14 @@ void RegistryTable(Database& db) {
       "CustomDays INTEGER NOT NULL DEFAULT 0)");
 }
 
-constexpr MigrationStep kRegistrySteps[] = {{"table Company", RegistryTable}};
+// A company's database may live elsewhere than <directory>/Company.db: empty keeps the file.
+void RegistryDatabaseColumn(Database& db) {
+  if (!db.HasColumn("Company", "Database"))
+    db.Execute("ALTER TABLE Company ADD COLUMN [Database] TEXT NOT NULL DEFAULT ''");
+}
+
+constexpr MigrationStep kRegistrySteps[] = {{"table Company", RegistryTable},
+                                            {"column Company.[Database]", RegistryDatabaseColumn}};
 
 // ---- product database (poll list) ----
 
