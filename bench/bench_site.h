@@ -39,8 +39,9 @@ struct Site {
     company.clock_name = "DEMODATA";
     company.directory = "bench";
     company.start = clock.Now().GetDate();
-    records::RegisterCompany(paths->CompanyRegistryDatabase(), paths->CompanyDirectory("bench"),
-                             paths->CompanyDatabase("bench"), company);
+    records::RegisterCompany({paths->CompanyRegistryDatabase(), paths->DataDirectory(),
+                              paths->CompanyDirectory("bench"), paths->CompanyDatabase("bench")},
+                             company);
     logs = std::make_unique<shell::Logs>(*paths, clock);
     controller = std::make_unique<terminal::CallController>(clock, *logs, screen);
     companies = std::make_unique<records::CompanyFactory>(*logs, paths->DataDirectory());

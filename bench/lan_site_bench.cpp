@@ -81,9 +81,10 @@ struct SwarmSite : bench::Site {
       company.clock_name = "HOME" + std::to_string(c);
       company.directory = "c" + std::to_string(c);
       company.start = clock.Now().GetDate();
-      records::RegisterCompany(paths->CompanyRegistryDatabase(),
-                               paths->CompanyDirectory(company.directory),
-                               paths->CompanyDatabase(company.directory), company);
+      records::RegisterCompany(
+          {paths->CompanyRegistryDatabase(), paths->DataDirectory(),
+           paths->CompanyDirectory(company.directory), paths->CompanyDatabase(company.directory)},
+          company);
     }
     auto registry = db::Open(paths->CompanyRegistryDatabase());
     db::Transaction transaction(*registry);

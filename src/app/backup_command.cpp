@@ -10,6 +10,7 @@
 #include "app/commands.h"
 #include "core/log_sink.h"
 #include "core/safe_path.h"
+#include "db/location.h"
 #include "db/schema.h"
 #include "db/sqlite/sqlite_backup.h"
 
@@ -31,17 +32,27 @@ struct Copy {
 };
 
 // The databases of the data directory, then each company's, in the folder layout of the data
-// directory (a company kept elsewhere goes under "companies/<name>").
-std::vector<Copy> DatabasesOf(const Context& ctx) {
+// directory (a company kept elsewhere goes under "companies/<name>"). Databases on a server are
+// the server's to back up: they are named in on_server.
+std::vector<Copy> DatabasesOf(const Context& ctx, std::vector<std::string>& on_server) {
   const fs::path data = ctx.paths.DataDirectory();
   std::vector<Copy> copies;
-  for (const char* name : {db::kCompanyRegistryFile, db::kProductDatabaseFile, db::kEventLogFile}) {
-    if (fs::exists(data / name)) copies.push_back({data / name, name});
+  for (const fs::path& file : {ctx.paths.CompanyRegistryDatabase(), ctx.paths.ClockwynDatabase(),
+                               ctx.paths.EventLogDatabase()}) {
+    if (db::IsServerLocation(file.native())) {
+      on_server.push_back(file.native());
+    } else if (fs::exists(file)) {
+      copies.push_back({file, Within(data, file).value_or(file.filename())});
+    }
   }
   core::NullLogSink no_log;
   std::set<fs::path> seen;
   for (const auto& company : LoadFactory(ctx.paths, no_log).GetCompanyList()) {
     const fs::path file = company.ClockwynDatabaseFilename();
+    if (db::IsServerLocation(file.native())) {
+      on_server.push_back(file.native());
+      continue;
+    }
     if (!fs::exists(file) || !seen.insert(fs::weakly_canonical(file)).second) continue;
     copies.push_back({file, Within(data, file)
                                 .value_or(fs::path("companies") /
@@ -59,7 +70,12 @@ void RunBackup(const GlobalOptions& options, const std::string& to) {
   }
   int failed = 0;
   int64_t total = 0;
-  const auto copies = DatabasesOf(ctx);
+  std::vector<std::string> on_server;
+  const auto copies = DatabasesOf(ctx, on_server);
+  for (const std::string& location : on_server) {
+    std::cout << db::ShownLocation(location)
+              << "  on the database server: not copied (back it up with the server's tools)\n";
+  }
   for (const auto& copy : copies) {
     try {
       fs::create_directories((folder / copy.to).parent_path());

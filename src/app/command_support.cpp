@@ -5,6 +5,7 @@
 #include <iostream>
 #include <optional>
 
+#include "db/location.h"
 #include "db/open.h"
 
 namespace clockcomm::app {
@@ -43,7 +44,7 @@ std::unique_ptr<db::Database> OpenCompanyDatabase(const Context& ctx,
   const records::Company company = factory.GetCompany(company_name);
   if (company.IsEmpty()) Fail("clockcomm: company \"" + company_name + "\" was not found");
   const std::filesystem::path file = company.ClockwynDatabaseFilename();
-  if (!std::filesystem::exists(file)) {
+  if (!db::IsServerLocation(file.native()) && !std::filesystem::exists(file)) {
     Fail("clockcomm: the database of company \"" + company_name +
          "\" was not found: " + file.string());
   }

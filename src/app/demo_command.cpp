@@ -61,9 +61,10 @@ void AddCompany(const shell::MyPaths& paths, const core::Date& today) {
   company.directory = kCompanyDirectory;
   company.pay_period_type = "weekly";
   company.start = today.AddDays(-((today.DayOfWeek() + 6) % 7));  // this week's Monday
-  records::RegisterCompany(paths.CompanyRegistryDatabase(),
-                           paths.CompanyDirectory(kCompanyDirectory),
-                           paths.CompanyDatabase(kCompanyDirectory), company);
+  records::RegisterCompany(
+      {paths.CompanyRegistryDatabase(), paths.DataDirectory(),
+       paths.CompanyDirectory(kCompanyDirectory), paths.CompanyDatabase(kCompanyDirectory)},
+      company);
   auto db = db::Open(paths.CompanyDatabase(kCompanyDirectory));
   // Through the same code as `employee add`, `department add` and `job add`.
   records::EmployeeTable employees(*db);

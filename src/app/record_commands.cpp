@@ -13,6 +13,7 @@
 #include "core/durable_file.h"
 #include "core/errors.h"
 #include "core/text.h"
+#include "db/location.h"
 #include "db/open.h"
 #include "db/schema.h"
 #include "records/company_factory.h"
@@ -30,7 +31,7 @@ namespace {
 
 std::unique_ptr<db::Database> OpenRegistry(const shell::MyPaths& paths) {
   const fs::path file = paths.CompanyRegistryDatabase();
-  if (!fs::exists(file)) {
+  if (!db::IsServerLocation(file.native()) && !fs::exists(file)) {
     Fail("clockcomm: Company3 database was not found. (" + file.string() +
          "; run clockcomm init first)");
   }
@@ -43,6 +44,7 @@ struct CompanyOptions {
   std::string name;
   std::string clock;
   std::string dir;
+  std::string database;  // a postgresql:// URL; empty: <dir>/Company.db
   std::string pay_period = "weekly";
   std::string start;
   std::string start_time = "00:00";
@@ -74,17 +76,24 @@ void RunCompanyAdd(const GlobalOptions& options, const CompanyOptions& o) {
   company.start =
       o.start.empty() ? system_clock.Now().GetDate() : ParseDayOption("--start", o.start);
   company.start_time = ParseHourMinute(o.start_time);
-  const fs::path db_file = ctx.paths.CompanyDatabase(o.dir);
+  if (!o.database.empty() && !db::IsServerLocation(o.database)) {
+    Fail(
+        "clockcomm company add: --database takes a postgresql:// URL; without it the company's "
+        "database is the file Company.db in its directory");
+  }
+  const fs::path db_file =
+      o.database.empty() ? ctx.paths.CompanyDatabase(o.dir) : fs::path(o.database);
   try {
-    records::RegisterCompany(ctx.paths.CompanyRegistryDatabase(), ctx.paths.CompanyDirectory(o.dir),
-                             db_file, company);
+    records::RegisterCompany({ctx.paths.CompanyRegistryDatabase(), ctx.paths.DataDirectory(),
+                              ctx.paths.CompanyDirectory(o.dir), db_file},
+                             company);
   } catch (const core::ArgumentException& e) {
     Fail(std::string("clockcomm company add: ") + e.what());
   }
   std::cout << "Added company " << core::Trim(o.name) << " (clock " << core::Trim(o.clock) << ", "
             << core::ToLower(core::Trim(o.pay_period)) << " pay period from "
             << company.start.ToString() << ")\n"
-            << "  database " << db_file.string() << "\n";
+            << "  database " << db::ShownLocation(db_file.native()) << "\n";
 }
 
 void RunCompanyList(const GlobalOptions& options) {
@@ -92,7 +101,7 @@ void RunCompanyList(const GlobalOptions& options) {
   core::NullLogSink quiet;
   records::CompanyFactory factory = LoadFactory(ctx.paths, quiet);
   std::cout << "Company\tClock Name\tDirectory\tPay Period Type\tPeriod Start\tPeriod End\t"
-               "Clock Table Updated\n";
+               "Clock Table Updated\tDatabase\n";
   for (const auto& c : factory.GetCompanyList()) {
     std::string end;
     try {
@@ -104,7 +113,8 @@ void RunCompanyList(const GlobalOptions& options) {
     std::cout << c.Name() << "\t" << c.ClockName() << "\t" << c.DatabaseDirectory() << "\t"
               << c.PayPeriodType() << "\t" << c.PayPeriodStartDateTime().Format("yyyy-mm-dd HH:nn")
               << "\t" << end << "\t"
-              << (stamped ? c.ClockDataTableLastUpdated().GetDate().ToString() : "") << "\n";
+              << (stamped ? c.ClockDataTableLastUpdated().GetDate().ToString() : "") << "\t"
+              << db::ShownLocation(c.ClockwynDatabaseFilename()) << "\n";
   }
 }
 
@@ -211,6 +221,9 @@ void RegisterRecordCommands(CLI::App& app, const GlobalOptions& options) {
   add->add_option("--clock", co->clock, "Name of the company's clock")->required();
   add->add_option("--dir", co->dir, "Company directory (relative: under the data directory)")
       ->required();
+  add->add_option("--database", co->database,
+                  "The company's database on a server (postgresql://...); default: Company.db in "
+                  "its directory");
   add->add_option("--pay-period", co->pay_period,
                   "weekly, biweekly, semimonthly, monthly, custom, \"accrued custom\"");
   add->add_option("--start", co->start, "Start of the current pay period, YYYY-MM-DD (today)");

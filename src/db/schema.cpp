@@ -1,8 +1,15 @@
 #include "db/schema.h"
 
-namespace clockcomm::db {
+#include <span>
 
-void CreateEventLogSchema(Database& db) {
+#include "db/schema_version.h"
+
+namespace clockcomm::db {
+namespace {
+
+// ---- event log ----
+
+void EventLogTable(Database& db) {
   db.Execute(
       "CREATE TABLE IF NOT EXISTS LogTable ("
       "Counter INTEGER PRIMARY KEY AUTOINCREMENT, "
@@ -14,7 +21,11 @@ void CreateEventLogSchema(Database& db) {
   db.Execute("CREATE INDEX IF NOT EXISTS LogTable_DateTime ON LogTable([DateTime])");
 }
 
-void CreateCompanyRegistrySchema(Database& db) {
+constexpr MigrationStep kEventLogSteps[] = {{"table LogTable", EventLogTable}};
+
+// ---- company registry ----
+
+void RegistryTable(Database& db) {
   db.Execute(
       "CREATE TABLE IF NOT EXISTS Company ("
       "[Company] TEXT PRIMARY KEY NOT NULL, "
@@ -27,7 +38,18 @@ void CreateCompanyRegistrySchema(Database& db) {
       "CustomDays INTEGER NOT NULL DEFAULT 0)");
 }
 
-void CreateProductSchema(Database& db) {
+// A company's database may live elsewhere than <directory>/Company.db: empty keeps the file.
+void RegistryDatabaseColumn(Database& db) {
+  if (!db.HasColumn("Company", "Database"))
+    db.Execute("ALTER TABLE Company ADD COLUMN [Database] TEXT NOT NULL DEFAULT ''");
+}
+
+constexpr MigrationStep kRegistrySteps[] = {{"table Company", RegistryTable},
+                                            {"column Company.[Database]", RegistryDatabaseColumn}};
+
+// ---- product database (poll list) ----
+
+void PollTable(Database& db) {
   db.Execute(
       "CREATE TABLE IF NOT EXISTS PollT ("
       "LocationID INTEGER PRIMARY KEY, "
@@ -35,12 +57,17 @@ void CreateProductSchema(Database& db) {
       "LocationPhone TEXT NOT NULL DEFAULT '', "
       "DialTime TEXT, "
       "SelectToDial INTEGER NOT NULL DEFAULT 1, "
-      "TerminalID TEXT NOT NULL DEFAULT '', "
-      "TerminalType INTEGER)");
-  // Poll lists made before a location could have a terminal type of its own.
+      "TerminalID TEXT NOT NULL DEFAULT '')");
+}
+
+// A location can have a terminal type of its own.
+void PollTerminalType(Database& db) {
   if (!db.HasColumn("PollT", "TerminalType"))
     db.Execute("ALTER TABLE PollT ADD COLUMN TerminalType INTEGER");
-  // The fingerprint terminals the T4 host keeps connected, and their waiting user tasks.
+}
+
+// The fingerprint terminals the T4 host keeps connected, and their waiting user tasks.
+void T4Tables(Database& db) {
   db.Execute(
       "CREATE TABLE IF NOT EXISTS T4Clocks ("
       "ClockID INTEGER PRIMARY KEY, "
@@ -57,7 +84,13 @@ void CreateProductSchema(Database& db) {
       "UserID TEXT NOT NULL DEFAULT '')");
 }
 
-void CreateCompanySchema(Database& db) {
+constexpr MigrationStep kProductSteps[] = {{"table PollT", PollTable},
+                                           {"column PollT.TerminalType", PollTerminalType},
+                                           {"tables T4Clocks and ClockTasks", T4Tables}};
+
+// ---- a company's database ----
+
+void CompanyTables(Database& db) {
   db.Execute(
       "CREATE TABLE IF NOT EXISTS [Clock Data Table] ("
       "ID INTEGER PRIMARY KEY AUTOINCREMENT, "
@@ -77,7 +110,10 @@ void CreateCompanySchema(Database& db) {
   if (db.Query("SELECT COUNT(*) FROM CompanyInfoT").Field(0).AsInt() == 0) {
     db.Execute("INSERT INTO CompanyInfoT ([Clock Table Updated]) VALUES (NULL)");
   }
-  // Validation tables sent to the terminals: employees, departments, job codes.
+}
+
+// Validation tables sent to the terminals: employees, departments, job codes.
+void ValidationTables(Database& db) {
   db.Execute(
       "CREATE TABLE IF NOT EXISTS LEVEL1 ("
       "[Card ID] INTEGER PRIMARY KEY, Name TEXT NOT NULL DEFAULT '', "
@@ -89,5 +125,50 @@ void CreateCompanySchema(Database& db) {
       "CREATE TABLE IF NOT EXISTS LEVEL3 ("
       "Code TEXT PRIMARY KEY, Description TEXT NOT NULL DEFAULT '')");
 }
+
+constexpr MigrationStep kCompanySteps[] = {
+    {"tables [Clock Data Table], [Employee Table], CompanyInfoT", CompanyTables},
+    {"validation tables LEVEL1-LEVEL3", ValidationTables}};
+
+std::span<const MigrationStep> StepsOf(SchemaKind kind) {
+  switch (kind) {
+    case SchemaKind::kEventLog:
+      return kEventLogSteps;
+    case SchemaKind::kCompanyRegistry:
+      return kRegistrySteps;
+    case SchemaKind::kProduct:
+      return kProductSteps;
+    case SchemaKind::kCompany:
+      break;
+  }
+  return kCompanySteps;
+}
+
+}  // namespace
+
+std::string SchemaKindName(SchemaKind kind) {
+  switch (kind) {
+    case SchemaKind::kEventLog:
+      return "event log";
+    case SchemaKind::kCompanyRegistry:
+      return "company registry";
+    case SchemaKind::kProduct:
+      return "poll list";
+    case SchemaKind::kCompany:
+      break;
+  }
+  return "company";
+}
+
+int NewestSchemaVersion(SchemaKind kind) { return static_cast<int>(StepsOf(kind).size()); }
+
+void MigrateSchema(Database& db, SchemaKind kind) {
+  Migrate(db, SchemaKindName(kind), StepsOf(kind));
+}
+
+void CreateEventLogSchema(Database& db) { MigrateSchema(db, SchemaKind::kEventLog); }
+void CreateCompanyRegistrySchema(Database& db) { MigrateSchema(db, SchemaKind::kCompanyRegistry); }
+void CreateProductSchema(Database& db) { MigrateSchema(db, SchemaKind::kProduct); }
+void CreateCompanySchema(Database& db) { MigrateSchema(db, SchemaKind::kCompany); }
 
 }  // namespace clockcomm::db

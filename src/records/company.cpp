@@ -29,6 +29,7 @@ std::filesystem::path Company::DirectoryPath() const {
 }
 
 std::string Company::ClockwynDatabaseFilename() const {
+  if (!database_.empty()) return database_;
   return (DirectoryPath() / db::kCompanyDatabaseFile).string();
 }
 

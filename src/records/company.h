@@ -25,8 +25,12 @@ class Company {
   const std::string& Name() const { return name_; }
   // The zero date when the registry has no stamp.
   const core::DateTime& ClockDataTableLastUpdated() const { return clock_table_updated_; }
-  // <company directory>/Company.db
+  // The registry's [Database] when it names one (a postgresql:// URL), else
+  // <company directory>/Company.db.
   std::string ClockwynDatabaseFilename() const;
+  // The registry's [Database] as stored; empty for the file in the company's directory.
+  const std::string& DatabaseLocation() const { return database_; }
+  void SetDatabaseLocation(std::string location) { database_ = std::move(location); }
   const std::string& DatabaseDirectory() const { return directory_; }
   // The directory as a path, relative ones resolved under the data directory.
   std::filesystem::path DirectoryPath() const;
@@ -55,6 +59,7 @@ class Company {
   std::string name_;
   core::DateTime clock_table_updated_;
   std::string directory_;
+  std::string database_;
   std::filesystem::path data_directory_;
   std::string clock_name_;
   core::Date pay_period_start_;

@@ -16,8 +16,7 @@ namespace clockcomm::records {
 // The registry file is missing (the callers' "Company3 database was not found.").
 class CompanyRegistryNotFound : public core::Error {
  public:
-  explicit CompanyRegistryNotFound(const std::string& file)
-      : core::Error("Company3 database was not found. (" + file + ")") {}
+  explicit CompanyRegistryNotFound(const std::string& file);
 };
 
 class CompanyFactory {
@@ -25,14 +24,15 @@ class CompanyFactory {
   static constexpr const char* kLoadQuery =
       "SELECT Company.[Clock Name], Company.[Company], Company.[Clock Table Updated], "
       "Company.[Directory], Company.[Current Start Date], Company.[Pay Period Type], "
-      "Company.[Current Start Time], Company.CustomDays FROM Company";
+      "Company.[Current Start Time], Company.CustomDays, Company.[Database] FROM Company";
 
   // Relative company directories are taken under the data directory.
   CompanyFactory(core::LogSink& log, std::filesystem::path data_directory)
       : log_(log), data_directory_(std::move(data_directory)) {}
 
-  // Stores the file name and loads the list. Throws CompanyRegistryNotFound for a missing file
-  // and db::DatabaseError for one that cannot be read.
+  // Stores the location and loads the list, bringing an older registry to the newest shape first.
+  // Throws CompanyRegistryNotFound for a missing file and db::DatabaseError for a database that
+  // cannot be read (or was written by a newer program).
   void Initialize(const std::filesystem::path& database_file);
   void Refresh();
   const std::string& DatabaseName() const { return database_name_; }

@@ -3,15 +3,17 @@
 #include "core/errors.h"
 #include "core/safe_path.h"
 #include "core/text.h"
+#include "db/location.h"
 #include "db/open.h"
 #include "db/schema.h"
 #include "records/company.h"
 
 namespace clockcomm::records {
 
-void RegisterCompany(const std::filesystem::path& registry_database,
-                     const std::filesystem::path& company_directory,
-                     const std::filesystem::path& company_database, NewCompany company) {
+void RegisterCompany(const CompanyLocations& where, NewCompany company) {
+  const std::filesystem::path& company_directory = where.directory;
+  const std::string server_database =
+      db::IsServerLocation(where.database.native()) ? where.database.native() : "";
   company.name = core::Trim(company.name);
   company.clock_name = core::Trim(company.clock_name);
   company.pay_period_type = core::ToLower(core::Trim(company.pay_period_type));
@@ -23,7 +25,7 @@ void RegisterCompany(const std::filesystem::path& registry_database,
   }
   // The registry lives in the data folder; a company gets a folder of its own below it, never
   // one that "..", an absolute path or a link takes elsewhere.
-  const std::filesystem::path data_folder = registry_database.parent_path();
+  const std::filesystem::path& data_folder = where.data_folder;
   if (!core::IsInside(data_folder, company_directory) ||
       core::IsInside(company_directory, data_folder)) {
     throw core::ArgumentException("The company directory \"" + company.directory +
@@ -44,11 +46,11 @@ void RegisterCompany(const std::filesystem::path& registry_database,
         "A " + company.pay_period_type + " pay period needs custom days of 1 or more.",
         "custom-days");
   }
-  auto registry = db::Open(registry_database);
+  auto registry = db::Open(where.registry);
   db::CreateCompanyRegistrySchema(*registry);
   // Names match ignoring case for the Windows-1252 letters too, which SQL's NOCASE does not.
-  for (auto rows = registry->Query("SELECT [Company], [Clock Name] FROM Company"); !rows.Eof();
-       rows.MoveNext()) {
+  for (auto rows = registry->Query("SELECT [Company], [Clock Name], [Database] FROM Company");
+       !rows.Eof(); rows.MoveNext()) {
     const std::string existing = rows.Field(0).AsText();
     if (core::EqualsIgnoreCase(existing, company.name)) {
       throw core::ArgumentException("Company \"" + company.name + "\" already exists.", "name");
@@ -58,15 +60,21 @@ void RegisterCompany(const std::filesystem::path& registry_database,
           "Clock \"" + company.clock_name + "\" already belongs to company \"" + existing + "\".",
           "clock");
     }
+    // Two companies in one database would mix their punches.
+    if (!server_database.empty() && rows.Field(2).AsText() == server_database) {
+      throw core::ArgumentException("The database " + db::ShownLocation(server_database) +
+                                        " already belongs to company \"" + existing + "\".",
+                                    "database");
+    }
   }
   std::filesystem::create_directories(company_directory);
-  db::CreateCompanySchema(*db::Open(company_database, db::OpenMode::kCreate));
+  db::CreateCompanySchema(*db::Open(where.database, db::OpenMode::kCreate));
   registry->Execute(
       "INSERT INTO Company ([Company], [Clock Name], [Clock Table Updated], [Directory], "
-      "[Current Start Date], [Pay Period Type], [Current Start Time], CustomDays) "
-      "VALUES (?, ?, NULL, ?, ?, ?, ?, ?)",
+      "[Current Start Date], [Pay Period Type], [Current Start Time], CustomDays, [Database]) "
+      "VALUES (?, ?, NULL, ?, ?, ?, ?, ?, ?)",
       {company.name, company.clock_name, company.directory, company.start, company.pay_period_type,
-       company.start_time, company.custom_days});
+       company.start_time, company.custom_days, server_database});
 }
 
 }  // namespace clockcomm::records

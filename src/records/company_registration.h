@@ -19,12 +19,20 @@ struct NewCompany {
   int custom_days = 0;
 };
 
-// Validates the company (names, pay period type and its custom days, a name or clock already in
-// the registry, a company_directory that is not below the data folder, which is the folder of
-// registry_database), creates company_directory and the company's database with its tables, and
-// adds the row to the registry database. Throws core::ArgumentException naming what is wrong.
-void RegisterCompany(const std::filesystem::path& registry_database,
-                     const std::filesystem::path& company_directory,
-                     const std::filesystem::path& company_database, NewCompany company);
+// Where a new company goes.
+struct CompanyLocations {
+  std::filesystem::path registry;     // the company registry: a file or a server URL
+  std::filesystem::path data_folder;  // company folders must lie below it
+  std::filesystem::path directory;    // the company's folder
+  // Its database: <directory>/Company.db, or a postgresql:// URL, which the registry's
+  // [Database] then holds.
+  std::filesystem::path database;
+};
+
+// Validates the company (names, pay period type and its custom days, a name, clock or server
+// database already in the registry, a directory that is not below the data folder), creates the
+// directory and the company's database with its tables, and adds the row to the registry.
+// Throws core::ArgumentException naming what is wrong.
+void RegisterCompany(const CompanyLocations& where, NewCompany company);
 
 }  // namespace clockcomm::records

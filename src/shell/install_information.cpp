@@ -57,6 +57,18 @@ std::string InstallInformation::Value(const std::string& section, const std::str
   return v == s->second.end() ? std::string() : v->second.value;
 }
 
+void InstallInformation::SetValue(const std::string& section, const std::string& name,
+                                  const std::string& value) {
+  if (!value.empty()) {
+    sections_[section][name] = Stored{value, 0};
+    return;
+  }
+  auto s = sections_.find(section);
+  if (s == sections_.end()) return;
+  s->second.erase(name);
+  if (s->second.empty()) sections_.erase(s);
+}
+
 std::vector<InstallInformation::Entry> InstallInformation::Values(
     const std::string& section) const {
   std::vector<Entry> entries;

@@ -40,6 +40,8 @@ class InstallInformation {
   // Any value of registry.ini, e.g. ("Ports", "COM3") for a port's device path; empty when
   // absent. Section and value names match without regard to case, as registry names do.
   std::string Value(const std::string& section, const std::string& name) const;
+  // Sets a value, for Save to write; an empty value removes it.
+  void SetValue(const std::string& section, const std::string& name, const std::string& value);
   // One value of a section as Load found it; line is 0 for a value set since.
   struct Entry {
     std::string name;

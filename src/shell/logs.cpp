@@ -5,6 +5,7 @@
 
 #include "core/errors.h"
 #include "db/database.h"
+#include "db/location.h"
 
 namespace clockcomm::shell {
 
@@ -68,7 +69,8 @@ void Logs::Event(std::string_view event_type, std::string_view description) {
         try {
           log->Write(now, current.name, current.number, event_type, description);
           if (event_log_failing_.exchange(false)) {
-            const std::string back = "Event log available again: " + event_log_file_.string();
+            const std::string back =
+                "Event log available again: " + db::ShownLocation(event_log_file_.native());
             std::cerr << back + "\n";
             WriteText(TextLog::kDebug, {}, {back});
           }
@@ -92,7 +94,8 @@ void Logs::Event(std::string_view event_type, std::string_view description) {
 void Logs::ReportUnwrittenEvent(const std::string& error, const CurrentClock& current,
                                 std::string_view event_type, std::string_view description) {
   try {
-    const std::string report = "Event log unavailable: " + event_log_file_.string() + ": " + error;
+    const std::string report =
+        "Event log unavailable: " + db::ShownLocation(event_log_file_.native()) + ": " + error;
     std::string lost = "Event not written: ";
     lost += event_type;
     lost += " - ";

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "core/errors.h"
+#include "db/location.h"
 #include "db/schema.h"
 #include "records/parameter_override.h"
 #include "shell/port_map.h"
@@ -34,15 +35,24 @@ fs::path ResolveProgramFolder(const std::string& home_option) {
   return fs::path(WithTrailingSeparator(fs::absolute(folder).lexically_normal().string()));
 }
 
-MyPaths::MyPaths(fs::path program_directory, fs::path data_directory)
+MyPaths::MyPaths(fs::path program_directory, fs::path data_directory, DatabaseLocations databases)
     : program_directory_(std::move(program_directory)),
-      data_directory_(std::move(data_directory)) {}
+      data_directory_(std::move(data_directory)),
+      databases_(std::move(databases)) {}
+
+fs::path MyPaths::Located(const std::string& location) const {
+  return db::IsServerLocation(location) ? fs::path(location) : Under(data_directory_, location);
+}
 
 fs::path MyPaths::ClockwynDatabase() const { return data_directory_ / db::kProductDatabaseFile; }
 fs::path MyPaths::CompanyRegistryDatabase() const {
+  if (!databases_.registry.empty()) return Located(databases_.registry);
   return data_directory_ / db::kCompanyRegistryFile;
 }
-fs::path MyPaths::EventLogDatabase() const { return data_directory_ / db::kEventLogFile; }
+fs::path MyPaths::EventLogDatabase() const {
+  if (!databases_.event_log.empty()) return Located(databases_.event_log);
+  return data_directory_ / db::kEventLogFile;
+}
 fs::path MyPaths::DebugLogDirectory() const { return data_directory_ / kDebugLogFolder; }
 fs::path MyPaths::SettingsOverrideFile() const {
   return program_directory_ / records::kSettingsOverrideFile;
@@ -94,7 +104,10 @@ MyPaths MyStatic::Paths() const {
                          : Under(install_.WorkingDirectory(), install_.ProgramDirectory());
   fs::path data = install_.DataDirectory().empty() ? program / kDefaultDataFolder
                                                    : Under(program, install_.DataDirectory());
-  return MyPaths(std::move(program), std::move(data));
+  DatabaseLocations databases{
+      install_.Value(DatabaseLocations::kSection, DatabaseLocations::kEventLog),
+      install_.Value(DatabaseLocations::kSection, DatabaseLocations::kRegistry)};
+  return MyPaths(std::move(program), std::move(data), std::move(databases));
 }
 
 }  // namespace clockcomm::shell

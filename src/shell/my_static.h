@@ -20,26 +20,43 @@ namespace clockcomm::shell {
 // directory.
 std::filesystem::path ResolveProgramFolder(const std::string& home_option);
 
-// Paths of the stores under the data directory.
+// Where the event log and the company registry live when registry.ini's [Databases] names them
+// (EventLog=, Registry=): a postgresql:// URL or a SQLite file. Empty: the file in the data folder.
+struct DatabaseLocations {
+  static constexpr const char* kSection = "Databases";
+  static constexpr const char* kEventLog = "EventLog";
+  static constexpr const char* kRegistry = "Registry";
+  std::string event_log;
+  std::string registry;
+};
+
+// Paths of the stores under the data directory, and the database locations.
 class MyPaths {
  public:
-  MyPaths(std::filesystem::path program_directory, std::filesystem::path data_directory);
+  MyPaths(std::filesystem::path program_directory, std::filesystem::path data_directory,
+          DatabaseLocations databases = {});
 
   const std::filesystem::path& ProgramDirectory() const { return program_directory_; }
   const std::filesystem::path& DataDirectory() const { return data_directory_; }
-  std::filesystem::path ClockwynDatabase() const;         // <data>/Clockwyn.db (PollT ...)
-  std::filesystem::path CompanyRegistryDatabase() const;  // <data>/COMPANY3.db
-  std::filesystem::path EventLogDatabase() const;         // <data>/TCLOG.db
-  std::filesystem::path DebugLogDirectory() const;        // <data>/Debug Logs
-  std::filesystem::path SettingsOverrideFile() const;     // <program>/SettingsOverride.txt
+  std::filesystem::path ClockwynDatabase() const;  // <data>/Clockwyn.db (PollT ...)
+  // [Databases] Registry=, else <data>/COMPANY3.db
+  std::filesystem::path CompanyRegistryDatabase() const;
+  // [Databases] EventLog=, else <data>/TCLOG.db
+  std::filesystem::path EventLogDatabase() const;
+  std::filesystem::path DebugLogDirectory() const;     // <data>/Debug Logs
+  std::filesystem::path SettingsOverrideFile() const;  // <program>/SettingsOverride.txt
   // The database of a company whose directory is given (relative directories are taken under
   // the data directory).
   std::filesystem::path CompanyDatabase(const std::filesystem::path& company_directory) const;
   std::filesystem::path CompanyDirectory(const std::filesystem::path& company_directory) const;
 
  private:
+  // A server URL as it is; a relative file under the data directory.
+  std::filesystem::path Located(const std::string& location) const;
+
   std::filesystem::path program_directory_;
   std::filesystem::path data_directory_;
+  DatabaseLocations databases_;
 };
 
 // The communications settings as the loops read them.

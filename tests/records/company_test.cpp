@@ -36,7 +36,7 @@ TEST(RegisterCompanyTest, TheCompanyFolderMustLieBelowTheDataFolder) {
   // Registers a company in the folder as the operator names it.
   auto add = [&](const std::string& name, const std::string& clock, const std::string& folder) {
     const fs::path path = fs::path(folder).is_absolute() ? fs::path(folder) : data / folder;
-    RegisterCompany(registry, path, path / db::kCompanyDatabaseFile,
+    RegisterCompany({registry, data, path, path / db::kCompanyDatabaseFile},
                     {.name = name, .clock_name = clock, .directory = folder});
     return path / db::kCompanyDatabaseFile;
   };

@@ -142,6 +142,19 @@ TEST(MyStaticTest, ProgramFolderComesFromOptionThenEnvironmentThenCurrentDirecto
   // The folders under it are made by init; a company folder may lie elsewhere.
   EXPECT_EQ(MyStatic::Load(dir.path())->Paths().CompanyDatabase("/srv/acme").string(),
             "/srv/acme/Company.db");
+  // [Databases]: a URL as it stands, a relative file under the data folder, empty: the default.
+  InstallInformation install(dir.path());
+  install.Load();
+  install.SetValue("Databases", "EventLog", "postgresql://cc:pw@db/log");
+  install.SetValue("Databases", "Registry", "registry/COMPANY3.db");
+  install.Save();
+  auto paths = MyStatic::Load(dir.path())->Paths();
+  EXPECT_EQ(paths.EventLogDatabase().string(), "postgresql://cc:pw@db/log");
+  EXPECT_EQ(paths.CompanyRegistryDatabase(), paths.DataDirectory() / "registry/COMPANY3.db");
+  install.SetValue("Databases", "Registry", "");
+  install.Save();
+  EXPECT_EQ(MyStatic::Load(dir.path())->Paths().CompanyRegistryDatabase(),
+            paths.DataDirectory() / "COMPANY3.db");
 }
 
 }  // namespace

@@ -1,0 +1,163 @@
+#include "db/table_copy.h"
+
+#include <algorithm>
+
+#include "db/location.h"
+
+namespace clockcomm::db {
+namespace {
+
+// Rows read from the source at a time (each batch is one transaction on the target).
+constexpr int64_t kBatchRows = 5000;
+// Rows per INSERT statement: fewer round trips to a server, far below its parameter limit.
+constexpr size_t kRowsPerInsert = 100;
+
+std::string Join(const std::vector<std::string>& items, const std::string& separator) {
+  std::string out;
+  for (const auto& item : items) out += (out.empty() ? "" : separator) + item;
+  return out;
+}
+
+std::string Bracketed(const std::string& column) { return "[" + column + "]"; }
+
+std::string Unbracketed(const std::string& name) {
+  if (name.size() > 2 && name.front() == '[' && name.back() == ']') {
+    return name.substr(1, name.size() - 2);
+  }
+  return name;
+}
+
+bool SameName(const std::string& a, const std::string& b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) ==
+                  std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+int64_t CountRows(Database& db, const std::string& table) {
+  return db.Query("SELECT COUNT(*) FROM " + table).Field(0).AsInt();
+}
+
+// The name PostgreSQL keeps: [Name] as it stands, a bare name in lower case.
+std::string StoredName(const std::string& name) {
+  if (name.size() > 2 && name.front() == '[' && name.back() == ']') {
+    return name.substr(1, name.size() - 2);
+  }
+  std::string lower = name;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
+}
+
+// Inserts rows (each in columns order), skipping those whose key the target holds.
+int64_t InsertRows(Database& to, const std::string& table, const std::vector<std::string>& columns,
+                   const std::vector<std::vector<Value>>& rows, size_t begin, size_t end) {
+  const std::string placeholders =
+      "(" + Join(std::vector<std::string>(columns.size(), "?"), ", ") + ")";
+  int64_t written = 0;
+  for (size_t first = begin; first < end; first += kRowsPerInsert) {
+    const size_t last = std::min(end, first + kRowsPerInsert);
+    std::string sql = "INSERT INTO " + table + " (" + Join(columns, ", ") + ") VALUES ";
+    Params params;
+    for (size_t r = first; r < last; ++r) {
+      sql += (r == first ? "" : ", ") + placeholders;
+      params.insert(params.end(), rows[r].begin(), rows[r].end());
+    }
+    written += to.Execute(sql + " ON CONFLICT DO NOTHING", params);
+  }
+  return written;
+}
+
+// A table without a key: the whole contents compared, and replaced when allowed.
+void CopyUnkeyed(Database& from, Database& to, const TableSpec& spec, bool replace,
+                 TableCopyResult& result) {
+  const std::string select = "SELECT * FROM " + spec.table;
+  auto source = from.Query(select);
+  auto target = to.Query(select);
+  auto texts = [](const Recordset& rs) {
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& row : rs.Rows()) {
+      auto& out = rows.emplace_back();
+      for (const auto& v : row) out.push_back(v.IsNull() ? std::string("\x01null") : v.AsText());
+    }
+    std::sort(rows.begin(), rows.end());
+    return rows;
+  };
+  if (texts(source) == texts(target)) return;
+  if (!replace) {
+    result.kept_target = true;
+    return;
+  }
+  std::vector<std::string> columns;
+  for (const auto& c : source.Columns()) columns.push_back(Bracketed(c));
+  Transaction t(to);
+  to.Execute("DELETE FROM " + spec.table);
+  if (!columns.empty()) {
+    result.copied = InsertRows(to, spec.table, columns, source.Rows(), 0, source.RecordCount());
+  }
+  t.Commit();
+}
+
+// An identity numbers from its own counter, which explicit keys do not move.
+void MoveIdentityPast(Database& to, const TableSpec& spec) {
+  if (!IsServerLocation(to.Name()) || spec.key.size() != 1) return;
+  auto seq = to.Query("SELECT pg_get_serial_sequence(?, ?)",
+                      {"\"" + StoredName(spec.table) + "\"", StoredName(spec.key[0])});
+  if (seq.Field(0).IsNull()) return;
+  const Value largest = to.Query("SELECT MAX(" + spec.key[0] + ") FROM " + spec.table).Field(0);
+  if (largest.IsNull()) return;
+  to.Query("SELECT setval(?::regclass, ?)", {seq.Field(0).AsText(), largest.AsInt()});
+}
+
+}  // namespace
+
+TableCopyResult CopyTable(Database& from, Database& to, const TableSpec& spec, bool replace_unkeyed,
+                          const CopyProgress& progress) {
+  TableCopyResult result{.table = spec.table};
+  result.source_rows = CountRows(from, spec.table);
+  if (spec.key.empty()) {
+    CopyUnkeyed(from, to, spec, replace_unkeyed, result);
+    result.target_rows = CountRows(to, spec.table);
+    return result;
+  }
+
+  // Read in key order, each batch after the last key of the one before.
+  const std::string key_list = Join(spec.key, ", ");
+  const std::string after = " WHERE (" + key_list + ") > (" +
+                            Join(std::vector<std::string>(spec.key.size(), "?"), ", ") + ")";
+  const std::string order = " ORDER BY " + key_list + " LIMIT " + std::to_string(kBatchRows);
+  Params last_key;
+  int64_t done = 0;
+  for (;;) {
+    auto batch = from.Query("SELECT * FROM " + spec.table + (last_key.empty() ? "" : after) + order,
+                            last_key);
+    if (batch.RecordCount() == 0) break;
+    std::vector<std::string> columns;
+    for (const auto& c : batch.Columns()) columns.push_back(Bracketed(c));
+    std::vector<size_t> key_index;
+    for (const auto& k : spec.key) {
+      const auto& names = batch.Columns();
+      const auto found = std::find_if(names.begin(), names.end(), [&](const std::string& c) {
+        return SameName(c, Unbracketed(k));
+      });
+      if (found == names.end()) {
+        throw DatabaseError(
+            0, "Cannot copy " + spec.table + " of " + from.Name() + ": it has no column " + k);
+      }
+      key_index.push_back(static_cast<size_t>(found - names.begin()));
+    }
+    Transaction t(to);
+    result.copied += InsertRows(to, spec.table, columns, batch.Rows(), 0, batch.RecordCount());
+    t.Commit();
+    done += static_cast<int64_t>(batch.RecordCount());
+    if (progress) progress(done, result.source_rows);
+    last_key.clear();
+    for (size_t i : key_index) last_key.push_back(batch.Rows().back()[i]);
+    if (batch.RecordCount() < static_cast<size_t>(kBatchRows)) break;
+  }
+  MoveIdentityPast(to, spec);
+  result.target_rows = CountRows(to, spec.table);
+  return result;
+}
+
+}  // namespace clockcomm::db
