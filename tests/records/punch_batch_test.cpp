@@ -102,31 +102,6 @@ TEST_P(PunchBatchTest, EachPunchOnceWithIdsInOneRun) {
       << "the table's own numbering goes on after the reserved IDs";
 }
 
-// Two programs put overlapping punches into one database at the same moment: every punch once.
-TEST_P(PunchBatchTest, TwoWritersAtOnceEachPunchOnce) {
-  const auto writer = [&](int from, int to) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-      try {
-        Put(location_, Range(from, to), 50);
-        ::_exit(0);
-      } catch (const std::exception& e) {
-        std::fprintf(stderr, "writer %d-%d: %s\n", from, to, e.what());
-        ::_exit(1);
-      }
-    }
-    return pid;
-  };
-  const pid_t a = writer(1, 1500);
-  const pid_t b = writer(501, 2000);
-  for (pid_t pid : {a, b}) {
-    int status = 0;
-    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  }
-  EXPECT_EQ(Summary(), "2000|2000|1|2000|2000");
-}
-
 // A writer killed at moments spread over its work, again and again: what it committed stays whole
 // (each row with its key), and a last run puts in exactly what was missing.
 TEST_P(PunchBatchTest, KilledAnywhereThenRunAgainEachPunchOnce) {

@@ -25,6 +25,8 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::ThrowsMessage;
 
+using test_support::RowsText;
+using test_support::T;
 using test_support::TransferFixture;
 
 TEST(AmountColumnTest, ByPunchType) {
@@ -313,6 +315,48 @@ TEST_P(TransferBackendTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEvery
                 .Rows()[0],
             (std::vector<db::Value>{int64_t{kRows}, int64_t{kRows}, int64_t{1}, int64_t{kRows}}));
   EXPECT_TRUE(std::filesystem::exists(f.dir.path() / "big.ARC"));
+}
+
+// Two programs transfer overlapping files of one clock into one company database at the same
+// moment, as two servers of a site would: every punch goes in once.
+TEST_P(TransferBackendTest, TwoProgramsTransferringAtOnceGiveEveryPunchOnce) {
+  TransferFixture f(CompanyDatabase());
+  const auto write_file = [&](const char* name, int from, int to) {
+    TcdFileWriter w(f.dir.path() / name, false);
+    for (int i = from; i <= to; ++i) {
+      w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", "I",
+                              *core::Date::FromYmd(2009, 10, 20), T(i / 60 % 24, i % 60), {}, {},
+                              {}, ""));
+    }
+    return f.dir.path() / name;
+  };
+  const auto files = {write_file("a.TCD", 1, 3000), write_file("b.TCD", 1001, 4000)};
+  std::vector<pid_t> children;
+  for (const auto& file : files) {
+    children.push_back(::fork());
+    if (children.back() == 0) {
+      core::NullLogSink log;
+      ClockFileTransfer transfer({f.dir.path(), f.registry_path}, log, f.clock);
+      TransferOptions options;
+      options.batch_rows = 250;
+      try {
+        transfer.Transfer(f.LoadCompany(), file, options);
+        ::_exit(0);
+      } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s: %s\n", file.c_str(), e.what());
+        ::_exit(1);
+      }
+    }
+  }
+  for (pid_t child : children) {
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  }
+  EXPECT_EQ(RowsText(*f.OpenCompanyDb(),
+                     "SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(ID), MAX(ID) "
+                     "FROM [Clock Data Table]"),
+            std::vector<std::string>{"4000|4000|1|4000"});
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, TransferBackendTest,
