@@ -111,4 +111,8 @@ std::string TranslateToPostgres(std::string_view sql, int* parameters) {
   return out;
 }
 
+std::string FirstLineOf(std::string_view message) {
+  return core::Trim(message.substr(0, message.find('\n')));
+}
+
 }  // namespace clockcomm::db

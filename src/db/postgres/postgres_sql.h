@@ -16,4 +16,7 @@ bool IsPostgresLocation(std::string_view location);
 // REAL: DOUBLE PRECISION, INTEGER PRIMARY KEY: an identity), so one text creates a table on both.
 std::string TranslateToPostgres(std::string_view sql, int* parameters);
 
+// The first line of a server or libpq message, trimmed.
+std::string FirstLineOf(std::string_view message);
+
 }  // namespace clockcomm::db
