@@ -12,9 +12,8 @@
 namespace clockcomm::t4::net {
 namespace {
 
-// PREPARE_BUFFER's data for the tables the program reads.
+// PREPARE_BUFFER's data for the attendance log.
 const std::string kAttendanceTable("\x01\x0d\x00\x00\x00\x00\x00\x00\x00\x00\x00", 11);
-const std::string kUserTable("\x01\x09\x00\x05\x00\x00\x00\x00\x00\x00\x00", 11);
 
 // GetDeviceStatus's status numbers and where GET_FREE_SIZES answers them.
 std::optional<size_t> StatusOffset(int status) {
@@ -26,14 +25,6 @@ std::optional<size_t> StatusOffset(int status) {
   }
   return std::nullopt;
 }
-
-// The SDK's codes for what went wrong on the wire.
-constexpr int kOk = 1;
-constexpr int kNeedsReconnect = -1;
-constexpr int kDataLength = -10;
-constexpr int kFailedOrNoData = -100;
-constexpr int kBadParameter = 4;
-constexpr int kNotFound = 0;
 
 }  // namespace
 
@@ -49,8 +40,8 @@ void T4NetDevice::Fail(int code, std::string why) {
   last_failure_ = std::move(why);
 }
 
-template <typename Operation>
-bool T4NetDevice::Run(std::string_view operation, int refused_code, Operation body) {
+bool T4NetDevice::Run(std::string_view operation, int refused_code,
+                      const std::function<void()>& body) {
   if (!session_ || session_->Lost()) {
     Fail(kNeedsReconnect, fmt::format("{}: not connected", operation));
     return false;
@@ -198,12 +189,6 @@ std::string T4NetDevice::ReadTable(std::string_view prepare, bool legacy_fallbac
                                   GetU32(dataset, 0) + 4));
   }
   return dataset;
-}
-
-std::vector<T4UserRecord> T4NetDevice::ReadUserTable() {
-  const T4Packet sizes = session_->Request(cmd::kGetFreeSizes);
-  const uint32_t users = sizes.data.size() >= 20 ? GetU32(sizes.data, 16) : 0;
-  return DecodeUsers(ReadTable(kUserTable, false), users);
 }
 
 bool T4NetDevice::ReadGeneralLogData(int) {
@@ -393,39 +378,6 @@ PumpResult T4NetDevice::PumpEvents(comm::SteadyTime deadline, const comm::WakeSe
     Fail(kNeedsReconnect, e.what());
     return PumpResult::kSessionLost;
   }
-}
-
-bool T4NetDevice::GetUser(int, const std::string& enroll_number, T4User& user) {
-  bool found = false;
-  const bool read = Run("GetUser", kFailedOrNoData, [&] {
-    for (const auto& record : ReadUserTable()) {
-      if (record.user_id != enroll_number) continue;
-      found = true;
-      user = T4User{record.user_id,
-                    record.name,
-                    record.password,
-                    (record.privilege >> 1) & 7,
-                    (record.privilege & 1) == 0,
-                    {}};
-    }
-  });
-  if (read && !found) {
-    Fail(kNotFound, "the terminal has no user " + enroll_number);
-    return false;
-  }
-  return read;
-}
-
-bool T4NetDevice::SetUser(int, const T4User& user) {
-  Fail(kNotSupported, "writing user " + user.enroll_number +
-                          " to the terminal is not part of the protocol this program speaks");
-  return false;
-}
-
-bool T4NetDevice::DeleteUser(int, const std::string& enroll_number) {
-  Fail(kNotSupported, "deleting user " + enroll_number +
-                          " from the terminal is not part of the protocol this program speaks");
-  return false;
 }
 
 }  // namespace clockcomm::t4::net

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -29,6 +30,14 @@ struct T4NetOptions {
   // Silence after which PumpEvents asks the time to learn whether the link is still there.
   std::chrono::seconds keep_alive{30};
 };
+
+// GetLastError's codes for what went wrong on the wire.
+inline constexpr int kOk = 1;
+inline constexpr int kNeedsReconnect = -1;
+inline constexpr int kDataLength = -10;
+inline constexpr int kFailedOrNoData = -100;
+inline constexpr int kBadParameter = 4;
+inline constexpr int kNotFound = 0;
 
 class T4NetDevice : public IT4Device {
  public:
@@ -78,8 +87,7 @@ class T4NetDevice : public IT4Device {
   std::string Describe() const;
 
  private:
-  template <typename Operation>
-  bool Run(std::string_view operation, int refused_code, Operation operation_body);
+  bool Run(std::string_view operation, int refused_code, const std::function<void()>& body);
   void Fail(int code, std::string why);
   std::optional<std::string> ReadOption(const std::string& name);
   void Probe();
