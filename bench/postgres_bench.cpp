@@ -108,15 +108,7 @@ void BM_PostgresTransferFile(benchmark::State& state) {
     state.PauseTiming();
     dirs.push_back(std::make_unique<BenchDir>());
     const BenchDir& dir = *dirs.back();
-    {
-      auto registry = db::Open(dir.path() / "COMPANY3.db", db::OpenMode::kCreate);
-      db::CreateCompanyRegistrySchema(*registry);
-      registry->Execute(
-          "INSERT INTO Company ([Company], [Clock Name], [Directory], [Database]) "
-          "VALUES ('A', 'C', 'a', ?)",
-          {FreshCompanyDatabase()});
-      fs::create_directory(dir.path() / "a");
-    }
+    bench::MakeCompany(dir.path(), FreshCompanyDatabase());
     bench::WriteFile(dir.path() / "t.TCD", kRows);
     records::CompanyFactory factory(log, dir.path());
     factory.Initialize(dir.path() / "COMPANY3.db");
