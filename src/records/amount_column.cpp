@@ -3,16 +3,15 @@
 namespace clockcomm::records {
 namespace {
 
+// The punch type of each column of kAmountColumns; '~' stands for none (Quantity).
 constexpr std::string_view kAmountTypes = "~TAXSVPBH";
-constexpr const char* kAmountColumns[] = {"Quantity", "Tips",     "Advances", "Other",  "Sick",
-                                          "Vacation", "Personal", "Bonus",    "Holiday"};
 
 }  // namespace
 
-const char* AmountColumnForPunchType(std::string_view punch_type) {
-  if (punch_type.size() != 1 || punch_type == "~") return kAmountColumns[0];
+size_t AmountColumnIndex(std::string_view punch_type) {
+  if (punch_type.size() != 1 || punch_type == "~") return 0;
   const size_t pos = kAmountTypes.find(punch_type);
-  return pos == std::string_view::npos ? kAmountColumns[0] : kAmountColumns[pos];
+  return pos == std::string_view::npos ? 0 : pos;
 }
 
 }  // namespace clockcomm::records

@@ -15,6 +15,7 @@
 #include "records/database_writer.h"
 #include "records/employee_info.h"
 #include "records/parameter_override.h"
+#include "records/punch_batch.h"
 #include "records/punch_keys.h"
 #include "records/tcd_copier.h"
 #include "records/tcd_db_writer.h"
@@ -148,10 +149,11 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
 
   const std::filesystem::path db_path = company.ClockwynDatabaseFilename();
   std::unique_ptr<db::Database> db;
+  const std::string db_name = db::PrintableLocation(db_path);
   std::error_code ec;
-  if (!std::filesystem::exists(db_path, ec)) {
-    const std::string msg = "Company database " + db_path.string() + " of company " +
-                            company.Name() + " was not found. " + file_name +
+  if (!db::IsServerLocation(db_path) && !std::filesystem::exists(db_path, ec)) {
+    const std::string msg = "Company database " + db_name + " of company " + company.Name() +
+                            " was not found. " + file_name +
                             " was not transferred and stays where it was.";
     log_.Event("System error", msg);
     throw TransferError(msg);
@@ -173,16 +175,27 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
     TcdRecordOverrideService overrides(EmployeeInfoMap::Load(*db), settings);
     TcdFileReader reader(file);
     TcdDbWriter writer(*db);
+    PunchBatch punches(*db, keys, writer);
 
     // A batch's rows and punch keys are committed together, so a run after a crash finds each
-    // line either fully in or not at all. One batch when transactions are off.
-    const int batch_rows = options.use_transactions ? std::max(1, options.batch_rows) : 0;
-    std::optional<db::Transaction> batch;
-    int in_batch = 0;
-    int64_t next_id = 0;  // the row ID the batch's next punch gets
-    auto commit = [&] {
+    // line either fully in or not at all. With transactions off the batches are written in one
+    // transaction for the whole file; memory holds one batch either way.
+    const int batch_rows = std::max(1, options.batch_rows);
+    std::optional<db::Transaction> transaction;
+    const auto after_write = [&](const TcdRecord& written) {
+      if (options.break_lunch_matcher &&
+          (written.PunchType() == "LI" || written.PunchType() == "BI")) {
+        options.break_lunch_matcher(written);
+      }
+    };
+    const auto write = [&](bool last) {
+      if (!transaction) transaction.emplace(*db);
+      const PunchBatch::Result batch = punches.Write(after_write);
+      result.inserted += batch.written;
+      result.already_present += batch.already_present;
+      if (!options.use_transactions && !last) return;
       try {
-        batch->Commit();
+        transaction->Commit();
       } catch (const db::DatabaseError& e) {
         try {
           db->Rollback();
@@ -193,8 +206,7 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
         }
         throw;
       }
-      batch.reset();
-      in_batch = 0;
+      transaction.reset();
     };
 
     int read_count = 0;
@@ -224,26 +236,12 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
         rejects.Add(reader.Line());
         continue;
       }
-      if (!batch) {
-        batch.emplace(*db);
-        next_id = writer.NextRowId();
-      }
-      // Known by its content, from this file, another file or another call.
-      if (keys.Claim(key, next_id)) {
-        writer.WriteRecord(*record, next_id++);
-        ++result.inserted;
-        if (options.break_lunch_matcher &&
-            (record->PunchType() == "LI" || record->PunchType() == "BI")) {
-          options.break_lunch_matcher(*record);
-        }
-      } else {
-        ++result.already_present;
-      }
-      // Lines already in count too: a file sent again holds the write lock no longer than one
-      // batch at a time.
-      if (++in_batch == batch_rows) commit();
+      // Known by its content, from this file, another file or another call. Lines already in
+      // count too: a file sent again holds the write lock no longer than one batch at a time.
+      punches.Add(key, std::move(*record));
+      if (static_cast<int>(punches.Size()) == batch_rows) write(false);
     }
-    if (batch) commit();
+    if (punches.Size() > 0 || transaction) write(true);
     reader.CloseReader();
     writer.CloseWriter();
     result.rejected = rejects.Count();
@@ -263,8 +261,8 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
       case db::DatabaseError::Cause::kOther:
         break;
     }
-    throw TransferError("Company database " + db_path.string() + " " + what + " (" + e.what() +
-                        "). " + std::to_string(result.inserted) + " row(s) of " + file_name +
+    throw TransferError("Company database " + db_name + " " + what + " (" + e.what() + "). " +
+                        std::to_string(result.inserted) + " row(s) of " + file_name +
                         " went in; the file stays where it was, run the transfer again.");
   }
 

@@ -1,7 +1,9 @@
 #include "records/punch_keys.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
+#include <unordered_set>
 
 #include "core/text.h"
 
@@ -33,6 +35,14 @@ constexpr const char* kCreateTable =
 
 // SQLite keeps 64-bit signed integers: the hash is stored with the same bits.
 int64_t Stored(uint64_t hash) { return static_cast<int64_t>(hash); }
+
+constexpr int64_t kMinutesPerDay = 1440;
+
+struct PairHash {
+  size_t operator()(const std::pair<int64_t, int64_t>& p) const {
+    return std::hash<int64_t>()(p.second) ^ static_cast<size_t>(p.first);
+  }
+};
 
 }  // namespace
 
@@ -71,7 +81,13 @@ PunchKeys::PunchKeys(db::Database& company_db) : db_(company_db) {
   if (db_.HasColumn("Punch Keys", "PunchKey")) {
     ConvertTextKeys();
   }
-  db_.Execute(kCreateTable);
+  if (db_.TableExists("Punch Keys")) return;
+  try {
+    db_.Execute(kCreateTable);
+  } catch (const db::DatabaseError&) {
+    // On a server, another program may have made it in the same moment.
+    if (!db_.TableExists("Punch Keys")) throw;
+  }
 }
 
 PunchKeys::~PunchKeys() = default;
@@ -123,16 +139,45 @@ void PunchKeys::Add(const PunchKey& key, int64_t clock_data_id) {
   add_->Execute();
 }
 
-bool PunchKeys::Claim(const PunchKey& key, int64_t clock_data_id) {
-  if (!claim_) {
-    claim_ = db_.Prepare(
-        "INSERT INTO [Punch Keys] (Minute, Hash, ClockDataID) VALUES (?, ?, ?) "
-        "ON CONFLICT DO NOTHING");
+std::vector<bool> PunchKeys::FindStored(const std::vector<PunchKey>& keys) {
+  std::vector<int64_t> minutes;
+  minutes.reserve(keys.size());
+  for (const PunchKey& key : keys) minutes.push_back(key.minute);
+  std::sort(minutes.begin(), minutes.end());
+  // The stored keys of the batch's minutes; ranges split where the punches are a day apart, so a
+  // batch of two distant dates does not read all the years between.
+  std::unordered_set<std::pair<int64_t, int64_t>, PairHash> stored;
+  for (size_t i = 0; i < minutes.size();) {
+    size_t last = i;
+    while (last + 1 < minutes.size() && minutes[last + 1] - minutes[last] <= kMinutesPerDay) {
+      ++last;
+    }
+    for (auto rs =
+             db_.Query("SELECT Minute, Hash FROM [Punch Keys] WHERE Minute >= ? AND Minute <= ?",
+                       {minutes[i], minutes[last]});
+         !rs.Eof(); rs.MoveNext()) {
+      stored.emplace(rs.Field(0).AsInt(), rs.Field(1).AsInt());
+    }
+    i = last + 1;
   }
-  claim_->BindInt(1, key.minute);
-  claim_->BindInt(2, Stored(key.hash));
-  claim_->BindInt(3, clock_data_id);
-  return claim_->Execute() == 1;
+  std::vector<bool> found(keys.size());
+  for (size_t i = 0; i < keys.size(); ++i) {
+    found[i] = stored.contains({keys[i].minute, Stored(keys[i].hash)});
+  }
+  return found;
+}
+
+void PunchKeys::AddMany(const std::vector<PunchKey>& keys, int64_t first_id) {
+  if (keys.empty()) return;
+  auto rows = db_.InsertMany("[Punch Keys]", {"Minute", "Hash", "ClockDataID"});
+  int64_t id = first_id;
+  for (const PunchKey& key : keys) {
+    rows->BindInt(1, key.minute);
+    rows->BindInt(2, Stored(key.hash));
+    rows->BindInt(3, id++);
+    rows->AddRow();
+  }
+  rows->Finish();
 }
 
 int64_t PunchKeys::ForgetDeletedRows() {

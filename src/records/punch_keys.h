@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/date_time.h"
 #include "db/database.h"
@@ -52,9 +53,12 @@ class PunchKeys {
   bool Contains(const PunchKey& key);
   // Records a stored punch; call inside the transaction that wrote its row.
   void Add(const PunchKey& key, int64_t clock_data_id);
-  // Adds the key of a punch about to be stored as row clock_data_id, unless the key is there:
-  // then tells false, and the punch is in already. One look-up instead of Contains and Add.
-  bool Claim(const PunchKey& key, int64_t clock_data_id);
+  // For each of a batch's keys, whether it is stored: one range query per cluster of minutes
+  // (a day's punches are one), read while the table is locked for writing.
+  std::vector<bool> FindStored(const std::vector<PunchKey>& keys);
+  // Records the keys of punches just stored as rows first_id, first_id + 1, ..., in bulk; call
+  // inside the transaction that wrote the rows.
+  void AddMany(const std::vector<PunchKey>& keys, int64_t first_id);
   // Forgets the keys whose row an administrator deleted, so that punch may go in again.
   int64_t ForgetDeletedRows();
 
@@ -66,7 +70,6 @@ class PunchKeys {
   db::Database& db_;
   std::unique_ptr<db::Statement> find_;
   std::unique_ptr<db::Statement> add_;
-  std::unique_ptr<db::Statement> claim_;
 };
 
 }  // namespace clockcomm::records

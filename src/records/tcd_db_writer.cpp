@@ -44,64 +44,96 @@ db::Statement& TcdDbWriter::InsertFor(const char* amount_column) {
 namespace {
 
 // Dates and times go in the fixed text forms of db::Value, written into the caller's buffer.
-void BindDate(db::Statement& s, int index, const std::optional<core::Date>& date, char* buffer) {
+void BindDate(db::RowBinder& s, int index, const std::optional<core::Date>& date, char* buffer) {
   if (!date) return s.BindNull(index);
   s.BindText(index, std::string_view(buffer, core::FormatIsoDate(*date, buffer) - buffer));
 }
 
-void BindTime(db::Statement& s, int index, const std::optional<core::TimeOfDay>& time,
+void BindTime(db::RowBinder& s, int index, const std::optional<core::TimeOfDay>& time,
               char* buffer) {
   if (!time) return s.BindNull(index);
   s.BindText(index, std::string_view(buffer, core::FormatTime(*time, true, buffer) - buffer));
 }
 
-}  // namespace
+// Text of the dates and times, alive until the row is run.
+struct DateTimeText {
+  char date_in[16], time_in[16], date_out[16], time_out[16];
+};
 
-int64_t TcdDbWriter::NextRowId() {
-  return db_
-      .Query(
-          "SELECT MAX(IFNULL((SELECT seq FROM sqlite_sequence WHERE name = 'Clock Data "
-          "Table'), 0), IFNULL((SELECT MAX(ID) FROM [Clock Data Table]), 0)) + 1")
-      .Field(0)
-      .AsInt();
+// Columns 1-12, ID to [Time Out]; the amount is the caller's.
+void BindColumns(db::RowBinder& row, const TcdRecord& r, std::optional<int64_t> id,
+                 DateTimeText& text) {
+  if (id) {
+    row.BindInt(1, *id);
+  } else {
+    row.BindNull(1);
+  }
+  row.BindInt(2, r.SequenceNumber());
+  row.BindInt(3, r.BadgeId());
+  if (r.Department()) {
+    row.BindInt(4, *r.Department());
+  } else {
+    row.BindNull(4);
+  }
+  row.BindText(5, r.JobNumber());
+  row.BindText(6, r.Level4());
+  row.BindText(7, r.Level5());
+  row.BindText(8, r.PunchType());
+  BindDate(row, 9, r.DateIn(), text.date_in);
+  BindTime(row, 10, r.TimeIn(), text.time_in);
+  BindDate(row, 11, r.DateOut(), text.date_out);
+  BindTime(row, 12, r.Timeout(), text.time_out);
 }
 
-void TcdDbWriter::WriteRow(const TcdRecord& r, std::optional<int64_t> id) {
+void BindAmount(db::RowBinder& row, int index, const TcdRecord& r) {
+  if (!r.Amount()) return row.BindNull(index);
+  // Through the float's shortest text, so 12.3f is stored as 12.3 and not 12.300000190734863.
+  char text[32];
+  const auto end = fmt::format_to_n(text, sizeof text, "{}", *r.Amount()).out;
+  double amount = 0;
+  std::from_chars(text, end, amount);
+  row.BindReal(index, amount);
+}
+
+constexpr const char* kColumns[] = {"ID",        "Punch",     "[Card ID]",  "Department",
+                                    "JobNumber", "Level4",    "Level5",     "[Punch Type]",
+                                    "[Date In]", "[Time In]", "[Date Out]", "[Time Out]"};
+
+}  // namespace
+
+void TcdDbWriter::WriteRecord(const TcdRecord& r) {
   if (!open_) throw core::InvalidOperationException("The clock data writer is closed.");
   db::Statement& insert = InsertFor(AmountColumnForPunchType(r.PunchType()));
-  if (id) {
-    insert.BindInt(1, *id);
-  } else {
-    insert.BindNull(1);
-  }
-  insert.BindInt(2, r.SequenceNumber());
-  insert.BindInt(3, r.BadgeId());
-  if (r.Department()) {
-    insert.BindInt(4, *r.Department());
-  } else {
-    insert.BindNull(4);
-  }
-  insert.BindText(5, r.JobNumber());
-  insert.BindText(6, r.Level4());
-  insert.BindText(7, r.Level5());
-  insert.BindText(8, r.PunchType());
-  char date_in[16], time_in[16], date_out[16], time_out[16];
-  BindDate(insert, 9, r.DateIn(), date_in);
-  BindTime(insert, 10, r.TimeIn(), time_in);
-  BindDate(insert, 11, r.DateOut(), date_out);
-  BindTime(insert, 12, r.Timeout(), time_out);
-  if (r.Amount()) {
-    // Through the float's shortest text, so 12.3f is stored as 12.3 and not 12.300000190734863.
-    char text[32];
-    const auto end = fmt::format_to_n(text, sizeof text, "{}", *r.Amount()).out;
-    double amount = 0;
-    std::from_chars(text, end, amount);
-    insert.BindReal(13, amount);
-  } else {
-    insert.BindNull(13);
-  }
+  DateTimeText text;
+  BindColumns(insert, r, std::nullopt, text);
+  BindAmount(insert, 13, r);
   insert.Execute();
-  last_row_id_ = id ? *id : db_.LastInsertId();
+  last_row_id_ = db_.LastInsertId();
+}
+
+void TcdDbWriter::WriteMany(const std::vector<const TcdRecord*>& records, int64_t first_id) {
+  if (!open_) throw core::InvalidOperationException("The clock data writer is closed.");
+  if (records.empty()) return;
+  std::vector<std::string> columns(std::begin(kColumns), std::end(kColumns));
+  columns.insert(columns.end(), kAmountColumns.begin(), kAmountColumns.end());
+  auto rows = db_.InsertMany("[Clock Data Table]", columns);
+  const int first_amount = static_cast<int>(std::size(kColumns)) + 1;
+  DateTimeText text;
+  int64_t id = first_id;
+  for (const TcdRecord* r : records) {
+    BindColumns(*rows, *r, id++, text);
+    const size_t amount = AmountColumnIndex(r->PunchType());
+    for (size_t i = 0; i < kAmountColumns.size(); ++i) {
+      if (i == amount) {
+        BindAmount(*rows, first_amount + static_cast<int>(i), *r);
+      } else {
+        rows->BindNull(first_amount + static_cast<int>(i));
+      }
+    }
+    rows->AddRow();
+  }
+  rows->Finish();
+  last_row_id_ = id - 1;
 }
 
 }  // namespace clockcomm::records

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "db/database.h"
 #include "records/tcd_stream.h"
@@ -22,19 +23,15 @@ class TcdDbWriter : public ITcdWriter {
 
   // One row: every column from the record (nulls stay null), the amount in the column of its
   // punch type. Throws db::DatabaseError; InvalidOperationException after CloseWriter.
-  void WriteRecord(const TcdRecord& record) override { WriteRow(record, std::nullopt); }
-  // The same with the row's ID chosen by the caller (see NextRowId).
-  void WriteRecord(const TcdRecord& record, int64_t id) { WriteRow(record, id); }
+  void WriteRecord(const TcdRecord& record) override;
+  // Rows in bulk, with the IDs first_id, first_id + 1, ... (reserved by the caller through
+  // db::Database::ReserveIds, inside the write transaction).
+  void WriteMany(const std::vector<const TcdRecord*>& records, int64_t first_id);
   void CloseWriter() override { open_ = false; }
   // The row id of the last row written.
   int64_t LastRowId() const { return last_row_id_; }
-  // The ID the table gives its next row: one past the highest it ever gave (IDs are
-  // AUTOINCREMENT, never reused). Read inside the write transaction, it holds for the rows that
-  // transaction writes one after another.
-  int64_t NextRowId();
 
  private:
-  void WriteRow(const TcdRecord& record, std::optional<int64_t> id);
   // The INSERT of one amount column, prepared the first time a punch needs it.
   db::Statement& InsertFor(const char* amount_column);
 

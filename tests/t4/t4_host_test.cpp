@@ -5,8 +5,6 @@
 #include "t4/host/t4_host.h"
 
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +20,7 @@
 #include "fake_t4_device.h"
 #include "records/tcd_archive.h"
 #include "records/transfer_fixture.h"
+#include "test_support/kill_child.h"
 
 namespace clockcomm::t4 {
 namespace {
@@ -198,25 +197,17 @@ TEST(T4DeathTest, EveryPunchOnceWhereverThePollDies) {
   for (int i = 0; i < 2000; ++i) terminal_log.push_back(Punch(1000 + i % 100, i / 100));
   // A poll in a child process; returns how it ended, as waitpid tells.
   auto poll_in_child = [&](bool die_at_clear, std::chrono::microseconds kill_after) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-      T4Host& host = t4.Host([&](test::FakeT4Device& device, const T4ClockEntry&) {
-        device.log = terminal_log;
-        device.on_call = [die_at_clear](const std::string& call) {
-          if (die_at_clear && call == "ClearGLog") ::_exit(3);
-        };
-      });
-      ::_exit(host.PollAll().empty() ? 0 : 1);
-    }
-    const int exited = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-    pollfd fd{exited, POLLIN, 0};
-    const timespec wait{static_cast<time_t>(kill_after.count() / 1'000'000),
-                        static_cast<long>(kill_after.count() % 1'000'000 * 1000)};
-    if (::ppoll(&fd, 1, &wait, nullptr) == 0) ::kill(pid, SIGKILL);
-    ::close(exited);
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return status;
+    return clockcomm::test::RunChildKilledAfter(
+        [&] {
+          T4Host& host = t4.Host([&](test::FakeT4Device& device, const T4ClockEntry&) {
+            device.log = terminal_log;
+            device.on_call = [die_at_clear](const std::string& call) {
+              if (die_at_clear && call == "ClearGLog") ::_exit(3);
+            };
+          });
+          return host.PollAll().empty() ? 0 : 1;
+        },
+        kill_after);
   };
 
   int status = poll_in_child(true, 60s);

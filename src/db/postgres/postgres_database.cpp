@@ -8,6 +8,7 @@
 
 #include "core/errors.h"
 #include "core/text.h"
+#include "db/postgres/postgres_copy.h"
 
 namespace clockcomm::db {
 namespace {
@@ -366,6 +367,41 @@ bool PostgresDatabase::HasColumn(std::string_view table, std::string_view column
               "AND table_name IN (?, lower(?)) AND column_name IN (?, lower(?))",
               {table, table, column, column})
               .Eof();
+}
+
+std::unique_ptr<BulkInsert> PostgresDatabase::InsertMany(std::string_view table,
+                                                         const std::vector<std::string>& columns) {
+  return std::make_unique<PostgresCopy>(*this, table, columns);
+}
+
+void PostgresDatabase::LockForWriting(std::string_view table) {
+  Execute("LOCK TABLE " + std::string(table) + " IN SHARE ROW EXCLUSIVE MODE");
+}
+
+int64_t PostgresDatabase::ReserveIds(std::string_view table, std::string_view id_column,
+                                     int64_t count) {
+  // The sequence is named by the table as SQL reads it and by the column as it is stored.
+  const std::string sql_table = TranslateToPostgres(table, nullptr);
+  std::string column(id_column);
+  if (column.size() >= 2 && column.front() == '[') {
+    column = column.substr(1, column.size() - 2);
+  } else {
+    column = core::ToLower(column);
+  }
+  const std::string highest =
+      "GREATEST((SELECT COALESCE(MAX(" + std::string(id_column) + "), 0) FROM " +
+      std::string(table) +
+      "), COALESCE(pg_sequence_last_value(pg_get_serial_sequence(?, ?)::regclass), 0))";
+  const Value last = count > 0
+                         ? Query("SELECT setval(pg_get_serial_sequence(?, ?), " + highest + " + ?)",
+                                 {sql_table, column, sql_table, column, count})
+                               .Field(0)
+                         : Query("SELECT " + highest + " + 1", {sql_table, column}).Field(0);
+  if (last.IsNull()) {
+    throw DatabaseError(0, "Cannot reserve IDs of " + std::string(table) + " in " + name_ +
+                               ": its column " + std::string(id_column) + " numbers no rows");
+  }
+  return count > 0 ? last.AsInt() - count + 1 : last.AsInt();
 }
 
 }  // namespace clockcomm::db

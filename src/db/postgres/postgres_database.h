@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "db/database.h"
 #include "db/open.h"
@@ -41,9 +42,17 @@ class PostgresDatabase : public Database {
   const std::string& Name() const override { return name_; }
   bool TableExists(std::string_view table) override;
   bool HasColumn(std::string_view table, std::string_view column) override;
+  // One COPY ... FROM STDIN.
+  std::unique_ptr<BulkInsert> InsertMany(std::string_view table,
+                                         const std::vector<std::string>& columns) override;
+  // LOCK TABLE in SHARE ROW EXCLUSIVE mode: readers go on, every other writer waits.
+  void LockForWriting(std::string_view table) override;
+  // Moves the identity's sequence past the reserved IDs (and past any row given its ID).
+  int64_t ReserveIds(std::string_view table, std::string_view id_column, int64_t count) override;
 
  private:
   friend class PostgresStatement;
+  friend class PostgresCopy;
   struct Prepared {
     std::string name;
     int parameters = 0;

@@ -42,8 +42,10 @@ std::string_view PostgresWord(std::string_view sql, std::string_view word, size_
 
 bool IsCreateTable(std::string_view sql) {
   const size_t start = sql.find_first_not_of(" \t\r\n");
-  return start != std::string_view::npos && sql.size() - start >= 12 &&
-         core::EqualsIgnoreCase(sql.substr(start, 12), "CREATE TABLE");
+  if (start == std::string_view::npos) return false;
+  return NextWordsAre(sql, start, {"CREATE", "TABLE"}) ||
+         NextWordsAre(sql, start, {"CREATE", "TEMP", "TABLE"}) ||
+         NextWordsAre(sql, start, {"CREATE", "TEMPORARY", "TABLE"});
 }
 
 }  // namespace

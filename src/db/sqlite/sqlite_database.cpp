@@ -78,6 +78,29 @@ class SqliteStatement : public Statement {
   sqlite3_stmt* stmt_;
 };
 
+// In-process, one prepared INSERT per row is as fast as SQLite writes.
+class SqliteBulkInsert : public BulkInsert {
+ public:
+  explicit SqliteBulkInsert(std::unique_ptr<Statement> insert) : insert_(std::move(insert)) {}
+  void BindNull(int index) override { insert_->BindNull(index); }
+  void BindInt(int index, int64_t value) override { insert_->BindInt(index, value); }
+  void BindReal(int index, double value) override { insert_->BindReal(index, value); }
+  void BindText(int index, std::string_view value) override { insert_->BindText(index, value); }
+  void AddRow() override { insert_->Execute(); }
+  void Finish() override {}
+
+ private:
+  std::unique_ptr<Statement> insert_;
+};
+
+// A name as SQL writes it, without its brackets.
+std::string_view Bare(std::string_view name) {
+  if (name.size() >= 2 && name.front() == '[' && name.back() == ']') {
+    return name.substr(1, name.size() - 2);
+  }
+  return name;
+}
+
 }  // namespace
 
 std::unique_ptr<SqliteDatabase> SqliteDatabase::Open(const std::filesystem::path& path, Mode mode,
@@ -256,6 +279,30 @@ bool SqliteDatabase::TableExists(std::string_view table) {
 bool SqliteDatabase::HasColumn(std::string_view table, std::string_view column) {
   return !Query("SELECT 1 FROM pragma_table_info(?) WHERE name = ? COLLATE NOCASE", {table, column})
               .Eof();
+}
+
+std::unique_ptr<BulkInsert> SqliteDatabase::InsertMany(std::string_view table,
+                                                       const std::vector<std::string>& columns) {
+  std::string sql = "INSERT INTO " + std::string(table) + " (";
+  std::string values;
+  for (const auto& column : columns) {
+    sql += (values.empty() ? "" : ", ") + column;
+    values += values.empty() ? "?" : ", ?";
+  }
+  return std::make_unique<SqliteBulkInsert>(Prepare(sql + ") VALUES (" + values + ")"));
+}
+
+int64_t SqliteDatabase::ReserveIds(std::string_view table, std::string_view id_column, int64_t) {
+  // An AUTOINCREMENT table remembers the highest ID it gave in sqlite_sequence, and moves it on
+  // by itself when rows come with their IDs.
+  std::string sql =
+      "SELECT IFNULL(MAX(" + std::string(id_column) + "), 0) + 1 FROM " + std::string(table);
+  if (TableExists("sqlite_sequence")) {
+    sql = "SELECT MAX(IFNULL((SELECT seq FROM sqlite_sequence WHERE name = ?), 0) + 1, (" + sql +
+          "))";
+    return Query(sql, {Bare(table)}).Field(0).AsInt();
+  }
+  return Query(sql).Field(0).AsInt();
 }
 
 }  // namespace clockcomm::db

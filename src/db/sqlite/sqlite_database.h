@@ -38,6 +38,10 @@ class SqliteDatabase : public Database {
   const std::string& Name() const override { return name_; }
   bool TableExists(std::string_view table) override;
   bool HasColumn(std::string_view table, std::string_view column) override;
+  std::unique_ptr<BulkInsert> InsertMany(std::string_view table,
+                                         const std::vector<std::string>& columns) override;
+  void LockForWriting(std::string_view) override {}
+  int64_t ReserveIds(std::string_view table, std::string_view id_column, int64_t count) override;
 
  private:
   SqliteDatabase(sqlite3* handle, std::string name);
