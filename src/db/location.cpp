@@ -4,11 +4,13 @@
 
 namespace clockcomm::db {
 
-bool IsServerLocation(std::string_view location) { return IsPostgresLocation(location); }
+bool IsServerLocation(const std::filesystem::path& location) {
+  return IsPostgresLocation(location.native());
+}
 
-std::string ShownLocation(std::string_view location) {
-  if (!IsServerLocation(location)) return std::string(location);
-  std::string shown(location);
+std::string PrintableLocation(const std::filesystem::path& location) {
+  std::string shown = location.native();
+  if (!IsServerLocation(location)) return shown;
   const size_t authority = shown.find("://") + 3;
   const size_t end = shown.find_first_of("/?", authority);
   const size_t at = shown.rfind('@', end == std::string::npos ? shown.size() : end);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "db/database.h"
+#include "db/location.h"
 
 namespace clockcomm::db {
 
@@ -18,12 +19,6 @@ enum class OpenMode {
 
 // How long a statement waits for another connection's lock before it reports the database busy.
 inline constexpr std::chrono::milliseconds kDefaultBusyWait{5000};
-
-// Whether the location names a database on a server (a postgresql:// or postgres:// URL) rather
-// than a SQLite file.
-bool IsServerLocation(const std::filesystem::path& location);
-// The location as it may be shown or logged: a URL's password becomes "***".
-std::string PrintableLocation(const std::filesystem::path& location);
 
 // Opens the database at location: a postgresql:// (or postgres://) URL names a PostgreSQL
 // database, anything else is a SQLite file path. Throws DatabaseError naming it (never a password).

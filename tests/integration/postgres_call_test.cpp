@@ -31,10 +31,8 @@ class PostgresCallTest : public CallFixture {
   }
 };
 
-// Disabled until the transfer takes a server location: ClockFileTransfer::Transfer refuses a
-// company database that is not a file (std::filesystem::exists), and TcdDbWriter::NextRowId reads
-// SQLite's sqlite_sequence. The call itself completes and its file waits as pending.
-TEST_F(PostgresCallTest, DISABLED_EachPunchOfACallGoesIntoTheServerOnce) {
+// A call completes and its punches go into the server; the same batch again adds none.
+TEST_F(PostgresCallTest, EachPunchOfACallGoesIntoTheServerOnce) {
   sim::ZonTerminal terminal(sim::TerminalConfig{}, Punches(3));
   EXPECT_EQ(HostOnce(terminal), sim::CallOutcome::kCompleted) << screen_.All();
   EXPECT_TRUE(terminal.PendingPunches().empty());
