@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "bench_limit.h"
+#include "bench_records.h"
 #include "core/clock.h"
 #include "core/log_sink.h"
 #include "db/open.h"
@@ -31,39 +32,11 @@
 namespace {
 
 using namespace clockcomm;
+using bench::BenchDir;
+using bench::Punch;
+using bench::Rate;
+using bench::WriteFile;
 namespace fs = std::filesystem;
-
-class BenchDir {
- public:
-  BenchDir() {
-    std::string tmpl = (fs::temp_directory_path() / "clockcomm-bench-XXXXXX").string();
-    path_ = mkdtemp(tmpl.data());
-  }
-  ~BenchDir() {
-    std::error_code ec;
-    fs::remove_all(path_, ec);
-  }
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
-
-records::TcdRecord Punch(int i) {
-  static const char* kTypes[] = {"I", "O", "LO", "LI", "T"};
-  return records::TcdRecord(
-      "999", i, 1000 + i % 250, i % 4 ? std::optional<int64_t>(i % 50) : std::nullopt,
-      i % 3 ? "job" : "", "", "", kTypes[i % 5],
-      core::Date::FromYmd(2009, 10, 20)->AddDays(i / 1000),
-      core::TimeOfDay::FromSeconds(i * 37 % 86400), std::nullopt, std::nullopt,
-      i % 5 == 4 ? std::optional<float>(12.5f) : std::nullopt, "1");
-}
-
-void WriteFile(const fs::path& file, int n) {
-  records::TcdFileWriter writer(file, false);
-  for (int i = 1; i <= n; ++i) writer.WriteRecord(Punch(i));
-  writer.CloseWriter();
-}
 
 std::vector<std::string> ParseLines(bool quoted) {
   std::vector<std::string> lines;
@@ -71,12 +44,6 @@ std::vector<std::string> ParseLines(bool quoted) {
   lines.push_back("999,1,2,3,job,,,I,091020,1224,,,,1");
   lines.push_back("999,1,2,3,job,,,C,1/2/2008,8:30am,1/2/2008,9pm,,1");
   return lines;
-}
-
-double Rate(benchmark::State& state, std::chrono::steady_clock::duration elapsed, double items) {
-  const double per_second = items / std::chrono::duration<double>(elapsed).count();
-  state.counters["per_s"] = per_second;
-  return per_second;
 }
 
 bench::Limit parse_limit[2];

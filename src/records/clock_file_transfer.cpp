@@ -11,6 +11,7 @@
 
 #include "core/durable_file.h"
 #include "core/text.h"
+#include "db/location.h"
 #include "db/open.h"
 #include "records/database_writer.h"
 #include "records/employee_info.h"
@@ -149,9 +150,9 @@ TransferResult ClockFileTransfer::Transfer(const Company& company,
 
   const std::filesystem::path db_path = company.ClockwynDatabaseFilename();
   std::unique_ptr<db::Database> db;
-  const std::string db_name = db::PrintableLocation(db_path);
+  const std::string db_name = db::ShownLocation(db_path.native());
   std::error_code ec;
-  if (!db::IsServerLocation(db_path) && !std::filesystem::exists(db_path, ec)) {
+  if (!db::IsServerLocation(db_path.native()) && !std::filesystem::exists(db_path, ec)) {
     const std::string msg = "Company database " + db_name + " of company " + company.Name() +
                             " was not found. " + file_name +
                             " was not transferred and stays where it was.";

@@ -43,15 +43,19 @@ class RecordingLog : public core::LogSink {
 
 class TransferFixture {
  public:
-  TransferFixture() {
+  // company_database: empty for acme/Company.db, else the location the registry names for it.
+  explicit TransferFixture(const std::string& company_database = "") {
     registry_path = dir.path() / "COMPANY3.db";
     auto registry = db::Open(registry_path, db::OpenMode::kCreate);
     db::CreateCompanyRegistrySchema(*registry);
     registry->Execute(
         "INSERT INTO Company ([Company], [Clock Name], [Directory], [Current Start Date], "
-        "[Pay Period Type]) VALUES ('Acme', 'Front', 'acme', '2009-10-18', 'weekly')");
+        "[Pay Period Type], [Database]) VALUES ('Acme', 'Front', 'acme', '2009-10-18', 'weekly', "
+        "?)",
+        {company_database});
     std::filesystem::create_directory(dir.path() / "acme");
-    company_db_path = dir.path() / "acme" / "Company.db";
+    company_db_path = company_database.empty() ? dir.path() / "acme" / "Company.db"
+                                               : std::filesystem::path(company_database);
     db::CreateCompanySchema(*db::Open(company_db_path, db::OpenMode::kCreate));
   }
 

@@ -110,7 +110,7 @@ std::string PostgresTestServer::Url(const std::string& database) const {
 
 void PostgresTestServer::Start() {
   const fs::path programs = ServerPrograms();
-  std::string tmpl = (fs::temp_directory_path() / "clockcomm-pg-XXXXXX").string();
+  std::string tmpl = (fs::absolute(fs::temp_directory_path()) / "clockcomm-pg-XXXXXX").string();
   if (!mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp failed");
   folder_ = tmpl;
   // The server refuses to run as root: then initdb and pg_ctl run as an ordinary user who owns
