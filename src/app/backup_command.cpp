@@ -73,7 +73,7 @@ void RunBackup(const GlobalOptions& options, const std::string& to) {
   std::vector<std::string> on_server;
   const auto copies = DatabasesOf(ctx, on_server);
   for (const std::string& location : on_server) {
-    std::cout << db::PrintableLocation(location)
+    std::cout << db::ShownLocation(location)
               << "  on the database server: not copied (back it up with the server's tools)\n";
   }
   for (const auto& copy : copies) {

@@ -93,7 +93,7 @@ void RunCompanyAdd(const GlobalOptions& options, const CompanyOptions& o) {
   std::cout << "Added company " << core::Trim(o.name) << " (clock " << core::Trim(o.clock) << ", "
             << core::ToLower(core::Trim(o.pay_period)) << " pay period from "
             << company.start.ToString() << ")\n"
-            << "  database " << db::PrintableLocation(db_file.native()) << "\n";
+            << "  database " << db::ShownLocation(db_file.native()) << "\n";
 }
 
 void RunCompanyList(const GlobalOptions& options) {
@@ -114,7 +114,7 @@ void RunCompanyList(const GlobalOptions& options) {
               << c.PayPeriodType() << "\t" << c.PayPeriodStartDateTime().Format("yyyy-mm-dd HH:nn")
               << "\t" << end << "\t"
               << (stamped ? c.ClockDataTableLastUpdated().GetDate().ToString() : "") << "\t"
-              << db::PrintableLocation(c.ClockwynDatabaseFilename()) << "\n";
+              << db::ShownLocation(c.ClockwynDatabaseFilename()) << "\n";
   }
 }
 

@@ -4,13 +4,11 @@
 
 namespace clockcomm::db {
 
-bool IsServerLocation(const std::filesystem::path& location) {
-  return IsPostgresLocation(location.native());
-}
+bool IsServerLocation(std::string_view location) { return IsPostgresLocation(location); }
 
-std::string PrintableLocation(const std::filesystem::path& location) {
-  std::string shown = location.native();
-  if (!IsServerLocation(location)) return shown;
+std::string ShownLocation(std::string_view location) {
+  if (!IsServerLocation(location)) return std::string(location);
+  std::string shown(location);
   const size_t authority = shown.find("://") + 3;
   const size_t end = shown.find_first_of("/?", authority);
   const size_t at = shown.rfind('@', end == std::string::npos ? shown.size() : end);

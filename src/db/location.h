@@ -2,7 +2,6 @@
 // database on a server.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -10,11 +9,11 @@ namespace clockcomm::db {
 
 // True for a location on a database server (postgresql:// or postgres://): it is no file, so
 // nothing may test it for existence, make its folder or copy it as a file.
-bool IsServerLocation(const std::filesystem::path& location);
+bool IsServerLocation(std::string_view location);
 
 // The location as it may be printed or logged: a URL's password becomes *** (in the user part
 // and in a password= parameter); a file path stays as it is.
-std::string PrintableLocation(const std::filesystem::path& location);
+std::string ShownLocation(std::string_view location);
 
 // The server URL with every table of the session in schema (search_path), so that several
 // companies share one server database, a schema each. schema must be a plain name (lower-case

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "db/database.h"
-#include "db/location.h"
 
 namespace clockcomm::db {
 

@@ -8,11 +8,11 @@
 namespace clockcomm::records {
 
 CompanyRegistryNotFound::CompanyRegistryNotFound(const std::string& file)
-    : core::Error("Company3 database was not found. (" + db::PrintableLocation(file) + ")") {}
+    : core::Error("Company3 database was not found. (" + db::ShownLocation(file) + ")") {}
 
 void CompanyFactory::Initialize(const std::filesystem::path& database_file) {
   database_name_ = database_file.string();
-  log_.Debug("CompanyFactory.Initialize", "Filename = " + db::PrintableLocation(database_name_));
+  log_.Debug("CompanyFactory.Initialize", "Filename = " + db::ShownLocation(database_name_));
   Refresh();
 }
 

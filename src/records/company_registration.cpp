@@ -62,7 +62,7 @@ void RegisterCompany(const CompanyLocations& where, NewCompany company) {
     }
     // Two companies in one database would mix their punches.
     if (!server_database.empty() && rows.Field(2).AsText() == server_database) {
-      throw core::ArgumentException("The database " + db::PrintableLocation(server_database) +
+      throw core::ArgumentException("The database " + db::ShownLocation(server_database) +
                                         " already belongs to company \"" + existing + "\".",
                                     "database");
     }

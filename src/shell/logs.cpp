@@ -70,7 +70,7 @@ void Logs::Event(std::string_view event_type, std::string_view description) {
           log->Write(now, current.name, current.number, event_type, description);
           if (event_log_failing_.exchange(false)) {
             const std::string back =
-                "Event log available again: " + db::PrintableLocation(event_log_file_.native());
+                "Event log available again: " + db::ShownLocation(event_log_file_.native());
             std::cerr << back + "\n";
             WriteText(TextLog::kDebug, {}, {back});
           }
@@ -95,7 +95,7 @@ void Logs::ReportUnwrittenEvent(const std::string& error, const CurrentClock& cu
                                 std::string_view event_type, std::string_view description) {
   try {
     const std::string report =
-        "Event log unavailable: " + db::PrintableLocation(event_log_file_.native()) + ": " + error;
+        "Event log unavailable: " + db::ShownLocation(event_log_file_.native()) + ": " + error;
     std::string lost = "Event not written: ";
     lost += event_type;
     lost += " - ";

@@ -89,7 +89,7 @@ std::string Status(const db::TableCopyResult& r) {
 // Copies the tables of one database; false when one is not whole on the server.
 bool CopyDatabase(const Job& job, db::Database& to, bool switched, std::ostream& out) {
   auto from = db::Open(job.source);
-  out << job.title << ": " << job.source.string() << " -> " << db::PrintableLocation(job.target)
+  out << job.title << ": " << job.source.string() << " -> " << db::ShownLocation(job.target)
       << "\n";
   const auto& tables = job.kind == db::SchemaKind::kEventLog          ? kEventLogTables
                        : job.kind == db::SchemaKind::kCompanyRegistry ? kRegistryTables
@@ -153,7 +153,7 @@ bool CopySiteToServer(const fs::path& home, const std::string& url, std::ostream
   for (const records::Company& company : list) {
     if (!company.DatabaseLocation().empty()) {
       out << "company " << company.Name() << ": already on a server ("
-          << db::PrintableLocation(company.DatabaseLocation()) << "), not copied\n";
+          << db::ShownLocation(company.DatabaseLocation()) << "), not copied\n";
       continue;
     }
     const fs::path file = company.ClockwynDatabaseFilename();
@@ -172,7 +172,7 @@ bool CopySiteToServer(const fs::path& home, const std::string& url, std::ostream
   auto server = db::Open(url);
   const bool switched =
       install.Value(DatabaseLocations::kSection, DatabaseLocations::kRegistry) == url;
-  out << "Copying the site in " << home.string() << " to " << db::PrintableLocation(url) << "\n"
+  out << "Copying the site in " << home.string() << " to " << db::ShownLocation(url) << "\n"
       << "The poll list (" << db::kProductDatabaseFile
       << ") stays in the data folder: it belongs to the lines of this machine.\n";
   bool whole = true;

@@ -22,7 +22,7 @@ TEST(Location, PasswordsAreNeverShown) {
        "postgresql://db/x?user=cc&password=***&sslmode=require"},
       {"postgresql://db/x?passwordless=1", "postgresql://db/x?passwordless=1"},
   };
-  for (const auto& c : cases) EXPECT_EQ(PrintableLocation(c.location), c.shown) << c.location;
+  for (const auto& c : cases) EXPECT_EQ(ShownLocation(c.location), c.shown) << c.location;
   EXPECT_TRUE(IsServerLocation("postgresql://db/x"));
   EXPECT_FALSE(IsServerLocation("/srv/postgresql://x"));
 }
