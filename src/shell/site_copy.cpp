@@ -112,6 +112,81 @@ bool CopyDatabase(const Job& job, db::Database& to, bool switched, std::ostream&
   return whole;
 }
 
+// The databases to copy, every file checked before the server is touched; notes says what is
+// left out.
+std::vector<Job> PlanJobs(const fs::path& home, const std::string& url,
+                          const InstallInformation& install, std::vector<std::string>& notes) {
+  const fs::path data = MyStatic::Load(home)->Paths().DataDirectory();
+  const fs::path event_log =
+      SourceFile(install, DatabaseLocations::kEventLog, data / db::kEventLogFile, data);
+  const fs::path registry =
+      SourceFile(install, DatabaseLocations::kRegistry, data / db::kCompanyRegistryFile, data);
+  Require(event_log, "event log");
+  Require(registry, "company registry");
+  std::vector<Job> jobs = {
+      {"event log", event_log, url, db::SchemaKind::kEventLog, {}, {}},
+      {"company registry", registry, url, db::SchemaKind::kCompanyRegistry, {}, {}}};
+
+  core::NullLogSink quiet;
+  records::CompanyFactory companies(quiet, data);
+  companies.Initialize(registry);
+  std::vector<records::Company> list = companies.GetCompanyList();
+  // In name order, so that a second run gives each company the schema of the first.
+  std::sort(list.begin(), list.end(),
+            [](const auto& a, const auto& b) { return a.Name() < b.Name(); });
+  std::set<std::string> taken;
+  for (const records::Company& company : list) {
+    if (!company.DatabaseLocation().empty()) {
+      notes.push_back("company " + company.Name() + ": already on a server (" +
+                      db::ShownLocation(company.DatabaseLocation()) + "), not copied");
+      continue;
+    }
+    const fs::path file = company.ClockwynDatabaseFilename();
+    Require(file, "database of company \"" + company.Name() + "\"");
+    if (db::Open(file)->HasColumn("Punch Keys", "PunchKey")) {
+      throw core::InvalidOperationException(
+          "The database of company \"" + company.Name() +
+          "\" holds punch keys in an older form: run `clockcomm transfer --pending` on the site "
+          "once to convert them, then copy again. Nothing was copied.");
+    }
+    const std::string schema = SchemaName(company.Name(), taken);
+    jobs.push_back({"company " + company.Name(), file, db::LocationInSchema(url, schema),
+                    db::SchemaKind::kCompany, company.Name(), schema});
+  }
+  return jobs;
+}
+
+// Points the site at the server: the server's registry first (the site does not read it yet),
+// then registry.ini. Tells whether anything changed.
+bool Switch(const std::vector<Job>& jobs, const std::string& url, db::Database& server,
+            InstallInformation& install, std::ostream& out) {
+  int companies_set = 0;
+  db::Transaction t(server);
+  for (const Job& job : jobs) {
+    if (job.company.empty()) continue;
+    companies_set += static_cast<int>(
+        server.Execute("UPDATE Company SET [Database] = ? WHERE [Company] = ? AND [Database] = ''",
+                       {job.target, job.company}));
+  }
+  t.Commit();
+  const auto value = [&](const char* name) {
+    return install.Value(DatabaseLocations::kSection, name);
+  };
+  const bool ini_named_server =
+      value(DatabaseLocations::kEventLog) == url && value(DatabaseLocations::kRegistry) == url;
+  if (!ini_named_server) {
+    install.SetValue(DatabaseLocations::kSection, DatabaseLocations::kEventLog, url);
+    install.SetValue(DatabaseLocations::kSection, DatabaseLocations::kRegistry, url);
+    install.Save();
+  }
+  if (ini_named_server && companies_set == 0) return false;
+  out << "The site now uses the server: " << install.RegistryFile().string()
+      << " [Databases] EventLog= and Registry=, and [Database] of " << companies_set
+      << " company(ies) in the server's registry. The SQLite files stay as they were: without "
+         "[Databases] the site runs on them again.\n";
+  return true;
+}
+
 }  // namespace
 
 bool CopySiteToServer(const fs::path& home, const std::string& url, std::ostream& out) {
@@ -130,44 +205,8 @@ bool CopySiteToServer(const fs::path& home, const std::string& url, std::ostream
                                           "folder. Nothing was copied.");
   }
   install.Load();
-  const MyPaths paths = MyStatic::Load(home)->Paths();
-  const fs::path data = paths.DataDirectory();
-  const fs::path event_log =
-      SourceFile(install, DatabaseLocations::kEventLog, data / db::kEventLogFile, data);
-  const fs::path registry =
-      SourceFile(install, DatabaseLocations::kRegistry, data / db::kCompanyRegistryFile, data);
-  Require(event_log, "event log");
-  Require(registry, "company registry");
-
-  // Every file is checked before the server is touched.
-  std::vector<Job> jobs = {
-      {"event log", event_log, url, db::SchemaKind::kEventLog, {}, {}},
-      {"company registry", registry, url, db::SchemaKind::kCompanyRegistry, {}, {}}};
-  core::NullLogSink quiet;
-  records::CompanyFactory companies(quiet, data);
-  companies.Initialize(registry);
-  std::vector<records::Company> list = companies.GetCompanyList();
-  std::sort(list.begin(), list.end(),
-            [](const auto& a, const auto& b) { return a.Name() < b.Name(); });
-  std::set<std::string> taken;
-  for (const records::Company& company : list) {
-    if (!company.DatabaseLocation().empty()) {
-      out << "company " << company.Name() << ": already on a server ("
-          << db::ShownLocation(company.DatabaseLocation()) << "), not copied\n";
-      continue;
-    }
-    const fs::path file = company.ClockwynDatabaseFilename();
-    Require(file, "database of company \"" + company.Name() + "\"");
-    if (db::Open(file)->HasColumn("Punch Keys", "PunchKey")) {
-      throw core::InvalidOperationException(
-          "The database of company \"" + company.Name() +
-          "\" holds punch keys in an older form: run `clockcomm transfer --pending` on the site "
-          "once to convert them, then copy again. Nothing was copied.");
-    }
-    const std::string schema = SchemaName(company.Name(), taken);
-    jobs.push_back({"company " + company.Name(), file, db::LocationInSchema(url, schema),
-                    db::SchemaKind::kCompany, company.Name(), schema});
-  }
+  std::vector<std::string> notes;
+  const std::vector<Job> jobs = PlanJobs(home, url, install, notes);
 
   auto server = db::Open(url);
   const bool switched =
@@ -175,6 +214,7 @@ bool CopySiteToServer(const fs::path& home, const std::string& url, std::ostream
   out << "Copying the site in " << home.string() << " to " << db::ShownLocation(url) << "\n"
       << "The poll list (" << db::kProductDatabaseFile
       << ") stays in the data folder: it belongs to the lines of this machine.\n";
+  for (const std::string& note : notes) out << note << "\n";
   bool whole = true;
   for (const Job& job : jobs) {
     std::unique_ptr<db::Database> own;
@@ -193,33 +233,9 @@ bool CopySiteToServer(const fs::path& home, const std::string& url, std::ostream
                      : "the site was NOT switched and still uses its SQLite files.\n");
     return false;
   }
-
-  // Switch: the server's registry first (the site does not read it yet), then registry.ini.
-  int companies_set = 0;
-  {
-    db::Transaction t(*server);
-    for (const Job& job : jobs) {
-      if (job.company.empty()) continue;
-      companies_set += static_cast<int>(server->Execute(
-          "UPDATE Company SET [Database] = ? WHERE [Company] = ? AND [Database] = ''",
-          {job.target, job.company}));
-    }
-    t.Commit();
-  }
-  const bool ini_set =
-      install.Value(DatabaseLocations::kSection, DatabaseLocations::kEventLog) != url || !switched;
-  if (ini_set) {
-    install.SetValue(DatabaseLocations::kSection, DatabaseLocations::kEventLog, url);
-    install.SetValue(DatabaseLocations::kSection, DatabaseLocations::kRegistry, url);
-    install.Save();
-  }
-  if (!ini_set && companies_set == 0) {
-    out << "Every table is on the server; the site already used it: nothing changed.\n";
-  } else {
-    out << "Every table is on the server. The site now uses it: " << install.RegistryFile().string()
-        << " [Databases] EventLog= and Registry=, and [Database] of " << companies_set
-        << " company(ies) in the server's registry. The SQLite files stay as they were: without "
-           "[Databases] the site runs on them again.\n";
+  out << "Every table is on the server.\n";
+  if (!Switch(jobs, url, *server, install, out)) {
+    out << "The site already used the server: nothing changed.\n";
   }
   return true;
 }

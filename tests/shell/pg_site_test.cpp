@@ -118,10 +118,21 @@ TEST_F(PostgresSiteTest, ASqliteSiteIsCopiedOnceAndThenRunsOnTheServer) {
   }
   EXPECT_EQ(core::ReadWholeFile(home_.path() / "registry.ini"), ini) << "nothing switched";
 
+  // A failure half way (Bolt's table has a column the server's lacks) switches nothing either;
+  // what was copied stays, and the next run goes on from there.
+  const std::string bolt_file = (home_.path() / "data/bolt/Company.db").string();
+  db::Open(bolt_file)->Execute("ALTER TABLE CompanyInfoT ADD COLUMN Extra TEXT");
   auto r = Run("db copy --from " + home + " --to '" + url + "'");
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_THAT(r.err, HasSubstr("has no column Extra"));
+  EXPECT_EQ(core::ReadWholeFile(home_.path() / "registry.ini"), ini);
+  EXPECT_EQ(Count(url, "Company WHERE [Database] <> ''"), 0);
+  db::Open(bolt_file)->Execute("ALTER TABLE CompanyInfoT DROP COLUMN Extra");
+
+  r = Run("db copy --from " + home + " --to '" + url + "'");
   ASSERT_EQ(r.exit_code, 0) << r.out << r.err;
-  EXPECT_THAT(r.out, AllOf(HasSubstr("[Clock Data Table]          2 rows,        2 copied,"),
-                           HasSubstr("The site now uses it"), Not(HasSubstr(password_))));
+  EXPECT_THAT(r.out, AllOf(HasSubstr("[Clock Data Table]          2 rows,        0 copied,"),
+                           HasSubstr("The site now uses the server"), Not(HasSubstr(password_))));
   const std::string acme = db::LocationInSchema(url, "company_acme");
   for (const auto& [file, server, table] :
        std::vector<std::tuple<std::string, std::string, std::string>>{
