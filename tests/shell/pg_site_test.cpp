@@ -61,6 +61,9 @@ TEST_F(PostgresSiteTest, RegistryEventLogAndCompaniesOnTheServer) {
 
   r = Run("company list");
   ASSERT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_THAT(Run("status").out,
+              AllOf(HasSubstr("Databases: event log postgresql://clockcomm:***@"),
+                    Not(HasSubstr(password_))));
   EXPECT_THAT(r.out, AllOf(HasSubstr("Acme\tFront\tacme\t"), HasSubstr(":***@"),
                            Not(HasSubstr(password_))));
   ASSERT_EQ(Run("employee add --company Acme --card 1234 --name Ann").exit_code, 0);
