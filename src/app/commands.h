@@ -28,6 +28,8 @@ void RegisterT4DownloadCommand(CLI::App& t4);
 void RegisterBackupCommand(CLI::App& app, const GlobalOptions& options);
 // status [--json]
 void RegisterStatusCommand(CLI::App& app, const GlobalOptions& options);
+// db copy --from HOME --to URL
+void RegisterDbCommands(CLI::App& app, const GlobalOptions& options);
 // demo
 void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options);
 

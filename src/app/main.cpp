@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
   app::RegisterT4Commands(app, options);
   app::RegisterBackupCommand(app, options);
   app::RegisterStatusCommand(app, options);
+  app::RegisterDbCommands(app, options);
   app::RegisterDemoCommand(app, options);
   try {
     app.parse(argc, argv);
