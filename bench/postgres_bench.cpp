@@ -77,8 +77,8 @@ void BM_PostgresCopyLimit(benchmark::State& state) {
     const auto start = std::chrono::steady_clock::now();
     Exec(conn, "BEGIN", PGRES_COMMAND_OK);
     Exec(conn,
-         "COPY \"Clock Data Table\" (ID, Punch, \"Card ID\", Department, JobNumber, "
-         "\"Punch Type\", \"Date In\", \"Time In\", Quantity) FROM STDIN",
+         "COPY \"clock data table\" (id, punch, \"card id\", department, jobnumber, "
+         "\"punch type\", \"date in\", \"time in\", quantity) FROM STDIN",
          PGRES_COPY_IN);
     constexpr size_t kPiece = 256 * 1024;
     for (size_t at = 0; at < text.size(); at += kPiece) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "db/location.h"
+#include "db/postgres/postgres_sql.h"
 
 namespace clockcomm::db {
 namespace {
@@ -54,17 +55,6 @@ std::vector<std::string> TargetColumns(Database& from, Database& to, const std::
 
 int64_t CountRows(Database& db, const std::string& table) {
   return db.Query("SELECT COUNT(*) FROM " + table).Field(0).AsInt();
-}
-
-// The name PostgreSQL keeps: [Name] as it stands, a bare name in lower case.
-std::string StoredName(const std::string& name) {
-  if (name.size() > 2 && name.front() == '[' && name.back() == ']') {
-    return name.substr(1, name.size() - 2);
-  }
-  std::string lower = name;
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower;
 }
 
 // Inserts rows (each in columns order), skipping those whose key the target holds.

@@ -6,6 +6,8 @@
 #include "integration/call_fixture.h"
 #include "sim/zon_terminal.h"
 #include "test_support/postgres_schema.h"
+#include "test_support/run_clockcomm.h"
+#include "test_support/temp_dir.h"
 
 namespace clockcomm::test {
 namespace {
@@ -42,6 +44,29 @@ TEST_F(PostgresCallTest, EachPunchOfACallGoesIntoTheServerOnce) {
   EXPECT_EQ(HostOnce(again), sim::CallOutcome::kCompleted) << screen_.All();
   ExpectEachPunchOnce(3);
   EXPECT_EQ(Rows(), 3);
+}
+
+// The demo's whole road with every database on the server: hosted, network, modem and ATS calls
+// and the T4 host, each punch into the server's company database (the demo fails otherwise), and
+// no password in what it prints.
+TEST(PostgresDemoTest, TheDemosRoadRunsIntoTheServer) {
+  const auto& server = PostgresTestServer::Get();
+  TempDir home;
+  const CommandResult r =
+      RunClockcomm(home.path() / "demo", "demo --database '" + server.Url() + "'");
+  ASSERT_EQ(r.exit_code, 0) << r.out << r.err;
+  EXPECT_EQ(r.out.find(server.Password()), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(home.path() / "demo/data/demo/Company.db"));
+  auto company = db::Open(db::LocationInSchema(server.Url(), "demo_company"));
+  const int64_t rows = company->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
+  EXPECT_NE(r.out.find("Rows in [Clock Data Table]: " + std::to_string(rows) + "\n"),
+            std::string::npos)
+      << r.out;
+  EXPECT_GT(db::Open(db::LocationInSchema(server.Url(), "demo_site"))
+                ->Query("SELECT COUNT(*) FROM LogTable")
+                .Field(0)
+                .AsInt(),
+            0);
 }
 
 }  // namespace
