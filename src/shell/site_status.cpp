@@ -48,7 +48,9 @@ std::vector<TerminalStatus> KnownTerminals(const MyPaths& paths,
     return terminals[it->second];
   };
   for (const records::Company& company : companies.GetCompanyList()) {
-    if (!company.ClockName().empty()) add(company.ClockName(), "clock of " + company.Name());
+    if (!company.ClockName().empty()) {
+      add(company.ClockName(), "clock of " + company.Name()).company = company.Name();
+    }
   }
   auto product_db = db::Open(paths.ClockwynDatabase());
   for (const PollRow& row : PollList(*product_db).ReadPollRows()) {
@@ -79,6 +81,14 @@ void AddLastContacts(std::vector<TerminalStatus>& terminals, EventLog& event_log
                         core::SecondsBetween(*terminal.last_contact, now) > kOverdueHours * 3600);
   }
 }
+
+// A punch's day and time: an out punch alone has only its out columns.
+constexpr const char* kPunchesLast24Hours =
+    "SELECT COUNT(*) FROM [Clock Data Table] WHERE "
+    "(COALESCE([Date In], [Date Out]) = ? AND "
+    "CASE WHEN [Date In] IS NULL THEN [Time Out] ELSE [Time In] END <= ?) OR "
+    "(COALESCE([Date In], [Date Out]) = ? AND "
+    "CASE WHEN [Date In] IS NULL THEN [Time Out] ELSE [Time In] END > ?)";
 
 std::string Quoted(std::string_view text) {
   std::string out = "\"";
@@ -149,6 +159,12 @@ SiteStatus GatherSiteStatus(const MyStatic& config, core::Clock& clock, ServiceS
                             {db::Value(today)})
                           .Field(0)
                           .AsInt();
+      const core::TimeOfDay now_time = status.now.GetTime();
+      punches.last_24h =
+          db->Query(kPunchesLast24Hours, {db::Value(today), db::Value(now_time),
+                                          db::Value(today.AddDays(-1)), db::Value(now_time)})
+              .Field(0)
+              .AsInt();
     } catch (const std::exception& e) {
       punches.error = e.what();
     }

@@ -1,0 +1,83 @@
+#include "web/web_server.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "core/errors.h"
+#include "core/text.h"
+#include "web/api_reply.h"
+
+namespace clockcomm::web {
+
+ListenAddress ParseListenAddress(const std::string& text) {
+  ListenAddress address;
+  std::string host = text;
+  std::string port;
+  if (!text.empty() && text.front() == '[') {  // [IPv6]:port
+    const size_t close = text.find(']');
+    if (close == std::string::npos) {
+      throw core::ArgumentException("--listen \"" + text + "\": no closing ']'.", "listen");
+    }
+    host = text.substr(1, close - 1);
+    if (close + 1 < text.size()) {
+      if (text[close + 1] != ':') {
+        throw core::ArgumentException("--listen \"" + text + "\": expected HOST:PORT.", "listen");
+      }
+      port = text.substr(close + 2);
+    }
+  } else if (const size_t colon = text.rfind(':'); colon != std::string::npos) {
+    host = text.substr(0, colon);
+    port = text.substr(colon + 1);
+  }
+  if (!host.empty()) address.host = host;
+  if (!port.empty() || (!text.empty() && text.back() == ':')) {
+    const auto number = core::ParseInt(port);
+    if (!number || *number < 0 || *number > 65535) {
+      throw core::ArgumentException(
+          "--listen \"" + text + "\": the port must be a number from 0 to 65535.", "listen");
+    }
+    address.port = static_cast<int>(*number);
+  }
+  return address;
+}
+
+WebServer::WebServer(ApiRoutes& routes) {
+  server_.set_payload_max_length(kMaxRequestBody);
+  routes.Register(server_);
+}
+
+void WebServer::Bind(const ListenAddress& address) {
+  const bool bound = address.port == 0 ? (port_ = server_.bind_to_any_port(address.host)) > 0
+                                       : server_.bind_to_port(address.host, address.port);
+  if (!bound) {
+    throw core::InvalidOperationException("Cannot listen on " + address.host + ":" +
+                                          std::to_string(address.port) + ": " +
+                                          std::strerror(errno));
+  }
+  if (address.port != 0) port_ = address.port;
+}
+
+void WebServer::Run() {
+  {
+    std::lock_guard lock(mutex_);
+    if (stopped_) return;
+    running_ = true;
+  }
+  server_.listen_after_bind();
+  std::lock_guard lock(mutex_);
+  running_ = false;
+  ended_.notify_all();
+}
+
+void WebServer::Stop() {
+  std::unique_lock lock(mutex_);
+  stopped_ = true;
+  // A Stop just before the accept loop has marked itself running is not seen by it: ask again
+  // until Run has returned.
+  while (running_) {
+    server_.stop();
+    ended_.wait_for(lock, std::chrono::milliseconds(50));
+  }
+}
+
+}  // namespace clockcomm::web
