@@ -62,18 +62,21 @@ std::vector<TerminalStatus> KnownTerminals(const MyPaths& paths,
 
 void AddLastContacts(std::vector<TerminalStatus>& terminals, EventLog& event_log,
                      const core::DateTime& now) {
+  // By upper-case name: a site of a thousand terminals is looked up, not searched.
+  std::map<std::string, size_t> by_name;
+  for (size_t i = 0; i < terminals.size(); ++i) {
+    by_name.emplace(core::ToUpper(terminals[i].name), i);
+  }
   for (const EventLogEntry& entry : event_log.LastOfEachClock()) {
-    auto it = std::find_if(terminals.begin(), terminals.end(), [&](const TerminalStatus& t) {
-      return core::EqualsIgnoreCase(t.name, entry.clock_name);
-    });
-    if (it == terminals.end()) {
+    auto [found, added] = by_name.emplace(core::ToUpper(entry.clock_name), terminals.size());
+    if (added) {
       terminals.push_back(TerminalStatus{.name = entry.clock_name, .known_as = "event log"});
-      it = terminals.end() - 1;
     }
-    it->last_contact = entry.date_time;
-    it->last_event = entry.event_type;
-    if (!entry.description.empty()) it->last_event += ": " + entry.description;
-    it->last_failed = JournalPriority(entry.event_type) == LOG_ERR;
+    TerminalStatus& terminal = terminals[found->second];
+    terminal.last_contact = entry.date_time;
+    terminal.last_event = entry.event_type;
+    if (!entry.description.empty()) terminal.last_event += ": " + entry.description;
+    terminal.last_failed = JournalPriority(entry.event_type) == LOG_ERR;
   }
   for (TerminalStatus& terminal : terminals) {
     terminal.overdue = terminal.call_time &&
