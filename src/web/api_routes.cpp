@@ -100,6 +100,17 @@ std::optional<Session> ApiRoutes::Allow(const Request& req, Response& res, Role 
     ReplyError(res, 401, "Log in first (POST /api/v1/session).");
     return std::nullopt;
   }
+  // Read again on every request: a removed operator or a new password ends the session at once,
+  // and a role takes effect at once.
+  const auto now = s_.operators.Find(session->who.name);
+  if (!now || now->password_hash != session->who.password_hash) {
+    s_.sessions.Remove(session->id);
+    ReplyError(res, 401,
+               "The session has ended (the operator was removed or given a new "
+               "password); log in again.");
+    return std::nullopt;
+  }
+  session->who.role = now->role;
   if (ChangesState(req) && !SameSecret(req.get_header_value(kCsrfHeader), session->csrf_token)) {
     ReplyError(
         res, 403,

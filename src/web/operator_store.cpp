@@ -76,25 +76,27 @@ std::vector<Operator> OperatorStore::List() {
   return operators;
 }
 
+std::optional<Operator> OperatorStore::Find(std::string_view name) {
+  if (InvalidOperatorName(name)) return std::nullopt;
+  std::lock_guard lock(mutex_);
+  auto rs = db_.Query("SELECT [Role], [Password Hash] FROM [Operators] WHERE [Name] = ?",
+                      {std::string(name)});
+  if (rs.Eof()) return std::nullopt;
+  // A role written by a newer program reads as the least one.
+  return Operator{std::string(name),
+                  RoleFromName(rs.Field("Role").AsText()).value_or(Role::kViewer),
+                  rs.Field("Password Hash").AsText()};
+}
+
 std::optional<Operator> OperatorStore::Authenticate(std::string_view name,
                                                     std::string_view password) {
   std::optional<Operator> found;
-  std::string hash;
-  if (!InvalidOperatorName(name) && !password.empty() && password.size() <= kMaxPassword) {
-    std::lock_guard lock(mutex_);
-    auto rs = db_.Query("SELECT [Role], [Password Hash] FROM [Operators] WHERE [Name] = ?",
-                        {std::string(name)});
-    if (!rs.Eof()) {
-      found = Operator{std::string(name),
-                       RoleFromName(rs.Field("Role").AsText()).value_or(Role::kViewer)};
-      hash = rs.Field("Password Hash").AsText();
-    }
-  }
+  if (!password.empty() && password.size() <= kMaxPassword) found = Find(name);
   if (!found) {
     hasher_.VerifyNothing(password.substr(0, kMaxPassword));
     return std::nullopt;
   }
-  if (!hasher_.Verify(hash, password)) return std::nullopt;
+  if (!hasher_.Verify(found->password_hash, password)) return std::nullopt;
   return found;
 }
 

@@ -24,6 +24,9 @@ inline constexpr size_t kMaxPassword = 1024;
 struct Operator {
   std::string name;
   Role role = Role::kViewer;
+  // The stored hash when the operator was read for a login or a session check: a session whose
+  // hash is no longer the stored one (a new password, or the operator removed) has ended.
+  std::string password_hash;
 };
 
 // Why a name cannot be an operator's, or nothing when it can.
@@ -42,6 +45,8 @@ class OperatorStore {
   void Remove(const std::string& name);
   // Every operator, by name.
   std::vector<Operator> List();
+  // The operator as stored now (role and hash), or nothing.
+  std::optional<Operator> Find(std::string_view name);
   // The operator when name and password match; nothing otherwise (unknown name or wrong
   // password alike, in about the same time).
   std::optional<Operator> Authenticate(std::string_view name, std::string_view password);

@@ -45,11 +45,6 @@ bool SessionStore::Remove(const std::string& id) {
   return sessions_.erase(id) > 0;
 }
 
-void SessionStore::RemoveOperator(const std::string& name) {
-  std::lock_guard lock(mutex_);
-  std::erase_if(sessions_, [&](const auto& item) { return item.second.session.who.name == name; });
-}
-
 size_t SessionStore::Count() {
   std::lock_guard lock(mutex_);
   DropExpired(clock_.Steady());

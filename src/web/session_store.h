@@ -33,8 +33,6 @@ class SessionStore {
   std::optional<Session> Find(const std::string& id);
   // Ends the session; false when there was none.
   bool Remove(const std::string& id);
-  // Ends every session of the operator (removed, or a new password).
-  void RemoveOperator(const std::string& name);
   size_t Count();
 
  private:

@@ -144,6 +144,23 @@ TEST_F(SessionApiTest, RequestsWithoutTheRightSessionAreRefused) {
                                       {"name":"victor","role":"viewer"}])"));
 }
 
+// The command line changes the operators under a running server (another process): a new
+// password or a removal ends the operator's sessions at their next request.
+TEST_F(SessionApiTest, ANewPasswordOrARemovalEndsTheSession) {
+  LoginAs("victor");
+  const std::string victor = cookie_;
+  LoginAs("alice");
+  console_->Operators().SetPassword("victor", "changed");
+  console_->Operators().Remove("alice");
+  for (const std::string& cookie : {victor, cookie_}) {
+    cookie_ = cookie;
+    auto res = Send("GET", "/api/v1/terminals");
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, 401) << cookie;
+    EXPECT_THAT(res->body, HasSubstr("The session has ended"));
+  }
+}
+
 // Five failures in a minute close the door for the name and the address, even to the right
 // password, and say when to come back.
 TEST_F(SessionApiTest, RepeatedFailuresAreRateLimited) {
