@@ -46,6 +46,12 @@ WebServer::WebServer(ApiRoutes& routes) {
   // Headers and body go out in separate writes; without this, Nagle's algorithm holds the body
   // until the client's delayed ACK, some 40 ms on every answer.
   server_.set_tcp_nodelay(true);
+  // One request per connection: the library waits for a connection's next request by polling
+  // every 10 ms, so a kept-alive idle connection would wake the server a hundred times a second.
+  // A new connection on a LAN costs far less than that. A client that connects and sends nothing
+  // is dropped after kSilentClient.
+  server_.set_keep_alive_max_count(1);
+  server_.set_keep_alive_timeout(kSilentClient.count());
   routes.Register(server_);
 }
 

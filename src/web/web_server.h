@@ -5,6 +5,7 @@
 
 #include <httplib.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -16,6 +17,8 @@ namespace clockcomm::web {
 // The console's port unless --listen says otherwise: free in IANA's list and easy to remember.
 inline constexpr int kDefaultConsolePort = 8470;
 inline constexpr const char* kDefaultConsoleHost = "127.0.0.1";
+// How long a connection may stay silent before its request.
+inline constexpr std::chrono::seconds kSilentClient{2};
 
 struct ListenAddress {
   std::string host = kDefaultConsoleHost;
