@@ -84,7 +84,8 @@ void ApiRoutes::Register(httplib::Server& server) {
     } catch (...) {
     }
     s_.log.Event("System error", "Console " + req.method + " " + Printable(req.path) + ": " + what);
-    ReplyError(res, 500, "The server failed: " + what);
+    // The reason may name files and databases: it goes to the event log, not to the client.
+    ReplyError(res, 500, "The server failed; the event log says why.");
   });
   server.set_post_routing_handler([](const Request&, Response& res) {
     res.set_header("Cache-Control", "no-store");

@@ -83,6 +83,9 @@ TEST_F(SessionApiTest, BadLoginBodiesAreRefusedWithAReason) {
       {"name=alice&password=secret-alice", "application/x-www-form-urlencoded", 415,
        "must be JSON"},
       {"{\"name\":\"al\xff\",\"password\":\"x\"}", "application/json", 400, "not valid JSON"},
+      {std::string(30000, '[') + std::string(30000, ']'), "application/json", 400,
+       "must be a JSON object"},
+      {std::string(20000, '{'), "application/json", 400, "not valid JSON"},
   };
   for (const Case& c : cases) {
     auto res = client_->Post("/api/v1/session", c.body, c.content_type);

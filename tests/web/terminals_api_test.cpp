@@ -2,6 +2,8 @@
 // event log and punches.
 #include <gmock/gmock.h>
 
+#include <fstream>
+
 #include "db/open.h"
 #include "web/console_fixture.h"
 
@@ -69,6 +71,22 @@ TEST_F(ConsoleFixture, TerminalNamesAreSentAsUtf8) {
   auto res = Send("GET", "/api/v1/terminals");
   ASSERT_EQ(res->status, 200);
   EXPECT_EQ(nlohmann::json::parse(res->body).at("terminals").at(0).at("name"), "CAF\u00c9");
+}
+
+// A site whose registry is damaged answers 500 without the reason, which names the file; the
+// event log keeps it, and the server goes on.
+TEST_F(ConsoleFixture, AFailureIsA500AndAnEventNotACrash) {
+  AddOperator("victor", Role::kViewer);
+  LoginAs("victor");
+  std::ofstream(config_->Paths().CompanyRegistryDatabase(), std::ios::trunc)
+      << std::string(4096, 'x');
+  auto res = Send("GET", "/api/v1/terminals");
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->status, 500);
+  EXPECT_EQ(res->body, R"({"error":"The server failed; the event log says why."})");
+  EXPECT_THAT(Events().back(),
+              testing::StartsWith("System error: Console GET /api/v1/terminals: "));
+  EXPECT_EQ(Send("GET", "/api/v1/session")->status, 200) << "still serving";
 }
 
 }  // namespace
