@@ -10,6 +10,8 @@
 #include <optional>
 #include <string>
 
+#include "db/open.h"
+#include "db/schema.h"
 #include "records/tcd_file_writer.h"
 #include "records/tcd_record.h"
 
@@ -53,6 +55,21 @@ inline double Rate(benchmark::State& state, std::chrono::steady_clock::duration 
   const double per_second = items / std::chrono::duration<double>(elapsed).count();
   state.counters["per_s"] = per_second;
   return per_second;
+}
+
+// A registry in dir with company "A" of clock "C" in folder "a", its database the file
+// a/Company.db or, when given, company_database (which must have the company's tables).
+inline void MakeCompany(const fs::path& dir, const std::string& company_database = "") {
+  auto registry = db::Open(dir / "COMPANY3.db", db::OpenMode::kCreate);
+  db::CreateCompanyRegistrySchema(*registry);
+  registry->Execute(
+      "INSERT INTO Company ([Company], [Clock Name], [Directory], [Database]) "
+      "VALUES ('A', 'C', 'a', ?)",
+      {company_database});
+  fs::create_directory(dir / "a");
+  if (company_database.empty()) {
+    db::CreateCompanySchema(*db::Open(dir / "a" / "Company.db", db::OpenMode::kCreate));
+  }
 }
 
 }  // namespace clockcomm::bench

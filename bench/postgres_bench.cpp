@@ -77,8 +77,8 @@ void BM_PostgresCopyLimit(benchmark::State& state) {
     const auto start = std::chrono::steady_clock::now();
     Exec(conn, "BEGIN", PGRES_COMMAND_OK);
     Exec(conn,
-         "COPY \"Clock Data Table\" (ID, Punch, \"Card ID\", Department, JobNumber, "
-         "\"Punch Type\", \"Date In\", \"Time In\", Quantity) FROM STDIN",
+         "COPY \"clock data table\" (id, punch, \"card id\", department, jobnumber, "
+         "\"punch type\", \"date in\", \"time in\", quantity) FROM STDIN",
          PGRES_COPY_IN);
     constexpr size_t kPiece = 256 * 1024;
     for (size_t at = 0; at < text.size(); at += kPiece) {
@@ -108,15 +108,7 @@ void BM_PostgresTransferFile(benchmark::State& state) {
     state.PauseTiming();
     dirs.push_back(std::make_unique<BenchDir>());
     const BenchDir& dir = *dirs.back();
-    {
-      auto registry = db::Open(dir.path() / "COMPANY3.db", db::OpenMode::kCreate);
-      db::CreateCompanyRegistrySchema(*registry);
-      registry->Execute(
-          "INSERT INTO Company ([Company], [Clock Name], [Directory], [Database]) "
-          "VALUES ('A', 'C', 'a', ?)",
-          {FreshCompanyDatabase()});
-      fs::create_directory(dir.path() / "a");
-    }
+    bench::MakeCompany(dir.path(), FreshCompanyDatabase());
     bench::WriteFile(dir.path() / "t.TCD", kRows);
     records::CompanyFactory factory(log, dir.path());
     factory.Initialize(dir.path() / "COMPANY3.db");

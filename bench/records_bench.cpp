@@ -200,15 +200,7 @@ void BM_TransferFile(benchmark::State& state) {
     state.PauseTiming();
     dirs.push_back(std::make_unique<BenchDir>());
     const BenchDir& dir = *dirs.back();
-    {
-      auto registry = db::Open(dir.path() / "COMPANY3.db", db::OpenMode::kCreate);
-      db::CreateCompanyRegistrySchema(*registry);
-      registry->Execute(
-          "INSERT INTO Company ([Company], [Clock Name], [Directory]) VALUES ('A', 'C', 'a')");
-      fs::create_directory(dir.path() / "a");
-      auto company_db = db::Open(dir.path() / "a" / "Company.db", db::OpenMode::kCreate);
-      db::CreateCompanySchema(*company_db);
-    }
+    bench::MakeCompany(dir.path());
     WriteFile(dir.path() / "t.TCD", n);
     records::CompanyFactory factory(log, dir.path());
     factory.Initialize(dir.path() / "COMPANY3.db");

@@ -32,6 +32,8 @@ void RegisterStatusCommand(CLI::App& app, const GlobalOptions& options);
 void RegisterUserCommands(CLI::App& app, const GlobalOptions& options);
 // serve [--listen HOST:PORT]: the web console's API
 void RegisterServeCommand(CLI::App& app, const GlobalOptions& options);
+// db copy --from HOME --to URL
+void RegisterDbCommands(CLI::App& app, const GlobalOptions& options);
 // demo
 void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options);
 

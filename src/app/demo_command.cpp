@@ -14,11 +14,13 @@
 #include "comm/pty_pair.h"
 #include "comm/tcp_connection.h"
 #include "core/errors.h"
+#include "db/location.h"
 #include "db/open.h"
 #include "records/company_registration.h"
 #include "records/employee_table.h"
 #include "records/parameter_override.h"
 #include "records/validation_codes.h"
+#include "shell/install_information.h"
 #include "shell/lan/lan_host.h"
 #include "shell/program_folder.h"
 #include "shell/schedule/poll_list.h"
@@ -38,8 +40,30 @@ constexpr const char* kMarker = ".clockcomm-demo";
 constexpr const char* kCompanyDirectory = "demo";
 constexpr const char* kPhone = "5551234";
 
+// Where the demo's databases go: the SQLite files of the demo folder, or with --database schemas
+// "demo_site" (event log, registry) and "demo_company" of a PostgreSQL database.
+struct DemoDatabases {
+  std::string site;
+  std::string company;
+};
+
+DemoDatabases OnServer(const std::string& url) {
+  if (url.empty()) return {};
+  if (!db::IsServerLocation(url)) {
+    throw core::ArgumentException("--database takes a postgresql:// URL, not \"" + url + "\"",
+                                  "database");
+  }
+  // Made anew on every run, like the folder; nothing else of the database is touched.
+  auto db = db::Open(url);
+  for (const char* schema : {"demo_site", "demo_company"}) {
+    db->Execute(std::string("DROP SCHEMA IF EXISTS ") + schema + " CASCADE");
+    db->Execute(std::string("CREATE SCHEMA ") + schema);
+  }
+  return {db::LocationInSchema(url, "demo_site"), db::LocationInSchema(url, "demo_company")};
+}
+
 // A demo folder is made anew on every run; a folder that is not one of ours is never touched.
-void PrepareHome(const fs::path& home) {
+void PrepareHome(const fs::path& home, const DemoDatabases& databases) {
   if (fs::exists(home) && !fs::is_empty(home)) {
     if (!fs::exists(home / kMarker)) {
       throw core::InvalidOperationException(
@@ -47,25 +71,31 @@ void PrepareHome(const fs::path& home) {
     }
     fs::remove_all(home);
   }
-  shell::InitializeProgramFolder(home, false);
+  if (!databases.site.empty()) {  // before init, which makes the event log and the registry there
+    fs::create_directories(home);
+    shell::InstallInformation install(home);
+    install.SetValue("Databases", "EventLog", databases.site);
+    install.SetValue("Databases", "Registry", databases.site);
+    install.Save();
+  }
+  shell::InitializeProgramFolder(home, true);
   std::ofstream(home / kMarker) << "Made by `clockcomm demo`; removed by the next run.\n";
   // The home department and default job of an employee go to the punches that lack them.
   std::ofstream(home / records::kSettingsOverrideFile)
       << "; written by the demo\nassignhomedept = yes\nassigndefaultjob = yes\n";
 }
 
-void AddCompany(const shell::MyPaths& paths, const core::Date& today) {
+void AddCompany(const shell::MyPaths& paths, const fs::path& database, const core::Date& today) {
   records::NewCompany company;
   company.name = "Demo Company";
   company.clock_name = "DEMODATA";
   company.directory = kCompanyDirectory;
   company.pay_period_type = "weekly";
   company.start = today.AddDays(-((today.DayOfWeek() + 6) % 7));  // this week's Monday
-  records::RegisterCompany(
-      {paths.CompanyRegistryDatabase(), paths.DataDirectory(),
-       paths.CompanyDirectory(kCompanyDirectory), paths.CompanyDatabase(kCompanyDirectory)},
-      company);
-  auto db = db::Open(paths.CompanyDatabase(kCompanyDirectory));
+  records::RegisterCompany({paths.CompanyRegistryDatabase(), paths.DataDirectory(),
+                            paths.CompanyDirectory(kCompanyDirectory), database},
+                           company);
+  auto db = db::Open(database);
   // Through the same code as `employee add`, `department add` and `job add`.
   records::EmployeeTable employees(*db);
   for (const records::Employee& e : {records::Employee{12, "Ada Lovelace", 7, "J1"},
@@ -240,8 +270,8 @@ int64_t T4Terminals(CallSession& session, const core::Date& today) {
   return site.PunchesStored();
 }
 
-int64_t Rows(CallSession& session) {
-  return db::Open(session.Paths().CompanyDatabase(kCompanyDirectory))
+int64_t Rows(const fs::path& company_database) {
+  return db::Open(company_database)
       ->Query("SELECT COUNT(*) FROM [Clock Data Table]")
       .Field(0)
       .AsInt();
@@ -249,10 +279,10 @@ int64_t Rows(CallSession& session) {
 
 // rows_from_calls: the rows before the T4 host ran, one per punch of the calls. A T4 punch makes
 // one row, or two where it ends one period and begins the next (a lunch out, a switch).
-void PrintSummary(CallSession& session, const fs::path& home, int64_t rows_from_calls,
-                  int64_t t4_punches, int network_punches) {
+void PrintSummary(CallSession& session, const fs::path& home, const fs::path& company_database,
+                  int64_t rows_from_calls, int64_t t4_punches, int network_punches) {
   const auto& paths = session.Paths();
-  auto company = db::Open(paths.CompanyDatabase(kCompanyDirectory));
+  auto company = db::Open(company_database);
   const int64_t rows = company->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
   const auto snapshot = session.Controller().Snapshot();
   std::cout << "\n== Summary ==\n"
@@ -272,10 +302,11 @@ void PrintSummary(CallSession& session, const fs::path& home, int64_t rows_from_
   }
   std::cout << "Program folder: " << home.string() << "\n"
             << "Call files and archives: " << paths.DataDirectory().string() << "\n"
-            << "Company database: " << paths.CompanyDatabase(kCompanyDirectory).string() << "\n"
-            << "Event log: " << paths.EventLogDatabase().string() << " (clockcomm --home "
-            << home.string() << " log show --from " << session.Clock().Now().GetDate().ToString()
-            << " --to " << session.Clock().Now().GetDate().ToString() << ")\n"
+            << "Company database: " << db::ShownLocation(company_database.native()) << "\n"
+            << "Event log: " << db::ShownLocation(paths.EventLogDatabase().native())
+            << " (clockcomm --home " << home.string() << " log show --from "
+            << session.Clock().Now().GetDate().ToString() << " --to "
+            << session.Clock().Now().GetDate().ToString() << ")\n"
             << "Text logs: " << paths.DebugLogDirectory().string() << "\n";
   if (rows_from_calls != snapshot.punches + network_punches ||
       rows < rows_from_calls + t4_punches) {
@@ -283,15 +314,19 @@ void PrintSummary(CallSession& session, const fs::path& home, int64_t rows_from_
   }
 }
 
-void RunDemo(const GlobalOptions& options) {
+void RunDemo(const GlobalOptions& options, const std::string& database_url) {
   const fs::path home =
       options.home.empty() ? fs::current_path() / "demo-home" : fs::absolute(options.home);
   core::SystemClock clock;
   const core::Date today = clock.Now().GetDate();
-  PrepareHome(home);
+  const DemoDatabases databases = OnServer(database_url);
+  PrepareHome(home, databases);
+  fs::path company_database = databases.company;
   {
     const auto config = shell::MyStatic::Load(home);
-    AddCompany(config->Paths(), today);
+    if (company_database.empty())
+      company_database = config->Paths().CompanyDatabase(kCompanyDirectory);
+    AddCompany(config->Paths(), company_database, today);
   }
   CallSession session(home, std::cout, clock);
   shell::PollRow warehouse;
@@ -307,9 +342,9 @@ void RunDemo(const GlobalOptions& options) {
   const int network_punches = NetworkCall(session, today);
   const bool polled = PolledCall(session, today);
   const bool ats_polled = AtsPoll(session, today);
-  const int64_t rows_from_calls = Rows(session);
+  const int64_t rows_from_calls = Rows(company_database);
   const int64_t t4_punches = T4Terminals(session, today);
-  PrintSummary(session, home, rows_from_calls, t4_punches, network_punches);
+  PrintSummary(session, home, company_database, rows_from_calls, t4_punches, network_punches);
   if (!hosted || network_punches == 0 || !polled || !ats_polled || t4_punches != 5) {
     throw CLI::RuntimeError(1);
   }
@@ -324,7 +359,11 @@ void RegisterDemoCommand(CLI::App& app, const GlobalOptions& options) {
       "call on a direct line, one over the network, one poll through a modem, one ATS poll over "
       "TCP and the T4 host "
       "over two network terminals, punches into the company database");
-  demo->callback([&options] { RunDemo(options); });
+  auto database = std::make_shared<std::string>();
+  demo->add_option("--database", *database,
+                   "Put the event log, the registry and the company database on this PostgreSQL "
+                   "database (postgresql://...), in schemas demo_site and demo_company made anew");
+  demo->callback([&options, database] { RunDemo(options, *database); });
 }
 
 }  // namespace clockcomm::app

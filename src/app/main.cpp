@@ -26,6 +26,7 @@ int main(int argc, char** argv) {
   app::RegisterStatusCommand(app, options);
   app::RegisterUserCommands(app, options);
   app::RegisterServeCommand(app, options);
+  app::RegisterDbCommands(app, options);
   app::RegisterDemoCommand(app, options);
   try {
     app.parse(argc, argv);

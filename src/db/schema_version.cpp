@@ -1,11 +1,16 @@
 #include "db/schema_version.h"
 
+#include <cstdint>
 #include <optional>
+
+#include "db/location.h"
 
 namespace clockcomm::db {
 namespace {
 
 constexpr const char* kVersionTable = "Schema Version";
+// The server-wide lock migrations take; any number other programs do not use.
+constexpr int64_t kMigrationLock = 0x636c6f636b636f6d;
 
 std::optional<int> ReadVersion(Database& db, const std::string& kind) {
   if (!db.TableExists(kVersionTable)) return std::nullopt;
@@ -37,6 +42,9 @@ void Migrate(Database& db, const std::string& kind, std::span<const MigrationSte
 
   std::optional<Transaction> own;
   if (!db.InTransaction()) own.emplace(db);
+  // SQLite's write transaction already keeps other writers out; a server needs a lock of its own,
+  // or two programs making the same tables at once collide. Held until the commit.
+  if (IsServerLocation(db.Name())) db.Query("SELECT pg_advisory_xact_lock(?)", {kMigrationLock});
   // Read again under the transaction: another process may have migrated meanwhile.
   db.Execute(
       "CREATE TABLE IF NOT EXISTS [Schema Version] ("

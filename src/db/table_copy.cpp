@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "db/location.h"
+#include "db/postgres/postgres_sql.h"
 
 namespace clockcomm::db {
 namespace {
@@ -34,19 +35,26 @@ bool SameName(const std::string& a, const std::string& b) {
          });
 }
 
-int64_t CountRows(Database& db, const std::string& table) {
-  return db.Query("SELECT COUNT(*) FROM " + table).Field(0).AsInt();
+// The target's names of the source's columns, bracketed: a server keeps a name declared without
+// quotes in lower case, SQLite as declared.
+std::vector<std::string> TargetColumns(Database& from, Database& to, const std::string& table,
+                                       const std::vector<std::string>& source_columns) {
+  const auto target = to.Query("SELECT * FROM " + table + " WHERE 1 = 0").Columns();
+  std::vector<std::string> columns;
+  for (const auto& c : source_columns) {
+    const auto found = std::find_if(target.begin(), target.end(),
+                                    [&](const std::string& t) { return SameName(t, c); });
+    if (found == target.end()) {
+      throw DatabaseError(0, "Cannot copy " + table + " of " + from.Name() + " into " + to.Name() +
+                                 ": the server's table has no column " + c);
+    }
+    columns.push_back(Bracketed(*found));
+  }
+  return columns;
 }
 
-// The name PostgreSQL keeps: [Name] as it stands, a bare name in lower case.
-std::string StoredName(const std::string& name) {
-  if (name.size() > 2 && name.front() == '[' && name.back() == ']') {
-    return name.substr(1, name.size() - 2);
-  }
-  std::string lower = name;
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower;
+int64_t CountRows(Database& db, const std::string& table) {
+  return db.Query("SELECT COUNT(*) FROM " + table).Field(0).AsInt();
 }
 
 // Inserts rows (each in columns order), skipping those whose key the target holds.
@@ -88,8 +96,7 @@ void CopyUnkeyed(Database& from, Database& to, const TableSpec& spec, bool repla
     result.kept_target = true;
     return;
   }
-  std::vector<std::string> columns;
-  for (const auto& c : source.Columns()) columns.push_back(Bracketed(c));
+  const auto columns = TargetColumns(from, to, spec.table, source.Columns());
   Transaction t(to);
   to.Execute("DELETE FROM " + spec.table);
   if (!columns.empty()) {
@@ -132,8 +139,7 @@ TableCopyResult CopyTable(Database& from, Database& to, const TableSpec& spec, b
     auto batch = from.Query("SELECT * FROM " + spec.table + (last_key.empty() ? "" : after) + order,
                             last_key);
     if (batch.RecordCount() == 0) break;
-    std::vector<std::string> columns;
-    for (const auto& c : batch.Columns()) columns.push_back(Bracketed(c));
+    const auto columns = TargetColumns(from, to, spec.table, batch.Columns());
     std::vector<size_t> key_index;
     for (const auto& k : spec.key) {
       const auto& names = batch.Columns();

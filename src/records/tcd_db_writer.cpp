@@ -33,9 +33,9 @@ db::Statement& TcdDbWriter::InsertFor(const char* amount_column) {
     column = amount_column;
     insert = db_.Prepare(
         std::string(
-            "INSERT INTO [Clock Data Table] (ID, Punch, [Card ID], Department, JobNumber, "
-            "Level4, Level5, [Punch Type], [Date In], [Time In], [Date Out], [Time Out], ") +
-        amount_column + ") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+            "INSERT INTO [Clock Data Table] (Punch, [Card ID], Department, JobNumber, Level4, "
+            "Level5, [Punch Type], [Date In], [Time In], [Date Out], [Time Out], ") +
+        amount_column + ") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     return *insert;
   }
   throw core::InvalidOperationException("No amount column for this punch type.");
@@ -60,29 +60,23 @@ struct DateTimeText {
   char date_in[16], time_in[16], date_out[16], time_out[16];
 };
 
-// Columns 1-12, ID to [Time Out]; the amount is the caller's.
-void BindColumns(db::RowBinder& row, const TcdRecord& r, std::optional<int64_t> id,
-                 DateTimeText& text) {
-  if (id) {
-    row.BindInt(1, *id);
-  } else {
-    row.BindNull(1);
-  }
-  row.BindInt(2, r.SequenceNumber());
-  row.BindInt(3, r.BadgeId());
+// Punch to [Time Out], from column `first`; the ID and the amount are the caller's.
+void BindColumns(db::RowBinder& row, int first, const TcdRecord& r, DateTimeText& text) {
+  row.BindInt(first, r.SequenceNumber());
+  row.BindInt(first + 1, r.BadgeId());
   if (r.Department()) {
-    row.BindInt(4, *r.Department());
+    row.BindInt(first + 2, *r.Department());
   } else {
-    row.BindNull(4);
+    row.BindNull(first + 2);
   }
-  row.BindText(5, r.JobNumber());
-  row.BindText(6, r.Level4());
-  row.BindText(7, r.Level5());
-  row.BindText(8, r.PunchType());
-  BindDate(row, 9, r.DateIn(), text.date_in);
-  BindTime(row, 10, r.TimeIn(), text.time_in);
-  BindDate(row, 11, r.DateOut(), text.date_out);
-  BindTime(row, 12, r.Timeout(), text.time_out);
+  row.BindText(first + 3, r.JobNumber());
+  row.BindText(first + 4, r.Level4());
+  row.BindText(first + 5, r.Level5());
+  row.BindText(first + 6, r.PunchType());
+  BindDate(row, first + 7, r.DateIn(), text.date_in);
+  BindTime(row, first + 8, r.TimeIn(), text.time_in);
+  BindDate(row, first + 9, r.DateOut(), text.date_out);
+  BindTime(row, first + 10, r.Timeout(), text.time_out);
 }
 
 void BindAmount(db::RowBinder& row, int index, const TcdRecord& r) {
@@ -105,8 +99,9 @@ void TcdDbWriter::WriteRecord(const TcdRecord& r) {
   if (!open_) throw core::InvalidOperationException("The clock data writer is closed.");
   db::Statement& insert = InsertFor(AmountColumnForPunchType(r.PunchType()));
   DateTimeText text;
-  BindColumns(insert, r, std::nullopt, text);
-  BindAmount(insert, 13, r);
+  // No ID: the table numbers the row (NULL would do on SQLite, not for a server's identity).
+  BindColumns(insert, 1, r, text);
+  BindAmount(insert, 12, r);
   insert.Execute();
   last_row_id_ = db_.LastInsertId();
 }
@@ -121,7 +116,8 @@ void TcdDbWriter::WriteMany(const std::vector<const TcdRecord*>& records, int64_
   DateTimeText text;
   int64_t id = first_id;
   for (const TcdRecord* r : records) {
-    BindColumns(*rows, *r, id++, text);
+    rows->BindInt(1, id++);
+    BindColumns(*rows, 2, *r, text);
     const size_t amount = AmountColumnIndex(r->PunchType());
     for (size_t i = 0; i < kAmountColumns.size(); ++i) {
       if (i == amount) {

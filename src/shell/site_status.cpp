@@ -10,6 +10,7 @@
 #include "core/errors.h"
 #include "core/log_sink.h"
 #include "core/text.h"
+#include "db/location.h"
 #include "db/open.h"
 #include "records/company_factory.h"
 #include "records/intake/intake_recovery.h"
@@ -143,6 +144,8 @@ SiteStatus GatherSiteStatus(const MyStatic& config, core::Clock& clock, ServiceS
   status.service = std::move(service);
   status.line = LineOf(config);
   const MyPaths paths = config.Paths();
+  status.event_log_database = db::ShownLocation(paths.EventLogDatabase().native());
+  status.registry_database = db::ShownLocation(paths.CompanyRegistryDatabase().native());
   core::NullLogSink quiet;
   records::CompanyFactory companies(quiet, paths.DataDirectory());
   companies.Initialize(paths.CompanyRegistryDatabase());
@@ -228,7 +231,9 @@ std::string FormatStatusText(const SiteStatus& status) {
     if (!status.service.status.empty()) text += ": " + status.service.status;
     text += "\n";
   }
-  text += "Line:      " + status.line + "\n\nTerminals:\n";
+  text += "Line:      " + status.line + "\n";
+  text += "Databases: event log " + status.event_log_database + ", registry " +
+          status.registry_database + "\n\nTerminals:\n";
   if (status.terminals.empty()) text += "  none\n";
   for (const TerminalStatus& t : status.terminals) {
     text += "  " + t.name + " (" + t.known_as;
@@ -271,7 +276,9 @@ std::string FormatStatusJson(const SiteStatus& status) {
             ", \"sub\": " + Quoted(status.service.sub) +
             ", \"status\": " + Quoted(status.service.status) + "}";
   }
-  json += ",\n  \"line\": " + Quoted(status.line) + ",\n  \"terminals\": [";
+  json += ",\n  \"line\": " + Quoted(status.line) +
+          ",\n  \"databases\": {\"event_log\": " + Quoted(status.event_log_database) +
+          ", \"registry\": " + Quoted(status.registry_database) + "},\n  \"terminals\": [";
   for (size_t i = 0; i < status.terminals.size(); ++i) {
     const TerminalStatus& t = status.terminals[i];
     json += std::string(i ? "," : "") + "\n    {\"name\": " + Quoted(t.name) +

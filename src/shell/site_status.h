@@ -55,6 +55,8 @@ struct SiteStatus {
   core::DateTime now;
   ServiceState service;
   std::string line;  // "Comm Port 1 (/dev/ttyS0), Serial, ZON / Tranz, auto-start Host ..."
+  // Where the event log and the registry live, passwords hidden.
+  std::string event_log_database, registry_database;
   std::vector<TerminalStatus> terminals;
   std::vector<CompanyPunches> punches;
   std::vector<WaitingFileStatus> waiting;

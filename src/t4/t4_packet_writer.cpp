@@ -225,8 +225,9 @@ void T4PacketWriter::InsertRows(db::Database& company_db, const T4Punch& punch,
   }
   keys.Add(PunchKey(punch), first_row);
   company_db.Execute(
-      "INSERT OR REPLACE INTO [T4 Pending Punches] (PunchKey, DailyFile, Lines, Seen) "
-      "VALUES (?, ?, ?, ?)",
+      "INSERT INTO [T4 Pending Punches] (PunchKey, DailyFile, Lines, Seen) VALUES (?, ?, ?, ?) "
+      "ON CONFLICT (PunchKey) DO UPDATE SET DailyFile = excluded.DailyFile, "
+      "Lines = excluded.Lines, Seen = excluded.Seen",
       {pending.key, pending.daily_file, pending.lines, today});
 }
 

@@ -4,10 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
+#include <thread>
 
 #include "db/open.h"
 #include "db/schema.h"
+#include "test_support/postgres_schema.h"
 #include "test_support/postgres_test_server.h"
 #include "test_support/temp_dir.h"
 
@@ -123,6 +126,29 @@ TEST_P(SchemaVersionTest, AFailedStepKeepsNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Backends, SchemaVersionTest, ::testing::ValuesIn(kBackends),
                          [](const auto& param_info) { return param_info.param.name; });
+
+// Programs that open the same new server database at once each make its tables; none fails.
+TEST(SchemaVersion, ProgramsMigratingAtOnceOnAServerWaitForEachOther) {
+  for (int round = 0; round < 3; ++round) {
+    const std::string url = test::FreshPostgresSchema("migrate_at_once");
+    std::vector<std::unique_ptr<Database>> programs;
+    for (int i = 0; i < 4; ++i) programs.push_back(Open(url));
+    std::vector<std::thread> threads;
+    std::atomic<int> failures{0};
+    for (auto& db : programs) {
+      threads.emplace_back([&failures, &db] {
+        try {
+          CreateCompanySchema(*db);
+        } catch (const DatabaseError&) {
+          ++failures;
+        }
+      });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(Open(url)->Query("SELECT COUNT(*) FROM CompanyInfoT").Field(0).AsInt(), 1);
+  }
+}
 
 }  // namespace
 }  // namespace clockcomm::db

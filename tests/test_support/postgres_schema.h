@@ -17,4 +17,12 @@ inline std::string FreshPostgresSchema(const std::string& schema) {
   return db::LocationInSchema(PostgresTestServer::Get().Url(), schema);
 }
 
+// Drops and makes a database of that name on the test server; gives its URL.
+inline std::string FreshPostgresDatabase(const std::string& name) {
+  auto db = db::Open(PostgresTestServer::Get().Url());
+  db->Execute("DROP DATABASE IF EXISTS " + name);
+  db->Execute("CREATE DATABASE " + name);
+  return PostgresTestServer::Get().Url(name);
+}
+
 }  // namespace clockcomm::test

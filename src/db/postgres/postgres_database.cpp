@@ -260,7 +260,7 @@ void PostgresDatabase::Rollback() {
   PQclear(Simple("ROLLBACK"));
 }
 
-// A name written without quotes is kept in lower case; one written in brackets as it stands.
+// Every name is kept in lower case (see TranslateToPostgres); one asked for in any case is found.
 bool PostgresDatabase::TableExists(std::string_view table) {
   return !Query(
               "SELECT 1 FROM information_schema.tables WHERE table_schema = current_schema() "
@@ -290,12 +290,7 @@ int64_t PostgresDatabase::ReserveIds(std::string_view table, std::string_view id
                                      int64_t count) {
   // The sequence is named by the table as SQL reads it and by the column as it is stored.
   const std::string sql_table = TranslateToPostgres(table, nullptr);
-  std::string column(id_column);
-  if (column.size() >= 2 && column.front() == '[') {
-    column = column.substr(1, column.size() - 2);
-  } else {
-    column = core::ToLower(column);
-  }
+  const std::string column = StoredName(id_column);
   const std::string highest =
       "GREATEST((SELECT COALESCE(MAX(" + std::string(id_column) + "), 0) FROM " +
       std::string(table) +

@@ -91,7 +91,11 @@ std::string TranslateToPostgres(std::string_view sql, int* parameters) {
         break;
       }
       out += '"';
-      for (char n : sql.substr(i + 1, close - i - 1)) out += n == '"' ? "\"\"" : std::string(1, n);
+      // Lower case, as the server keeps a bare name: names match whatever their case, as in
+      // SQLite ([CARD ID] is [Card ID]).
+      for (char n : sql.substr(i + 1, close - i - 1)) {
+        out += n == '"' ? "\"\"" : std::string(1, core::ToLowerChar(n));
+      }
       out += '"';
       i = close + 1;
     } else if (c == '?') {
@@ -113,6 +117,13 @@ std::string TranslateToPostgres(std::string_view sql, int* parameters) {
 
 std::string FirstLineOf(std::string_view message) {
   return core::Trim(message.substr(0, message.find('\n')));
+}
+
+std::string StoredName(std::string_view name) {
+  if (name.size() >= 2 && name.front() == '[' && name.back() == ']') {
+    name = name.substr(1, name.size() - 2);
+  }
+  return core::ToLower(name);
 }
 
 }  // namespace clockcomm::db

@@ -50,8 +50,9 @@ void T4UserStore::Save(const T4User& user) {
   db::Transaction transaction(db_);
   db_.Execute("DELETE FROM [T4 Templates] WHERE EnrollNumber = ?", {user.enroll_number});
   db_.Execute(
-      "INSERT OR REPLACE INTO [T4 Users] (EnrollNumber, Name, Password, Privilege, Enabled) "
-      "VALUES (?, ?, ?, ?, ?)",
+      "INSERT INTO [T4 Users] (EnrollNumber, Name, Password, Privilege, Enabled) "
+      "VALUES (?, ?, ?, ?, ?) ON CONFLICT (EnrollNumber) DO UPDATE SET Name = excluded.Name, "
+      "Password = excluded.Password, Privilege = excluded.Privilege, Enabled = excluded.Enabled",
       {user.enroll_number, user.name, user.password, user.privilege, user.enabled});
   for (const auto& t : user.templates) {
     db_.Execute(
