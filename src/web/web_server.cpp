@@ -1,5 +1,7 @@
 #include "web/web_server.h"
 
+#include <sys/socket.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -50,6 +52,12 @@ WebServer::WebServer(ApiRoutes& routes) {
   // every 10 ms, so a kept-alive idle connection would wake the server a hundred times a second.
   // A new connection on a LAN costs far less than that. A client that connects and sends nothing
   // is dropped after kSilentClient.
+  // SO_REUSEADDR only: the library's default, SO_REUSEPORT, would let a second server bind the
+  // same port and take half of the first one's connections.
+  server_.set_socket_options([](int sock) {
+    const int yes = 1;
+    setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
   server_.set_keep_alive_max_count(1);
   server_.set_keep_alive_timeout(kSilentClient.count());
   routes.Register(server_);

@@ -63,5 +63,23 @@ TEST(ServeCommandTest, HostsTheLinesWhileTheConsoleShowsTheirCalls) {
   EXPECT_TRUE(serve.Find("Console stopped")) << serve.Tail();
 }
 
+TEST(ServeCommandTest, RefusalsNameTheProblem) {
+  TempDir dir;
+  ASSERT_EQ(RunClockcomm(dir.path(), "init").exit_code, 0);
+  httplib::Server taken;
+  const int port = taken.bind_to_any_port("127.0.0.1");
+  ASSERT_GT(port, 0);
+  const std::string in_use = "127.0.0.1:" + std::to_string(port);
+  for (const auto& [args, message] : std::vector<std::pair<std::string, std::string>>{
+           {"serve --listen 127.0.0.1:http", "the port must be a number from 0 to 65535"},
+           {"serve --listen " + in_use, "Cannot listen on " + in_use + ": "},
+           {"serve --port /dev/ttyS0", "--port goes with --host."}}) {
+    const auto result = RunClockcomm(dir.path(), args);
+    EXPECT_EQ(result.exit_code, 1) << args;
+    EXPECT_NE(result.err.find(message), std::string::npos) << args << ": " << result.err;
+  }
+  EXPECT_NE(RunClockcomm(dir.path() / "nowhere", "serve").err.find("init"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace clockcomm::test
