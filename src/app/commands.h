@@ -28,6 +28,10 @@ void RegisterT4DownloadCommand(CLI::App& t4);
 void RegisterBackupCommand(CLI::App& app, const GlobalOptions& options);
 // status [--json]
 void RegisterStatusCommand(CLI::App& app, const GlobalOptions& options);
+// user add|passwd|remove|list: the web console's operators
+void RegisterUserCommands(CLI::App& app, const GlobalOptions& options);
+// serve [--listen HOST:PORT]: the web console's API
+void RegisterServeCommand(CLI::App& app, const GlobalOptions& options);
 // db copy --from HOME --to URL
 void RegisterDbCommands(CLI::App& app, const GlobalOptions& options);
 // demo

@@ -24,6 +24,8 @@ int main(int argc, char** argv) {
   app::RegisterT4Commands(app, options);
   app::RegisterBackupCommand(app, options);
   app::RegisterStatusCommand(app, options);
+  app::RegisterUserCommands(app, options);
+  app::RegisterServeCommand(app, options);
   app::RegisterDbCommands(app, options);
   app::RegisterDemoCommand(app, options);
   try {

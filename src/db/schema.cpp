@@ -84,9 +84,20 @@ void T4Tables(Database& db) {
       "UserID TEXT NOT NULL DEFAULT '')");
 }
 
+// The operators of the web console: a name, a role and a password hash (never the password).
+void OperatorsTable(Database& db) {
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS [Operators] ("
+      "[Name] TEXT PRIMARY KEY NOT NULL, "
+      "[Role] TEXT NOT NULL, "
+      "[Password Hash] TEXT NOT NULL, "
+      "[Changed] TEXT)");
+}
+
 constexpr MigrationStep kProductSteps[] = {{"table PollT", PollTable},
                                            {"column PollT.TerminalType", PollTerminalType},
-                                           {"tables T4Clocks and ClockTasks", T4Tables}};
+                                           {"tables T4Clocks and ClockTasks", T4Tables},
+                                           {"table Operators", OperatorsTable}};
 
 // ---- a company's database ----
 

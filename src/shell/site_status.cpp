@@ -49,7 +49,9 @@ std::vector<TerminalStatus> KnownTerminals(const MyPaths& paths,
     return terminals[it->second];
   };
   for (const records::Company& company : companies.GetCompanyList()) {
-    if (!company.ClockName().empty()) add(company.ClockName(), "clock of " + company.Name());
+    if (!company.ClockName().empty()) {
+      add(company.ClockName(), "clock of " + company.Name()).company = company.Name();
+    }
   }
   auto product_db = db::Open(paths.ClockwynDatabase());
   for (const PollRow& row : PollList(*product_db).ReadPollRows()) {
@@ -61,18 +63,21 @@ std::vector<TerminalStatus> KnownTerminals(const MyPaths& paths,
 
 void AddLastContacts(std::vector<TerminalStatus>& terminals, EventLog& event_log,
                      const core::DateTime& now) {
+  // By upper-case name: a site of a thousand terminals is looked up, not searched.
+  std::map<std::string, size_t> by_name;
+  for (size_t i = 0; i < terminals.size(); ++i) {
+    by_name.emplace(core::ToUpper(terminals[i].name), i);
+  }
   for (const EventLogEntry& entry : event_log.LastOfEachClock()) {
-    auto it = std::find_if(terminals.begin(), terminals.end(), [&](const TerminalStatus& t) {
-      return core::EqualsIgnoreCase(t.name, entry.clock_name);
-    });
-    if (it == terminals.end()) {
+    auto [found, added] = by_name.emplace(core::ToUpper(entry.clock_name), terminals.size());
+    if (added) {
       terminals.push_back(TerminalStatus{.name = entry.clock_name, .known_as = "event log"});
-      it = terminals.end() - 1;
     }
-    it->last_contact = entry.date_time;
-    it->last_event = entry.event_type;
-    if (!entry.description.empty()) it->last_event += ": " + entry.description;
-    it->last_failed = JournalPriority(entry.event_type) == LOG_ERR;
+    TerminalStatus& terminal = terminals[found->second];
+    terminal.last_contact = entry.date_time;
+    terminal.last_event = entry.event_type;
+    if (!entry.description.empty()) terminal.last_event += ": " + entry.description;
+    terminal.last_failed = JournalPriority(entry.event_type) == LOG_ERR;
   }
   for (TerminalStatus& terminal : terminals) {
     terminal.overdue = terminal.call_time &&
@@ -80,6 +85,14 @@ void AddLastContacts(std::vector<TerminalStatus>& terminals, EventLog& event_log
                         core::SecondsBetween(*terminal.last_contact, now) > kOverdueHours * 3600);
   }
 }
+
+// A punch's day and time: an out punch alone has only its out columns.
+constexpr const char* kPunchesLast24Hours =
+    "SELECT COUNT(*) FROM [Clock Data Table] WHERE "
+    "(COALESCE([Date In], [Date Out]) = ? AND "
+    "CASE WHEN [Date In] IS NULL THEN [Time Out] ELSE [Time In] END <= ?) OR "
+    "(COALESCE([Date In], [Date Out]) = ? AND "
+    "CASE WHEN [Date In] IS NULL THEN [Time Out] ELSE [Time In] END > ?)";
 
 std::string Quoted(std::string_view text) {
   std::string out = "\"";
@@ -152,6 +165,12 @@ SiteStatus GatherSiteStatus(const MyStatic& config, core::Clock& clock, ServiceS
                             {db::Value(today)})
                           .Field(0)
                           .AsInt();
+      const core::TimeOfDay now_time = status.now.GetTime();
+      punches.last_24h =
+          db->Query(kPunchesLast24Hours, {db::Value(today), db::Value(now_time),
+                                          db::Value(today.AddDays(-1)), db::Value(now_time)})
+              .Field(0)
+              .AsInt();
     } catch (const std::exception& e) {
       punches.error = e.what();
     }

@@ -30,6 +30,7 @@ struct ServiceState {
 struct TerminalStatus {
   std::string name;
   std::string known_as;  // "clock of Acme", "poll list", "event log"
+  std::string company;   // the company whose clock it is; empty: none
   std::optional<core::TimeOfDay> call_time;
   std::optional<core::DateTime> last_contact;
   std::string last_event;  // "End of call: ..."
@@ -39,7 +40,8 @@ struct TerminalStatus {
 
 struct CompanyPunches {
   std::string company;
-  std::optional<int64_t> today;  // nothing: the database could not be read
+  std::optional<int64_t> today;     // nothing: the database could not be read
+  std::optional<int64_t> last_24h;  // from this time yesterday (excluded) to now
   std::string error;
 };
 

@@ -1,0 +1,108 @@
+// serve: the web console and its API for the program folder, until Ctrl-C or SIGTERM; with
+// --host, every line of the site hosts meanwhile, as `host --scheduled` does.
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "app/call_session.h"
+#include "app/commands.h"
+#include "app/families.h"
+#include "app/signal_watcher.h"
+#include "app/site_run.h"
+#include "core/errors.h"
+#include "shell/logs.h"
+#include "shell/site_lines.h"
+#include "web/console_server.h"
+
+namespace clockcomm::app {
+namespace {
+
+struct ServeOptions {
+  std::string listen;
+  bool host = false;
+  std::string port;
+};
+
+// The site's lines as `host --scheduled` runs them; refuses a line that type cannot host here.
+std::unique_ptr<SiteRun> HostingLines(CallSession& session, const std::string& port) {
+  const auto type = session.Config().Comm().terminal_type;
+  if (ServedByT4Host(type)) {
+    throw core::InvalidOperationException(
+        "serve --host does not run the T4 host yet: run `clockcomm t4 host` beside `serve`.");
+  }
+  const auto* family = terminal::FindFamily(Families(), type);
+  if (family != nullptr && !family->takes_calls) {
+    throw core::InvalidOperationException(
+        "Terminal type " + std::to_string(static_cast<int>(type)) +
+        " never calls in: run `clockcomm poll --timed` or `auto` beside `serve`.");
+  }
+  return std::make_unique<SiteRun>(
+      session, shell::ReadSiteLines(session.Config().InstallInformation(), session.Config().Comm(),
+                                    port, std::nullopt));
+}
+
+void RunServe(const GlobalOptions& options, const ServeOptions& o) {
+  const web::ListenAddress address =
+      o.listen.empty() ? web::ListenAddress{} : web::ParseListenAddress(o.listen);
+  core::SystemClock clock;
+  const auto home = RequireHome(options);
+  std::unique_ptr<CallSession> session;
+  std::unique_ptr<SiteRun> site;
+  if (o.host) {
+    session = std::make_unique<CallSession>(home, std::cout, clock);
+    site = HostingLines(*session, o.port);
+  } else if (!o.port.empty()) {
+    throw core::ArgumentException("--port goes with --host.", "port");
+  }
+  const auto config = shell::MyStatic::Load(home);
+  std::optional<shell::Logs> own_logs;
+  if (!session) own_logs.emplace(config->Paths(), clock);
+  shell::Logs& logs = session ? session->Logs() : *own_logs;
+  web::ConsoleServer console(*config, clock, logs);
+  // Before the server's and the lines' threads start, so that the signals reach only the watcher.
+  SignalWatcher signals([&] {
+    console.Stop();
+    if (session) session->Controller().PressEnd();
+  });
+  console.Bind(address);
+  const std::string url =
+      "http://" +
+      (address.host.find(':') != std::string::npos ? "[" + address.host + "]" : address.host) +
+      ":" + std::to_string(console.Port()) + "/";
+  if (console.Operators().List().empty()) {
+    std::cerr << "clockcomm: no operator can log in yet; add one with `clockcomm user add NAME "
+                 "--role administrator`\n";
+  }
+  std::thread lines;
+  if (site) {
+    lines = std::thread([&] {
+      if (!site->Host(false, true)) std::cerr << "clockcomm: the lines ended on an error\n";
+    });
+  }
+  logs.Event("Console started", url);
+  std::cout << "Console and API on " << url << " (End: Ctrl-C)" << std::endl;
+  console.Run();
+  if (session) session->Controller().PressEnd();
+  if (lines.joinable()) lines.join();
+  logs.Event("Console stopped", url);
+  std::cout << "Console stopped" << std::endl;
+}
+
+}  // namespace
+
+void RegisterServeCommand(CLI::App& app, const GlobalOptions& options) {
+  auto o = std::make_shared<ServeOptions>();
+  CLI::App* serve =
+      app.add_subcommand("serve", "Serve the web console's API over HTTP until Ctrl-C or SIGTERM");
+  serve->add_option("--listen", o->listen,
+                    "HOST:PORT to listen on (default: 127.0.0.1:8470; port 0: any free one)");
+  serve->add_flag("--host", o->host,
+                  "Also host every line of the site meanwhile, polling the poll list's locations "
+                  "at their call times (as host --scheduled)");
+  serve->add_option("--port", o->port, "With --host: serial device to use instead of the COM port");
+  serve->callback([&options, o] { RunServe(options, *o); });
+}
+
+}  // namespace clockcomm::app

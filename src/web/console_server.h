@@ -1,0 +1,41 @@
+// The web console of one program folder: its operators, sessions, login limits, API routes and
+// HTTP server wired together, for `clockcomm serve` and for the tests.
+#pragma once
+
+#include <memory>
+
+#include "core/clock.h"
+#include "core/log_sink.h"
+#include "db/database.h"
+#include "shell/my_static.h"
+#include "web/api_routes.h"
+#include "web/login_limiter.h"
+#include "web/operator_store.h"
+#include "web/password_hasher.h"
+#include "web/session_store.h"
+#include "web/web_server.h"
+
+namespace clockcomm::web {
+
+class ConsoleServer {
+ public:
+  // Opens the product database of config (and brings it to the newest schema).
+  ConsoleServer(const shell::MyStatic& config, core::Clock& clock, core::LogSink& log);
+
+  void Bind(const ListenAddress& address) { server_.Bind(address); }
+  int Port() const { return server_.Port(); }
+  void Run() { server_.Run(); }
+  void Stop() { server_.Stop(); }
+  OperatorStore& Operators() { return operators_; }
+
+ private:
+  std::unique_ptr<db::Database> product_db_;
+  PasswordHasher hasher_;
+  OperatorStore operators_;
+  SessionStore sessions_;
+  LoginLimiter limiter_;
+  ApiRoutes routes_;
+  WebServer server_;
+};
+
+}  // namespace clockcomm::web
