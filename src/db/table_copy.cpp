@@ -77,9 +77,9 @@ int64_t InsertRows(Database& to, const std::string& table, const std::vector<std
 }
 
 // A table without a key: the whole contents compared, and replaced when allowed.
-void CopyUnkeyed(Database& from, Database& to, const TableSpec& spec, bool replace,
+void CopyUnkeyed(Database& from, Database& to, const KeyedTable& keyed, bool replace,
                  TableCopyResult& result) {
-  const std::string select = "SELECT * FROM " + spec.table;
+  const std::string select = "SELECT * FROM " + keyed.table;
   auto source = from.Query(select);
   auto target = to.Query(select);
   auto texts = [](const Recordset& rs) {
@@ -96,64 +96,64 @@ void CopyUnkeyed(Database& from, Database& to, const TableSpec& spec, bool repla
     result.kept_target = true;
     return;
   }
-  const auto columns = TargetColumns(from, to, spec.table, source.Columns());
+  const auto columns = TargetColumns(from, to, keyed.table, source.Columns());
   Transaction t(to);
-  to.Execute("DELETE FROM " + spec.table);
+  to.Execute("DELETE FROM " + keyed.table);
   if (!columns.empty()) {
-    result.copied = InsertRows(to, spec.table, columns, source.Rows(), 0, source.RecordCount());
+    result.copied = InsertRows(to, keyed.table, columns, source.Rows(), 0, source.RecordCount());
   }
   t.Commit();
 }
 
 // An identity numbers from its own counter, which explicit keys do not move.
-void MoveIdentityPast(Database& to, const TableSpec& spec) {
-  if (!IsServerLocation(to.Name()) || spec.key.size() != 1) return;
+void MoveIdentityPast(Database& to, const KeyedTable& keyed) {
+  if (!IsServerLocation(to.Name()) || keyed.key.size() != 1) return;
   auto seq = to.Query("SELECT pg_get_serial_sequence(?, ?)",
-                      {"\"" + StoredName(spec.table) + "\"", StoredName(spec.key[0])});
+                      {"\"" + StoredName(keyed.table) + "\"", StoredName(keyed.key[0])});
   if (seq.Field(0).IsNull()) return;
-  const Value largest = to.Query("SELECT MAX(" + spec.key[0] + ") FROM " + spec.table).Field(0);
+  const Value largest = to.Query("SELECT MAX(" + keyed.key[0] + ") FROM " + keyed.table).Field(0);
   if (largest.IsNull()) return;
   to.Query("SELECT setval(?::regclass, ?)", {seq.Field(0).AsText(), largest.AsInt()});
 }
 
 }  // namespace
 
-TableCopyResult CopyTable(Database& from, Database& to, const TableSpec& spec, bool replace_unkeyed,
-                          const CopyProgress& progress) {
-  TableCopyResult result{.table = spec.table};
-  result.source_rows = CountRows(from, spec.table);
-  if (spec.key.empty()) {
-    CopyUnkeyed(from, to, spec, replace_unkeyed, result);
-    result.target_rows = CountRows(to, spec.table);
+TableCopyResult CopyTable(Database& from, Database& to, const KeyedTable& keyed,
+                          bool replace_unkeyed, const CopyProgress& progress) {
+  TableCopyResult result{.table = keyed.table};
+  result.source_rows = CountRows(from, keyed.table);
+  if (keyed.key.empty()) {
+    CopyUnkeyed(from, to, keyed, replace_unkeyed, result);
+    result.target_rows = CountRows(to, keyed.table);
     return result;
   }
 
   // Read in key order, each batch after the last key of the one before.
-  const std::string key_list = Join(spec.key, ", ");
+  const std::string key_list = Join(keyed.key, ", ");
   const std::string after = " WHERE (" + key_list + ") > (" +
-                            Join(std::vector<std::string>(spec.key.size(), "?"), ", ") + ")";
+                            Join(std::vector<std::string>(keyed.key.size(), "?"), ", ") + ")";
   const std::string order = " ORDER BY " + key_list + " LIMIT " + std::to_string(kBatchRows);
   Params last_key;
   int64_t done = 0;
   for (;;) {
-    auto batch = from.Query("SELECT * FROM " + spec.table + (last_key.empty() ? "" : after) + order,
-                            last_key);
+    auto batch = from.Query(
+        "SELECT * FROM " + keyed.table + (last_key.empty() ? "" : after) + order, last_key);
     if (batch.RecordCount() == 0) break;
-    const auto columns = TargetColumns(from, to, spec.table, batch.Columns());
+    const auto columns = TargetColumns(from, to, keyed.table, batch.Columns());
     std::vector<size_t> key_index;
-    for (const auto& k : spec.key) {
+    for (const auto& k : keyed.key) {
       const auto& names = batch.Columns();
       const auto found = std::find_if(names.begin(), names.end(), [&](const std::string& c) {
         return SameName(c, Unbracketed(k));
       });
       if (found == names.end()) {
         throw DatabaseError(
-            0, "Cannot copy " + spec.table + " of " + from.Name() + ": it has no column " + k);
+            0, "Cannot copy " + keyed.table + " of " + from.Name() + ": it has no column " + k);
       }
       key_index.push_back(static_cast<size_t>(found - names.begin()));
     }
     Transaction t(to);
-    result.copied += InsertRows(to, spec.table, columns, batch.Rows(), 0, batch.RecordCount());
+    result.copied += InsertRows(to, keyed.table, columns, batch.Rows(), 0, batch.RecordCount());
     t.Commit();
     done += static_cast<int64_t>(batch.RecordCount());
     if (progress) progress(done, result.source_rows);
@@ -161,8 +161,8 @@ TableCopyResult CopyTable(Database& from, Database& to, const TableSpec& spec, b
     for (size_t i : key_index) last_key.push_back(batch.Rows().back()[i]);
     if (batch.RecordCount() < static_cast<size_t>(kBatchRows)) break;
   }
-  MoveIdentityPast(to, spec);
-  result.target_rows = CountRows(to, spec.table);
+  MoveIdentityPast(to, keyed);
+  result.target_rows = CountRows(to, keyed.table);
   return result;
 }
 

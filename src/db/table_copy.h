@@ -12,7 +12,7 @@
 
 namespace clockcomm::db {
 
-struct TableSpec {
+struct KeyedTable {
   std::string table;             // as written in SQL: LogTable, [Clock Data Table]
   std::vector<std::string> key;  // its primary key columns, as written in SQL; empty: none
 };
@@ -30,12 +30,12 @@ struct TableCopyResult {
 // Called after each batch with the rows read so far and the source's count.
 using CopyProgress = std::function<void(int64_t done, int64_t total)>;
 
-// Copies the rows of spec.table from `from` into `to`, whose table must exist with the same
+// Copies the rows of keyed.table from `from` into `to`, whose table must exist with the same
 // columns, in batches of a transaction each. A table without a key is small (one row of company
 // information): when its rows differ it is replaced if replace_unkeyed, else kept as it is.
 // Where `to` numbers a single-column key by itself (an identity), the numbering is moved past the
 // largest key copied, so that rows added later do not collide. Throws DatabaseError.
-TableCopyResult CopyTable(Database& from, Database& to, const TableSpec& spec, bool replace_unkeyed,
-                          const CopyProgress& progress = {});
+TableCopyResult CopyTable(Database& from, Database& to, const KeyedTable& keyed,
+                          bool replace_unkeyed, const CopyProgress& progress = {});
 
 }  // namespace clockcomm::db

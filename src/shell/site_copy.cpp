@@ -24,15 +24,15 @@ namespace {
 
 constexpr size_t kSchemaNameLimit = 40;
 
-const std::vector<db::TableSpec> kEventLogTables = {{"LogTable", {"Counter"}}};
-const std::vector<db::TableSpec> kRegistryTables = {{"Company", {"[Company]"}}};
-const std::vector<db::TableSpec> kCompanyTables = {{"[Clock Data Table]", {"ID"}},
-                                                   {"[Employee Table]", {"[Card ID]"}},
-                                                   {"CompanyInfoT", {}},
-                                                   {"LEVEL1", {"[Card ID]"}},
-                                                   {"LEVEL2", {"Code"}},
-                                                   {"LEVEL3", {"Code"}},
-                                                   {"[Punch Keys]", {"Minute", "Hash"}}};
+const std::vector<db::KeyedTable> kEventLogTables = {{"LogTable", {"Counter"}}};
+const std::vector<db::KeyedTable> kRegistryTables = {{"Company", {"[Company]"}}};
+const std::vector<db::KeyedTable> kCompanyTables = {{"[Clock Data Table]", {"ID"}},
+                                                    {"[Employee Table]", {"[Card ID]"}},
+                                                    {"CompanyInfoT", {}},
+                                                    {"LEVEL1", {"[Card ID]"}},
+                                                    {"LEVEL2", {"Code"}},
+                                                    {"LEVEL3", {"Code"}},
+                                                    {"[Punch Keys]", {"Minute", "Hash"}}};
 
 // One database to copy: its SQLite file and where it goes.
 struct Job {
@@ -95,16 +95,16 @@ bool CopyDatabase(const Job& job, db::Database& to, bool switched, std::ostream&
                        : job.kind == db::SchemaKind::kCompanyRegistry ? kRegistryTables
                                                                       : kCompanyTables;
   bool whole = true;
-  for (const db::TableSpec& spec : tables) {
-    if (spec.table == "[Punch Keys]") {
+  for (const db::KeyedTable& keyed : tables) {
+    if (keyed.table == "[Punch Keys]") {
       if (!from->TableExists("Punch Keys")) continue;  // no transfer yet
       records::PunchKeys make_table(to);
     }
     const auto progress = [&](int64_t done, int64_t total) {
-      if (total > 5000) out << fmt::format("  {}: {} of {} rows read\n", spec.table, done, total);
+      if (total > 5000) out << fmt::format("  {}: {} of {} rows read\n", keyed.table, done, total);
     };
-    const db::TableCopyResult r = db::CopyTable(*from, to, spec, !switched, progress);
-    out << fmt::format("  {:<20} {:>8} rows, {:>8} copied, {:>8} on the server: {}\n", spec.table,
+    const db::TableCopyResult r = db::CopyTable(*from, to, keyed, !switched, progress);
+    out << fmt::format("  {:<20} {:>8} rows, {:>8} copied, {:>8} on the server: {}\n", keyed.table,
                        r.source_rows, r.copied, r.target_rows, Status(r));
     // Once the site runs on the server, a table without a key there is newer than the file's.
     whole = whole && (r.Complete() || (switched && r.kept_target));

@@ -35,8 +35,8 @@ TEST(TableCopy, KeyedRowsGoOverOnceInBatches) {
     t.Commit();
   }
   std::vector<int64_t> seen;
-  const TableSpec spec{"[Clock Data Table]", {"ID"}};
-  auto r = CopyTable(*from, *to, spec, true, [&](int64_t done, int64_t total) {
+  const KeyedTable keyed{"[Clock Data Table]", {"ID"}};
+  auto r = CopyTable(*from, *to, keyed, true, [&](int64_t done, int64_t total) {
     EXPECT_EQ(total, kRows);
     seen.push_back(done);
   });
@@ -49,12 +49,12 @@ TEST(TableCopy, KeyedRowsGoOverOnceInBatches) {
   EXPECT_EQ(row.Field(1).AsText(), "caf\xE9");
   EXPECT_EQ(row.Field(2).AsDouble(), 0.1);
 
-  r = CopyTable(*from, *to, spec, true);
+  r = CopyTable(*from, *to, keyed, true);
   EXPECT_EQ(r.copied, 0);
   EXPECT_EQ(Count(*to, "[Clock Data Table]"), kRows);
   to->Execute("INSERT INTO [Clock Data Table] ([Card ID]) VALUES (1)");
   EXPECT_EQ(to->LastInsertId(), kRows * 3 + 1);
-  EXPECT_TRUE(CopyTable(*from, *to, spec, true).Complete()) << "the server may hold more";
+  EXPECT_TRUE(CopyTable(*from, *to, keyed, true).Complete()) << "the server may hold more";
 }
 
 // A two-column key pages through rows sharing the first column; a table without a key is

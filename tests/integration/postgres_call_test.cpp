@@ -20,11 +20,12 @@ class PostgresCallTest : public CallFixture {
     const std::string url = FreshPostgresSchema("call_company");
     auto server = db::Open(url);
     db::CreateCompanySchema(*server);
-    for (const db::TableSpec& spec : std::vector<db::TableSpec>{{"[Employee Table]", {"[Card ID]"}},
-                                                                {"LEVEL1", {"[Card ID]"}},
-                                                                {"LEVEL2", {"Code"}},
-                                                                {"LEVEL3", {"Code"}}}) {
-      ASSERT_TRUE(db::CopyTable(*company_db_, *server, spec, true).Complete()) << spec.table;
+    for (const db::KeyedTable& keyed :
+         std::vector<db::KeyedTable>{{"[Employee Table]", {"[Card ID]"}},
+                                     {"LEVEL1", {"[Card ID]"}},
+                                     {"LEVEL2", {"Code"}},
+                                     {"LEVEL3", {"Code"}}}) {
+      ASSERT_TRUE(db::CopyTable(*company_db_, *server, keyed, true).Complete()) << keyed.table;
     }
     db::Open(paths_->CompanyRegistryDatabase())
         ->Execute("UPDATE Company SET [Database] = ?", {url});
