@@ -3,51 +3,13 @@
 #include <exception>
 
 #include "web/api_reply.h"
-#include "web/terminal_json.h"
+#include "web/api_request.h"
 
 namespace clockcomm::web {
 namespace {
 
 using httplib::Request;
 using httplib::Response;
-
-bool ChangesState(const Request& req) {
-  return req.method == "POST" || req.method == "PUT" || req.method == "PATCH" ||
-         req.method == "DELETE";
-}
-
-bool IsJson(const Request& req) {
-  const std::string type = req.get_header_value("Content-Type");
-  return type.rfind("application/json", 0) == 0;
-}
-
-// The JSON object of the body, or nothing with the 4xx already in res.
-std::optional<nlohmann::json> JsonBody(const Request& req, Response& res) {
-  if (!IsJson(req)) {
-    ReplyError(res, 415, "The body must be JSON, sent as Content-Type: application/json.");
-    return std::nullopt;
-  }
-  auto body = nlohmann::json::parse(req.body, nullptr, false);
-  if (body.is_discarded()) {
-    ReplyError(res, 400, "The body is not valid JSON.");
-    return std::nullopt;
-  }
-  if (!body.is_object()) {
-    ReplyError(res, 400, "The body must be a JSON object.");
-    return std::nullopt;
-  }
-  return body;
-}
-
-// The text field `name` of body, or nothing with the 400 in res.
-std::optional<std::string> TextField(const nlohmann::json& body, const char* name, Response& res) {
-  const auto it = body.find(name);
-  if (it == body.end() || !it->is_string()) {
-    ReplyError(res, 400, std::string("\"") + name + "\" must be given as a string.");
-    return std::nullopt;
-  }
-  return it->get<std::string>();
-}
 
 nlohmann::json SessionJson(const Session& session) {
   return {{"name", session.who.name},
@@ -62,10 +24,9 @@ void ApiRoutes::Register(httplib::Server& server) {
   server.Delete("/api/v1/session", [this](const Request& req, Response& res) { Logout(req, res); });
   server.Get("/api/v1/session",
              [this](const Request& req, Response& res) { CurrentSession(req, res); });
-  server.Get("/api/v1/terminals",
-             [this](const Request& req, Response& res) { Terminals(req, res); });
   server.Get("/api/v1/operators",
              [this](const Request& req, Response& res) { Operators(req, res); });
+  for (ApiArea* area : s_.areas) area->Register(server, gate_);
   server.set_error_handler([](const Request& req, Response& res) {
     if (!res.body.empty()) return;  // a handler's own refusal
     if (res.status == 404) {
@@ -91,40 +52,6 @@ void ApiRoutes::Register(httplib::Server& server) {
     res.set_header("Cache-Control", "no-store");
     res.set_header("X-Content-Type-Options", "nosniff");
   });
-}
-
-std::optional<Session> ApiRoutes::Allow(const Request& req, Response& res, Role needed) {
-  const auto id = CookieValue(req, kSessionCookie);
-  std::optional<Session> session;
-  if (id) session = s_.sessions.Find(*id);
-  if (!session) {
-    ReplyError(res, 401, "Log in first (POST /api/v1/session).");
-    return std::nullopt;
-  }
-  // Read again on every request: a removed operator or a new password ends the session at once,
-  // and a role takes effect at once.
-  const auto now = s_.operators.Find(session->who.name);
-  if (!now || now->password_hash != session->who.password_hash) {
-    s_.sessions.Remove(session->id);
-    ReplyError(res, 401,
-               "The session has ended (the operator was removed or given a new "
-               "password); log in again.");
-    return std::nullopt;
-  }
-  session->who.role = now->role;
-  if (ChangesState(req) && !SameSecret(req.get_header_value(kCsrfHeader), session->csrf_token)) {
-    ReplyError(
-        res, 403,
-        std::string("The ") + kCsrfHeader + " header is missing or does not match the session.");
-    return std::nullopt;
-  }
-  if (!Allows(session->who.role, needed)) {
-    ReplyError(res, 403,
-               "This needs the role " + RoleName(needed) + "; " + session->who.name + " is " +
-                   RoleName(session->who.role) + ".");
-    return std::nullopt;
-  }
-  return session;
 }
 
 void ApiRoutes::Login(const Request& req, Response& res) {
@@ -164,7 +91,7 @@ void ApiRoutes::Login(const Request& req, Response& res) {
 }
 
 void ApiRoutes::Logout(const Request& req, Response& res) {
-  const auto session = Allow(req, res, Role::kViewer);
+  const auto session = gate_.Allow(req, res, Role::kViewer);
   if (!session) return;
   s_.sessions.Remove(session->id);
   s_.log.Event("Operator logout", session->who.name + " from " + req.remote_addr);
@@ -173,17 +100,12 @@ void ApiRoutes::Logout(const Request& req, Response& res) {
 }
 
 void ApiRoutes::CurrentSession(const Request& req, Response& res) {
-  if (const auto session = Allow(req, res, Role::kViewer))
+  if (const auto session = gate_.Allow(req, res, Role::kViewer))
     ReplyJson(res, 200, SessionJson(*session));
 }
 
-void ApiRoutes::Terminals(const Request& req, Response& res) {
-  if (!Allow(req, res, Role::kViewer)) return;
-  ReplyJson(res, 200, TerminalsJson(s_.site_status()));
-}
-
 void ApiRoutes::Operators(const Request& req, Response& res) {
-  if (!Allow(req, res, Role::kAdministrator)) return;
+  if (!gate_.Allow(req, res, Role::kAdministrator)) return;
   nlohmann::json list = nlohmann::json::array();
   for (const Operator& o : s_.operators.List()) {
     list.push_back({{"name", o.name}, {"role", RoleName(o.role)}});

@@ -2,6 +2,7 @@
 
 #include "db/open.h"
 #include "db/schema.h"
+#include "web/terminals_api.h"
 
 namespace clockcomm::web {
 namespace {
@@ -12,16 +13,32 @@ std::unique_ptr<db::Database> OpenProductDatabase(const shell::MyStatic& config)
   return db;
 }
 
+std::vector<ApiArea*> Pointers(const std::vector<std::unique_ptr<ApiArea>>& areas) {
+  std::vector<ApiArea*> pointers;
+  for (const auto& area : areas) pointers.push_back(area.get());
+  return pointers;
+}
+
 }  // namespace
 
 ConsoleServer::ConsoleServer(const shell::MyStatic& config, core::Clock& clock, core::LogSink& log)
-    : product_db_(OpenProductDatabase(config)),
+    : config_(config),
+      clock_(clock),
+      log_(log),
+      product_db_(OpenProductDatabase(config)),
       operators_(*product_db_, hasher_, clock),
       sessions_(clock),
       limiter_(clock),
-      // The service state is not asked for: the terminal list does not show it.
-      routes_({operators_, sessions_, limiter_, log,
-               [&config, &clock] { return shell::GatherSiteStatus(config, clock, {}); }}),
+      areas_(MakeAreas()),
+      routes_({operators_, sessions_, limiter_, log, Pointers(areas_)}),
       server_(routes_) {}
+
+std::vector<std::unique_ptr<ApiArea>> ConsoleServer::MakeAreas() {
+  std::vector<std::unique_ptr<ApiArea>> areas;
+  // The service state is not asked for: the terminal list does not show it.
+  areas.push_back(std::make_unique<TerminalsApi>(
+      [this] { return shell::GatherSiteStatus(config_, clock_, {}); }));
+  return areas;
+}
 
 }  // namespace clockcomm::web

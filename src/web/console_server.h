@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "core/clock.h"
 #include "core/log_sink.h"
@@ -29,11 +30,18 @@ class ConsoleServer {
   OperatorStore& Operators() { return operators_; }
 
  private:
+  // The areas of the API, each with the site's services it reads and drives.
+  std::vector<std::unique_ptr<ApiArea>> MakeAreas();
+
+  const shell::MyStatic& config_;
+  core::Clock& clock_;
+  core::LogSink& log_;
   std::unique_ptr<db::Database> product_db_;
   PasswordHasher hasher_;
   OperatorStore operators_;
   SessionStore sessions_;
   LoginLimiter limiter_;
+  std::vector<std::unique_ptr<ApiArea>> areas_;
   ApiRoutes routes_;
   WebServer server_;
 };
