@@ -27,7 +27,7 @@
     {key: 'company', label: 'Company'},
     {key: 'call_time', label: 'Call time'},
     {key: 'last_contact', label: 'Last contact'},
-    {key: 'last_event', label: 'Last event'},
+    {key: 'last_event', label: 'Last event', className: 'wrap'},
     {key: 'punches_today', label: 'Punches today', className: 'num'},
     {key: 'punches_last_24h', label: 'Last 24 h', className: 'num'},
     {key: 'punches_waiting', label: 'Waiting', className: 'num'},
