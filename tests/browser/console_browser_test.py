@@ -22,7 +22,7 @@ import time
 import traceback
 
 from selenium import webdriver
-from selenium.common.exceptions import TimeoutException
+from selenium.common.exceptions import StaleElementReferenceException, TimeoutException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.support import expected_conditions as ec
@@ -119,7 +119,9 @@ class Console:
 
     def wait(self, condition, what, seconds=WAIT):
         try:
-            return WebDriverWait(self.driver, seconds).until(condition)
+            # A page redraws its tables: an element found a moment ago may be gone; look again.
+            return WebDriverWait(self.driver, seconds,
+                                 ignored_exceptions=(StaleElementReferenceException,)).until(condition)
         except TimeoutException:
             raise AssertionError(f"not seen within {seconds} s: {what}") from None
 
@@ -267,7 +269,7 @@ def rule_file_refused(c):
     text.clear()
     text.send_keys("; made in the browser test\nthis is not a rule\n")
     c.find("#rule-save").click()
-    c.text_in("#rules-error", r"PunchTypeRules\.txt line 2.*line 2: \"this is not a rule\"")
+    c.text_in("#rules-error", r"^PunchTypeRules\.txt line 2: .*\(line 2 reads \"this is not a rule\"\)")
     c.shot("rule-file-refused")
 
 

@@ -109,7 +109,8 @@
   function ruleFiles(admin) {
     const box = CC.messageBox('rules-error');
     const tabs = CC.el('div.tabs#rule-files');
-    const text = CC.el('textarea#rule-text', {rows: 14, spellcheck: 'false', disabled: true});
+    const text = CC.el('textarea#rule-text', {rows: 14, spellcheck: 'false', disabled: true,
+      placeholder: 'Choose a file above.'});
     const save = CC.el('button#rule-save', {type: 'button', disabled: true}, 'Save');
     let name = null;
 
@@ -141,8 +142,8 @@
         CC.message(box, 'Saved ' + name + '.', 'ok');
       } catch (e) {
         const line = e.body && Number.isInteger(e.body.line) ? e.body.line : null;
-        const quoted = line ? ' — line ' + line + ': "' + (text.value.split('\n')[line - 1] || '') + '"' : '';
-        CC.message(box, e.message + quoted + ' Nothing was saved.', 'error');
+        const quoted = line ? ' (line ' + line + ' reads "' + (text.value.split('\n')[line - 1] || '') + '")' : '';
+        CC.message(box, e.message + quoted + '. Nothing was saved.', 'error');
         if (line) selectLine(line);
       }
     });

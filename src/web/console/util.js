@@ -179,19 +179,25 @@ CC.can = function(role) {
   return !!CC.session && order.indexOf(CC.session.role) >= order.indexOf(role);
 };
 
+// "last_contact" reads "Last contact".
+CC.label = function(key) {
+  const text = key.replace(/_/g, ' ');
+  return text.charAt(0).toUpperCase() + text.slice(1);
+};
+
 // Any JSON value as nested lists and tables, for answers whose shape a page does not fix.
 CC.showValue = function(value) {
   if (Array.isArray(value)) {
     if (value.length && value.every((v) => v && typeof v === 'object' && !Array.isArray(v))) {
       const keys = [...new Set(value.flatMap(Object.keys))];
-      return CC.table(null, keys.map((k) => ({key: k, label: k, render: (r) => CC.showValue(r[k])})), value);
+      return CC.table(null, keys.map((k) => ({key: k, label: CC.label(k), render: (r) => CC.showValue(r[k])})), value);
     }
     return value.map((v) => CC.text(typeof v === 'object' ? JSON.stringify(v) : v)).join(', ');
   }
   if (value && typeof value === 'object') {
     const list = CC.el('dl.pairs');
-    for (const [key, v] of Object.entries(value)) list.append(CC.el('dt', {}, key), CC.el('dd', {}, CC.showValue(v)));
+    for (const [key, v] of Object.entries(value)) list.append(CC.el('dt', {}, CC.label(key)), CC.el('dd', {}, CC.showValue(v)));
     return list;
   }
-  return CC.text(value);
+  return typeof value === 'boolean' ? (value ? 'yes' : 'no') : CC.text(value);
 };
