@@ -2,6 +2,7 @@
 
 #include "db/open.h"
 #include "db/schema.h"
+#include "web/console_pages.h"
 #include "web/terminals_api.h"
 
 namespace clockcomm::web {
@@ -38,6 +39,7 @@ std::vector<std::unique_ptr<ApiArea>> ConsoleServer::MakeAreas() {
   // The service state is not asked for: the terminal list does not show it.
   areas.push_back(std::make_unique<TerminalsApi>(
       [this] { return shell::GatherSiteStatus(config_, clock_, {}); }));
+  areas.push_back(std::make_unique<ConsolePages>());
   return areas;
 }
 
