@@ -229,7 +229,6 @@ TEST_F(SetupApiTest, RefusalsChangeNothing) {
        "\"selected\" must be true or false."},
       {"olga", true, "POST", "/api/v1/poll-list", R"({"name":"\u2603"})", 400,
        "\"name\" holds a character that cannot be stored"},
-      {"olga", true, "POST", "/api/v1/poll-list", "[1]", 400, "must be a JSON object"},
       {"olga", true, "PUT", "/api/v1/poll-list/1", R"({"name":"X"})", 400, "\"address\" must be"},
       {"olga", true, "PUT", "/api/v1/poll-list/9",
        R"({"name":"X","address":"","call_time":null,"selected":true})", 404, "no LocationID 9"},
@@ -238,8 +237,6 @@ TEST_F(SetupApiTest, RefusalsChangeNothing) {
       {"olga", true, "DELETE", "/api/v1/poll-list/9", "", 404, "no LocationID 9"},
       {"ada", true, "PUT", "/api/v1/settings",
        R"({"settings":{"comm_port":2,"terminal_count":97}})", 400,
-       "Please enter a value between 1 and 96 for Terminal Count"},
-      {"ada", true, "PUT", "/api/v1/settings", R"({"settings":{"terminal_count":"many"}})", 400,
        "Please enter a value between 1 and 96 for Terminal Count"},
       {"ada", true, "PUT", "/api/v1/settings", R"({"settings":{"export_format":"CSV"}})", 400,
        "Invalid value \"CSV\" for export_format"},
@@ -267,7 +264,6 @@ TEST_F(SetupApiTest, RefusalsChangeNothing) {
       {"ada", true, "PUT", "/api/v1/rule-files/registry.ini", R"({"text":""})", 404,
        "No rule file \"registry.ini\""},
       {"ada", true, "PUT", "/api/v1/rule-files/..%2Fclockcomm.dta", R"({"text":""})", 404, ""},
-      {"victor", true, "GET", "/api/v1/rule-files/%2Fetc%2Fpasswd", "", 404, ""},
       {"victor", true, "GET", "/api/v1/rule-files/punchtyperules.txt", "", 404, "No rule file"},
   };
   for (const Case& c : cases) {
