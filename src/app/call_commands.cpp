@@ -211,7 +211,7 @@ void RegisterPollList(CLI::App& app, const GlobalOptions& options) {
       }
     }
     if (!dial_time->empty()) {
-      r.dial_time = core::ParseTime(*dial_time);
+      r.dial_time = shell::PollList::ParseDialTime(*dial_time);
       if (!r.dial_time) {
         throw core::ArgumentException("--dial-time \"" + *dial_time + "\" is not a time of day.",
                                       "dial-time");

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 
 namespace clockcomm::core {
@@ -236,6 +237,33 @@ std::string Utf8FromAnsi(std::string_view text) {
       out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
     }
     out += static_cast<char>(0x80 | (code & 0x3F));
+  }
+  return out;
+}
+
+std::optional<std::string> AnsiFromUtf8(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size();) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    size_t length = lead < 0x80 ? 1 : (lead & 0xE0) == 0xC0 ? 2 : (lead & 0xF0) == 0xE0 ? 3 : 0;
+    if (length == 0 || i + length > text.size()) return std::nullopt;
+    char32_t code = length == 1 ? lead : length == 2 ? (lead & 0x1F) : (lead & 0x0F);
+    for (size_t k = 1; k < length; ++k) {
+      const auto next = static_cast<unsigned char>(text[i + k]);
+      if ((next & 0xC0) != 0x80) return std::nullopt;
+      code = (code << 6) | (next & 0x3F);
+    }
+    // Overlong forms are not UTF-8.
+    if ((length == 2 && code < 0x80) || (length == 3 && code < 0x800)) return std::nullopt;
+    i += length;
+    if (code < 0x80 || (code >= 0xA0 && code <= 0xFF)) {
+      out += static_cast<char>(code);
+      continue;
+    }
+    const auto* high = std::find(std::begin(kHighControls), std::end(kHighControls), code);
+    if (code == 0 || high == std::end(kHighControls)) return std::nullopt;
+    out += static_cast<char>(0x80 + (high - std::begin(kHighControls)));
   }
   return out;
 }

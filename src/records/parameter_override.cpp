@@ -172,6 +172,7 @@ ParameterOverride::ParameterOverride(const std::filesystem::path& program_folder
 void ParameterOverride::Load(const std::filesystem::path& file) {
   values_.clear();
   warnings_.clear();
+  problems_.clear();
   std::error_code ec;
   if (!std::filesystem::exists(file, ec)) return;
   std::ifstream in(file, std::ios::binary);
@@ -193,6 +194,7 @@ void ParameterOverride::LoadText(std::string_view text, std::string_view source)
     if (shown.empty()) continue;
     auto warn = [&](const std::string& what) {
       warnings_.push_back(fmt::format("{} line {}: {}", source, number, what));
+      problems_.push_back({number, what});
     };
     const auto parts = core::Split(line, '=');
     if (parts.size() != 2) {

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/line_problem.h"
+
 namespace clockcomm::records {
 
 inline constexpr const char* kSettingsOverrideFile = "SettingsOverride.txt";
@@ -53,12 +55,15 @@ class ParameterOverride {
   // "<file> line <n>: <what>, <what is used instead>". The reading itself never fails on them:
   // the setting keeps its default (or the nearest bound), as it always has.
   const std::vector<std::string>& Warnings() const { return warnings_; }
+  // The same, each with its line number and without the file.
+  const std::vector<core::LineProblem>& Problems() const { return problems_; }
   // Every setting of the file, in the order of the properties above, with the value in effect.
   std::vector<OverrideSetting> Effective() const;
 
  private:
   std::map<std::string, std::string> values_;
   std::vector<std::string> warnings_;
+  std::vector<core::LineProblem> problems_;
 };
 
 }  // namespace clockcomm::records

@@ -47,8 +47,19 @@ ClockAssignments::ClockAssignments(const std::filesystem::path& program_folder,
   const auto file = program_folder / kClockAssignmentsFile;
   const auto text = ReadSiteFile(file, log, "every clock has the default assignment");
   if (!text) return;
+  Parse(*text, [&](const core::LineProblem& p) { LogBadLine(log, file, p.line, p.what); });
+}
+
+std::vector<core::LineProblem> ClockAssignments::Problems(std::string_view text) {
+  std::vector<core::LineProblem> problems;
+  ClockAssignments().Parse(text, [&](core::LineProblem p) { problems.push_back(std::move(p)); });
+  return problems;
+}
+
+void ClockAssignments::Parse(std::string_view text,
+                             const std::function<void(core::LineProblem)>& bad_line) {
   int line_number = 0;
-  for (const auto& raw : core::Split(*text, '\n')) {
+  for (const auto& raw : core::Split(text, '\n')) {
     ++line_number;
     std::string line = core::Trim(WithoutLineEnd(raw));
     if (const auto comment = line.find(';'); comment != std::string::npos) {
@@ -58,14 +69,14 @@ ClockAssignments::ClockAssignments(const std::filesystem::path& program_folder,
     ClockAssignment assignment;
     std::string error;
     if (!assignment.TryParse(line, error)) {
-      LogBadLine(log, file, line_number, error + "; the line is ignored");
+      bad_line({line_number, error + "; the line is ignored"});
       continue;
     }
     bool replaced = false;
     for (auto& known : assignments_) {
       if (core::EqualsIgnoreCase(known.ClockName(), assignment.ClockName())) {
-        LogBadLine(log, file, line_number,
-                   "clock " + assignment.ClockName() + " again; this line replaces the earlier");
+        bad_line({line_number,
+                  "clock " + assignment.ClockName() + " again; this line replaces the earlier"});
         known = assignment;
         replaced = true;
       }

@@ -3,11 +3,13 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "core/line_problem.h"
 #include "core/log_sink.h"
 #include "t4/clock_assignment.h"
 
@@ -33,6 +35,9 @@ class ClockAssignments {
   // Reads "ClockAssignments.txt" of the installation folder when it exists. Each bad line is
   // logged as an event naming the file and line, and left out; so is a file that cannot be read.
   ClockAssignments(const std::filesystem::path& program_folder, core::LogSink& log);
+  // The lines of a text in the file's format that reading it would log: what a site is told
+  // before it saves the file.
+  static std::vector<core::LineProblem> Problems(std::string_view text);
 
   int Count() const { return static_cast<int>(assignments_.size()); }
   // The clock's assignment, or the defaults for a clock without a line.
@@ -50,6 +55,9 @@ class ClockAssignments {
   }
 
  private:
+  // Reads the assignments of text; each line left out or replaced goes to bad_line.
+  void Parse(std::string_view text, const std::function<void(core::LineProblem)>& bad_line);
+
   std::vector<ClockAssignment> assignments_;
 };
 

@@ -27,14 +27,25 @@ PunchTypeRules::PunchTypeRules(const std::filesystem::path& program_folder, core
   const auto file = program_folder / kPunchTypeRulesFile;
   const auto text = ReadSiteFile(file, log, "no punch type rules are in effect");
   if (!text) return;
+  Parse(*text, [&](const core::LineProblem& p) { LogBadLine(log, file, p.line, p.what); });
+}
+
+std::vector<core::LineProblem> PunchTypeRules::Problems(std::string_view text) {
+  std::vector<core::LineProblem> problems;
+  PunchTypeRules().Parse(text, [&](core::LineProblem p) { problems.push_back(std::move(p)); });
+  return problems;
+}
+
+void PunchTypeRules::Parse(std::string_view text,
+                           const std::function<void(core::LineProblem)>& bad_line) {
   int line_number = 0;
-  for (const auto& raw : core::Split(*text, '\n')) {
+  for (const auto& raw : core::Split(text, '\n')) {
     ++line_number;
     const std::string line = core::Trim(WithoutLineEnd(raw));
     if (line.empty()) continue;
     const auto equals = line.find('=');
     if (equals == std::string::npos) {
-      LogBadLine(log, file, line_number, "'" + line + "' is not work code = punch type");
+      bad_line({line_number, "'" + line + "' is not work code = punch type"});
       continue;
     }
     const std::string key = core::Trim(std::string_view(line).substr(0, equals));
@@ -42,8 +53,14 @@ PunchTypeRules::PunchTypeRules(const std::filesystem::path& program_folder, core
     if (key.empty() || value.empty()) continue;  // a work code not (yet) given a type
     const auto work_code = core::ParseInt(key);
     if (!work_code) {
-      LogBadLine(log, file, line_number, "'" + key + "' is not a work code (a whole number)");
+      bad_line({line_number, "'" + key + "' is not a work code (a whole number)"});
       continue;
+    }
+    // Kept all the same (the clock's computed type serves the code), but never what was meant.
+    const std::string type = core::ToUpper(value.substr(0, 2));
+    if (!IsValidPunchType(type)) {
+      bad_line({line_number, "'" + value + "' gives " + type + ", which is not a punch type (" +
+                                 core::Trim(kValidPunchTypes) + "); the computed type is used"});
     }
     rules_[*work_code] = value;  // a later line for the code replaces the earlier
   }

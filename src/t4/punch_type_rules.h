@@ -5,12 +5,15 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/date_time.h"
+#include "core/line_problem.h"
 #include "core/log_sink.h"
 #include "db/database.h"
 #include "t4/clock_assignment.h"
@@ -52,6 +55,9 @@ class PunchTypeRules {
   // missing file gives no rules; an unreadable one too, logged. Lines whose key is no whole
   // number or that have no "=" are logged and left out.
   PunchTypeRules(const std::filesystem::path& program_folder, core::LogSink& log);
+  // The lines of a text in the file's format that reading it would log: what a site is told
+  // before it saves the file.
+  static std::vector<core::LineProblem> Problems(std::string_view text);
 
   int Count() const { return static_cast<int>(rules_.size()); }
   // The rule of the work code, cut to two characters and in upper case; empty when there is none
@@ -66,6 +72,9 @@ class PunchTypeRules {
                                 IPunchHistory& history) const;
 
  private:
+  // Reads the rules of text; each line left out or not in effect goes to bad_line.
+  void Parse(std::string_view text, const std::function<void(core::LineProblem)>& bad_line);
+
   std::map<long, std::string> rules_;
 };
 

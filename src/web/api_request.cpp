@@ -1,5 +1,6 @@
 #include "web/api_request.h"
 
+#include "core/text.h"
 #include "web/api_reply.h"
 
 namespace clockcomm::web {
@@ -34,6 +35,25 @@ std::optional<std::string> TextField(const nlohmann::json& body, const char* nam
     return std::nullopt;
   }
   return it->get<std::string>();
+}
+
+std::optional<std::string> AnsiText(const std::string& utf8, std::string_view field,
+                                    httplib::Response& res) {
+  auto ansi = core::AnsiFromUtf8(utf8);
+  if (!ansi) {
+    ReplyError(res, 400,
+               "\"" + std::string(field) +
+                   "\" holds a character that cannot be stored (only the characters of "
+                   "Windows-1252 can).");
+  }
+  return ansi;
+}
+
+std::optional<std::string> AnsiField(const nlohmann::json& body, const char* name,
+                                     httplib::Response& res) {
+  const auto text = TextField(body, name, res);
+  if (!text) return std::nullopt;
+  return AnsiText(*text, name, res);
 }
 
 }  // namespace clockcomm::web

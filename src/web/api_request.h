@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace clockcomm::web {
 
@@ -18,6 +19,14 @@ std::optional<nlohmann::json> JsonBody(const httplib::Request& req, httplib::Res
 
 // The text field `name` of body; otherwise nothing, with the 400 in res.
 std::optional<std::string> TextField(const nlohmann::json& body, const char* name,
+                                     httplib::Response& res);
+
+// Text received (UTF-8) as the single-byte text the site's files and databases hold; otherwise
+// nothing, with a 400 naming the field in res.
+std::optional<std::string> AnsiText(const std::string& utf8, std::string_view field,
+                                    httplib::Response& res);
+// The text field `name` of body as single-byte text; otherwise nothing, with the 400 in res.
+std::optional<std::string> AnsiField(const nlohmann::json& body, const char* name,
                                      httplib::Response& res);
 
 }  // namespace clockcomm::web

@@ -3,6 +3,9 @@
 #include "db/open.h"
 #include "db/schema.h"
 #include "web/console_pages.h"
+#include "web/poll_list_api.h"
+#include "web/rule_files_api.h"
+#include "web/settings_api.h"
 #include "web/terminals_api.h"
 
 namespace clockcomm::web {
@@ -39,6 +42,9 @@ std::vector<std::unique_ptr<ApiArea>> ConsoleServer::MakeAreas() {
   // The service state is not asked for: the terminal list does not show it.
   areas.push_back(std::make_unique<TerminalsApi>(
       [this] { return shell::GatherSiteStatus(config_, clock_, {}); }));
+  areas.push_back(std::make_unique<PollListApi>(OpenProductDatabase(config_), log_));
+  areas.push_back(std::make_unique<SettingsApi>(config_.Paths().ProgramDirectory(), log_));
+  areas.push_back(std::make_unique<RuleFilesApi>(config_.Paths().ProgramDirectory(), log_));
   areas.push_back(std::make_unique<ConsolePages>());
   return areas;
 }

@@ -52,6 +52,30 @@ TEST(Text, CaseFoldsWindows1252Letters) {
   EXPECT_EQ(ToLower("CAF\xC9 \x9F\x8A\xD7\xB5"), "caf\xE9 \xFF\x9A\xD7\xB5");
 }
 
+// Received text goes back to single bytes only when every character has one; every byte
+// Windows-1252 assigns makes the round trip.
+TEST(Text, Utf8BackToWindows1252) {
+  const std::pair<const char*, std::optional<std::string>> cases[] = {
+      {"GATE", "GATE"},
+      {"CAF\u00c9 \u20ac5 \u2122",
+       "CAF\xc9 \x80"
+       "5 \x99"},  // Latin-1 and the 0x80-0x9F signs
+      {"\u00ff\u00a0", "\xff\xa0"},
+      {"\u2603", std::nullopt},            // no byte for it
+      {"\u0081", std::nullopt},            // a C1 control: unassigned in Windows-1252
+      {"\xc3", std::nullopt},              // cut short
+      {"\xc0\x80", std::nullopt},          // overlong NUL
+      {"\xf0\x9f\x98\x80", std::nullopt},  // outside the basic plane
+      {"\xff", std::nullopt}};
+  for (const auto& [utf8, ansi] : cases) EXPECT_EQ(AnsiFromUtf8(utf8), ansi) << utf8;
+  for (int byte = 1; byte < 256; ++byte) {
+    const std::string one(1, static_cast<char>(byte));
+    const std::string utf8 = Utf8FromAnsi(one);
+    if (utf8 == "\xef\xbf\xbd") continue;  // unassigned: U+FFFD
+    EXPECT_EQ(AnsiFromUtf8(utf8), one) << byte;
+  }
+}
+
 TEST(ManualClock, SteadyTimeMovesInSubSecondStepsAndTheCalendarFollowsWholeSeconds) {
   using namespace std::chrono_literals;
   ManualClock clock(*DateTime::FromParts(2009, 10, 20, 8, 0, 0));

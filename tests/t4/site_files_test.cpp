@@ -162,7 +162,11 @@ TEST(PunchTypeRulesTest, RuleFileLinesGiveTheTypeOfEachWorkCode) {
     EXPECT_EQ(rules.GetPunchType(work_code), type) << "work code " << work_code;
   }
   EXPECT_EQ(rules.Count(), 8);
+  // A rule whose type is none of the list is kept (the computed type serves) but said.
   EXPECT_EQ(log.events, (std::vector<std::string>{
+                            "Configuration error: PunchTypeRules.txt line 3: 'Lunch In' gives LU, "
+                            "which is not a punch type (I O LI LO LL LR BI BO BL BR SW TO); the "
+                            "computed type is used",
                             "Configuration error: PunchTypeRules.txt line 14: 'lunch' is not work "
                             "code = punch type",
                             "Configuration error: PunchTypeRules.txt line 15: 'x9' is not a work "
@@ -170,12 +174,12 @@ TEST(PunchTypeRulesTest, RuleFileLinesGiveTheTypeOfEachWorkCode) {
 
   std::filesystem::remove(dir.path() / kPunchTypeRulesFile);
   EXPECT_EQ(PunchTypeRules(dir.path(), log).Count(), 0);  // missing: quietly none
-  EXPECT_EQ(log.events.size(), 2u);
+  EXPECT_EQ(log.events.size(), 3u);
   std::filesystem::create_directory(dir.path() / kPunchTypeRulesFile);
   EXPECT_EQ(PunchTypeRules(dir.path(), log).Count(), 0);  // unreadable: none, and said
-  ASSERT_EQ(log.events.size(), 3u);
-  EXPECT_EQ(log.events[2].rfind("System error: Couldn't read ", 0), 0u);
-  EXPECT_NE(log.events[2].find("; no punch type rules are in effect"), std::string::npos);
+  ASSERT_EQ(log.events.size(), 4u);
+  EXPECT_EQ(log.events[3].rfind("System error: Couldn't read ", 0), 0u);
+  EXPECT_NE(log.events[3].find("; no punch type rules are in effect"), std::string::npos);
 }
 
 TEST(PunchTypeRulesTest, ValidTypesAreTheWordsOfTheList) {

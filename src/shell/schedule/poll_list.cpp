@@ -46,6 +46,13 @@ db::Value DialTimeValue(const std::optional<core::TimeOfDay>& time) {
 
 }  // namespace
 
+std::optional<core::TimeOfDay> PollList::ParseDialTime(std::string_view text) {
+  // A date alone reads as its midnight, which no one means as a call time.
+  const auto parsed = core::ParseDateTime(core::TrimView(text));
+  if (!parsed || parsed->GetDate() != core::Date()) return std::nullopt;
+  return parsed->GetTime();
+}
+
 std::string PollList::DialTimeText(const core::TimeOfDay& time) {
   return time.Format(time.Second() == 0 ? core::kFormatHourMinute : core::kFormatHourMinuteSecond);
 }
@@ -78,13 +85,17 @@ std::optional<PollRow> PollList::Find(int64_t location_id) {
   return RowOf(rs);
 }
 
-int64_t PollList::Add(const PollRow& row) {
+void PollList::RequireValid(const PollRow& row) {
   if (core::Trim(row.location_name).empty()) {
     throw core::ArgumentException("LocationName cannot be empty.", "location_name");
   }
   RequireNoControlCharacters(row.location_name, "LocationName", "location_name");
   RequireNoControlCharacters(row.location_phone, "LocationPhone", "location_phone");
   RequireNoControlCharacters(row.terminal_id, "TerminalID", "terminal_id");
+}
+
+int64_t PollList::Add(const PollRow& row) {
+  RequireValid(row);
   if (row.location_id != 0 && Find(row.location_id)) {
     throw core::ArgumentException(
         "LocationID " + std::to_string(row.location_id) + " is already in the poll list.",
@@ -98,6 +109,15 @@ int64_t PollList::Add(const PollRow& row) {
        db::Value(row.select_to_dial), row.terminal_id,
        row.terminal_type ? db::Value(static_cast<int64_t>(*row.terminal_type)) : db::Value()});
   return row.location_id == 0 ? db_.LastInsertId() : row.location_id;
+}
+
+void PollList::Update(const PollRow& row) {
+  RequireValid(row);
+  RequireChanged(db_.Execute("UPDATE PollT SET LocationName = ?, LocationPhone = ?, DialTime = ?, "
+                             "SelectToDial = ? WHERE LocationID = ?",
+                             {row.location_name, row.location_phone, DialTimeValue(row.dial_time),
+                              db::Value(row.select_to_dial), db::Value(row.location_id)}),
+                 row.location_id);
 }
 
 void PollList::Remove(int64_t location_id) {

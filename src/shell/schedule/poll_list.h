@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/date_time.h"
@@ -52,11 +53,17 @@ class PollList : public PollRowSource {
   // an empty name, a control character (below 0x20, or 0x7F) in the name, phone or terminal id,
   // or a LocationID already in use. TerminalType is stored as its number, or NULL.
   int64_t Add(const PollRow& row);
+  // Sets the name, phone, DialTime and SelectToDial of row.location_id (terminal id and type are
+  // kept), with the checks of Add. Throws ItemNotFoundException when there is no such row.
+  void Update(const PollRow& row);
   // Throws ItemNotFoundException naming the LocationID when there is no such row.
   void Remove(int64_t location_id);
   void SetDialTime(int64_t location_id, std::optional<core::TimeOfDay> dial_time);
   void SetSelectToDial(int64_t location_id, bool selected);
 
+  // A call time as an operator gives it ("06:00", "6:30pm"): a time of day without a date; nothing
+  // for any other text.
+  static std::optional<core::TimeOfDay> ParseDialTime(std::string_view text);
   // The stored text of a call time.
   static std::string DialTimeText(const core::TimeOfDay& time);
   // Reads a DialTime field: NULL or blank gives an empty text and no time.
@@ -66,6 +73,7 @@ class PollList : public PollRowSource {
 
  private:
   void RequireChanged(int64_t changed, int64_t location_id);
+  static void RequireValid(const PollRow& row);
   db::Database& db_;
 };
 
