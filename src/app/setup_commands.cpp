@@ -159,9 +159,8 @@ void RunLogShow(const GlobalOptions& options, const LogOptions& o) {
 }
 
 bool Confirmed(const LogPeriod& p) {
-  std::cout << "Confirm Deletion\n"
-            << "Purge From " << p.from.Format(core::kFormatSqlDate) << " to "
-            << p.to.Format(core::kFormatSqlDate) << ". Are you sure? [y/N] " << std::flush;
+  std::cout << shell::kPurgeTitle << "\n"
+            << shell::PurgeQuestion(p.from, p.to) << " [y/N] " << std::flush;
   std::string answer;
   if (!std::getline(std::cin, answer)) return false;
   answer = core::ToLower(core::Trim(answer));
@@ -177,12 +176,16 @@ void RunLogPurge(const GlobalOptions& options, const LogOptions& o) {
 
 void RunLogPrint(const GlobalOptions& options, const LogOptions& o) {
   const LogPeriod p = Period(o);
-  const std::string report =
-      shell::FormatEventLogReport(OpenEventLog(options)->Entries(p.from, p.to), p.from, p.to);
+  const std::unique_ptr<shell::EventLog> log = OpenEventLog(options);
+  shell::EventLogReportReader report(*log, p.from, p.to);
   if (o.output.empty()) {
-    std::cout << report;
+    for (std::string piece = report.Next(); !piece.empty(); piece = report.Next()) {
+      std::cout << piece;
+    }
   } else {
-    core::WriteFileAtomically(o.output, report);
+    std::string text;
+    for (std::string piece = report.Next(); !piece.empty(); piece = report.Next()) text += piece;
+    core::WriteFileAtomically(o.output, text);
   }
 }
 

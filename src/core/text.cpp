@@ -240,4 +240,39 @@ std::string Utf8FromAnsi(std::string_view text) {
   return out;
 }
 
+std::optional<std::string> AnsiFromUtf8(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size();) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    size_t length = 1;
+    char32_t code = lead;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      length = 2;
+      code = lead & 0x1F;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      length = 3;
+      code = lead & 0x0F;
+    } else if (lead >= 0x80) {
+      return std::nullopt;  // a stray continuation byte, an overlong lead, or beyond U+FFFF
+    }
+    if (i + length > text.size()) return std::nullopt;
+    for (size_t k = 1; k < length; ++k) {
+      const auto next = static_cast<unsigned char>(text[i + k]);
+      if ((next & 0xC0) != 0x80) return std::nullopt;
+      code = (code << 6) | (next & 0x3F);
+    }
+    if (length == 3 && code < 0x800) return std::nullopt;  // overlong
+    i += length;
+    if (code < 0x80 || (code >= 0xA0 && code <= 0xFF)) {
+      out += static_cast<char>(code);
+      continue;
+    }
+    const auto* found = std::find(std::begin(kHighControls), std::end(kHighControls), code);
+    if (found == std::end(kHighControls)) return std::nullopt;
+    out += static_cast<char>(0x80 + (found - std::begin(kHighControls)));
+  }
+  return out;
+}
+
 }  // namespace clockcomm::core

@@ -43,5 +43,8 @@ std::string Printable(std::string_view s);
 // Windows-1252 text as UTF-8, for what must be UTF-8 (the journal, JSON); the five unassigned
 // bytes become U+FFFD.
 std::string Utf8FromAnsi(std::string_view text);
+// UTF-8 text as Windows-1252, for what a client sends; nothing when the text is not valid UTF-8
+// or holds a character Windows-1252 lacks.
+std::optional<std::string> AnsiFromUtf8(std::string_view text);
 
 }  // namespace clockcomm::core

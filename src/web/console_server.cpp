@@ -2,6 +2,8 @@
 
 #include "db/open.h"
 #include "db/schema.h"
+#include "web/event_log_api.h"
+#include "web/punches_api.h"
 #include "web/terminals_api.h"
 
 namespace clockcomm::web {
@@ -38,6 +40,8 @@ std::vector<std::unique_ptr<ApiArea>> ConsoleServer::MakeAreas() {
   // The service state is not asked for: the terminal list does not show it.
   areas.push_back(std::make_unique<TerminalsApi>(
       [this] { return shell::GatherSiteStatus(config_, clock_, {}); }));
+  areas.push_back(std::make_unique<EventLogApi>(config_.Paths(), clock_, log_));
+  areas.push_back(std::make_unique<PunchesApi>(config_.Paths(), clock_, log_));
   return areas;
 }
 
