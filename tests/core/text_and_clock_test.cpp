@@ -6,6 +6,19 @@
 namespace clockcomm::core {
 namespace {
 
+// Every Windows-1252 character comes back from UTF-8; what it lacks, or broken UTF-8, does not.
+TEST(Text, AnsiFromUtf8IsTheInverseOfUtf8FromAnsi) {
+  std::string all;
+  for (int c = 1; c < 256; ++c) {
+    if (c != 0x81 && c != 0x8D && c != 0x8F && c != 0x90 && c != 0x9D) all += static_cast<char>(c);
+  }
+  EXPECT_EQ(AnsiFromUtf8(Utf8FromAnsi(all)), all);
+  for (const char* refused : {"\xF0\x9F\x98\x80", "\xC2\x81", "\xC3", "\xC0\xA9",
+                              "\xE0\x80\xA9", "\x80", "\xFF", "\xE2\x82"}) {
+    EXPECT_FALSE(AnsiFromUtf8(refused).has_value()) << Printable(refused);
+  }
+}
+
 // A number with text after it and a fraction are the overrides' own ("2400 baud", "2.5").
 TEST(Text, NumbersFromText) {
   EXPECT_EQ(LeadingNumber("  -3"), -3);
