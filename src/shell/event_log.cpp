@@ -66,8 +66,7 @@ std::vector<EventLogEntry> EventLog::Entries(const core::Date& from, const core:
       DateRange(from, to)));
 }
 
-std::vector<EventLogEntry> EventLog::Find(const EventQuery& query, int64_t offset,
-                                          int64_t limit) {
+std::vector<EventLogEntry> EventLog::Find(const EventQuery& query, int64_t offset, int64_t limit) {
   db::Params params;
   const std::string where = Where(query, params);
   params.emplace_back(limit);
@@ -90,8 +89,8 @@ std::vector<std::string> EventLog::EventTypes(const EventQuery& query) {
   db::Params params;
   const std::string where = Where(query, params);
   std::lock_guard lock(mutex_);
-  auto rs = db_->Query("SELECT DISTINCT EventType FROM LogTable" + where + " ORDER BY EventType",
-                       params);
+  auto rs =
+      db_->Query("SELECT DISTINCT EventType FROM LogTable" + where + " ORDER BY EventType", params);
   std::vector<std::string> types;
   for (; !rs.Eof(); rs.MoveNext()) types.push_back(rs.Field(0).AsText());
   return types;

@@ -180,8 +180,8 @@ void EventLogApi::TextLogFile(const Request& req, Response& res) {
                    "\"; GET /api/v1/text-logs?date=YYYY-MM-DD lists a day's logs.");
     return;
   }
-  auto in = std::make_shared<std::ifstream>(paths_.DebugLogDirectory() / found->name,
-                                            std::ios::binary);
+  auto in =
+      std::make_shared<std::ifstream>(paths_.DebugLogDirectory() / found->name, std::ios::binary);
   if (!*in) {
     ReplyError(res, 404, "The text log \"" + Printable(wanted, 200) + "\" is gone.");
     return;
@@ -190,14 +190,15 @@ void EventLogApi::TextLogFile(const Request& req, Response& res) {
   in->seekg(0, std::ios::end);
   const auto size = static_cast<size_t>(in->tellg());
   in->seekg(0);
-  res.set_content_provider(
-      size, kAnsiText, [in](size_t offset, size_t length, httplib::DataSink& sink) {
-        std::string chunk(std::min(length, kFileChunk), '\0');
-        in->seekg(static_cast<std::streamoff>(offset));
-        in->read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
-        if (in->gcount() != static_cast<std::streamsize>(chunk.size())) return false;
-        return sink.write(chunk.data(), chunk.size());
-      });
+  res.set_content_provider(size, kAnsiText,
+                           [in](size_t offset, size_t length, httplib::DataSink& sink) {
+                             std::string chunk(std::min(length, kFileChunk), '\0');
+                             in->seekg(static_cast<std::streamoff>(offset));
+                             in->read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
+                             if (in->gcount() != static_cast<std::streamsize>(chunk.size()))
+                               return false;
+                             return sink.write(chunk.data(), chunk.size());
+                           });
 }
 
 }  // namespace clockcomm::web

@@ -29,8 +29,8 @@ nlohmann::json OrNull(const std::optional<T>& value, F show) {
 }
 
 nlohmann::json PayPeriodJson(records::Company company, const core::DateTime& now) {
-  nlohmann::json period = {{"type", Text(company.PayPeriodType())}, {"start", nullptr},
-                           {"end", nullptr}};
+  nlohmann::json period = {
+      {"type", Text(company.PayPeriodType())}, {"start", nullptr}, {"end", nullptr}};
   if (!records::Company::IsKnownPayPeriodType(core::ToLower(company.PayPeriodType()))) {
     return period;  // the registry holds a type no period can be worked out for
   }
@@ -57,8 +57,8 @@ nlohmann::json PunchJson(const records::StoredPunch& p) {
           {"date_out", OrNull(p.date_out, date)},
           {"time_out", OrNull(p.time_out, time)},
           {"amount", OrNull(p.amount, same)},
-          {"amount_column", p.amount_column.empty() ? nlohmann::json(nullptr)
-                                                    : nlohmann::json(p.amount_column)}};
+          {"amount_column",
+           p.amount_column.empty() ? nlohmann::json(nullptr) : nlohmann::json(p.amount_column)}};
 }
 
 double Hundredths(double hours) { return std::round(hours * 100) / 100; }
@@ -132,8 +132,9 @@ void PunchesApi::Punches(const Request& req, Response& res) {
     return;
   }
   if (format != "json" && format != "csv") {
-    ReplyError(res, 400,
-               "Query parameter \"format\" is \"" + Printable(format) + "\": expected json or csv.");
+    ReplyError(
+        res, 400,
+        "Query parameter \"format\" is \"" + Printable(format) + "\": expected json or csv.");
     return;
   }
   auto company = Open(*name, res);
@@ -171,8 +172,7 @@ void PunchesApi::Punches(const Request& req, Response& res) {
   read_batch();  // here, so that a table that cannot be read is still a 500 in JSON
   res.set_header("Content-Disposition", "attachment; filename=\"punches.csv\"");
   res.set_chunked_content_provider(
-      "text/csv; charset=windows-1252",
-      [this, state, read_batch](size_t, httplib::DataSink& sink) {
+      "text/csv; charset=windows-1252", [this, state, read_batch](size_t, httplib::DataSink& sink) {
         try {
           if (state->next.empty()) {
             sink.done();

@@ -40,8 +40,7 @@ std::optional<int64_t> QueryParams::Int(const char* name, int64_t min, int64_t m
     if (ok) value = value * 10 + (c - '0');
   }
   if (!ok || value < min || value > max) {
-    Wrong(name, *raw,
-          "a whole number from " + std::to_string(min) + " to " + std::to_string(max));
+    Wrong(name, *raw, "a whole number from " + std::to_string(min) + " to " + std::to_string(max));
     return std::nullopt;
   }
   return value;

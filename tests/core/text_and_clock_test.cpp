@@ -13,8 +13,8 @@ TEST(Text, AnsiFromUtf8IsTheInverseOfUtf8FromAnsi) {
     if (c != 0x81 && c != 0x8D && c != 0x8F && c != 0x90 && c != 0x9D) all += static_cast<char>(c);
   }
   EXPECT_EQ(AnsiFromUtf8(Utf8FromAnsi(all)), all);
-  for (const char* refused : {"\xF0\x9F\x98\x80", "\xC2\x81", "\xC3", "\xC0\xA9",
-                              "\xE0\x80\xA9", "\x80", "\xFF", "\xE2\x82"}) {
+  for (const char* refused : {"\xF0\x9F\x98\x80", "\xC2\x81", "\xC3", "\xC0\xA9", "\xE0\x80\xA9",
+                              "\x80", "\xFF", "\xE2\x82"}) {
     EXPECT_FALSE(AnsiFromUtf8(refused).has_value()) << Printable(refused);
   }
 }

@@ -110,7 +110,8 @@ TEST_F(RecordsApiTest, EventsArePagedAndFilteredByPeriodClockAndType) {
   EXPECT_EQ(body.at("events"), json::parse(R"([{"counter": 5, "time": "2009-10-21 07:00:00",
       "clock": "CAFÉ", "clock_number": 3, "type": "Open Comm", "description": "café"}])"));
   // Every type of the period, whatever the clock filter.
-  EXPECT_EQ(body.at("types"), json::parse(R"(["End of call", "Open Comm", "Operator login", "Start of call"])"));
+  EXPECT_EQ(body.at("types"),
+            json::parse(R"(["End of call", "Open Comm", "Operator login", "Start of call"])"));
   EXPECT_EQ(body.at("page_size"), 100);
 }
 
@@ -133,7 +134,8 @@ TEST_F(RecordsApiTest, PurgeAsksFirstThenDeletesThePeriodAndNamesWhoDidIt) {
   EXPECT_EQ(json::parse(res->body).at("purged"), 2);
   const auto [status, body] = Get("/api/v1/events?from=2009-10-19&to=2009-10-21&clock=DOCK");
   EXPECT_EQ(Ids(body.at("events"), "counter"), (std::vector<int64_t>{1, 4}));
-  EXPECT_EQ(Events().back(), "Event log purged: From 2009/10/20 to 2009/10/20: 2 events deleted by ada");
+  EXPECT_EQ(Events().back(),
+            "Event log purged: From 2009/10/20 to 2009/10/20: 2 events deleted by ada");
 }
 
 // More rows than one batch of the reader: the pages run on across batches exactly as the command
@@ -292,8 +294,9 @@ TEST_F(RecordsApiTest, EmployeeHoursAreWhatATerminalIsAnswered) {
               {12, "O", At(19, 12), "", std::nullopt},
               {12, "I", At(21, 9), "", std::nullopt}});  // still at work at 12:00
   auto company = db::Open(config_->Paths().CompanyDatabase("acme"));
-  company->Execute("INSERT INTO [Employee Table] ([Card ID], [Employee Name], Active) "
-                   "VALUES (13, 'Bob', 0)");
+  company->Execute(
+      "INSERT INTO [Employee Table] ([Card ID], [Employee Name], Active) "
+      "VALUES (13, 'Bob', 0)");
   LoginAs("viv");
   for (const char* company_param : {"", "&company=acme"}) {
     const std::string suffix = company_param;
@@ -355,11 +358,11 @@ TEST_F(RecordsApiTest, RefusalsAndInjections) {
     cookie_.clear();
     if (*c.who) LoginAs(c.who);
     const std::string method = c.method;
-    auto res = method == "DELETE"           ? Delete(c.path, R"({"confirm": true})")
-               : method == "DELETE-NO-CSRF" ? client_->Delete(c.path, {{"Cookie", cookie_}},
-                                                              R"({"confirm": true})",
-                                                              "application/json")
-                                            : Send("GET", c.path);
+    auto res = method == "DELETE" ? Delete(c.path, R"({"confirm": true})")
+               : method == "DELETE-NO-CSRF"
+                   ? client_->Delete(c.path, {{"Cookie", cookie_}}, R"({"confirm": true})",
+                                     "application/json")
+                   : Send("GET", c.path);
     ASSERT_TRUE(res) << c.path;
     EXPECT_EQ(res->status, c.status) << c.method << " " << c.path << " " << res->body;
     EXPECT_THAT(json::parse(res->body).value("error", ""), HasSubstr(c.error)) << c.path;
