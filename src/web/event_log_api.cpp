@@ -190,6 +190,10 @@ void EventLogApi::TextLogFile(const Request& req, Response& res) {
   in->seekg(0, std::ios::end);
   const auto size = static_cast<size_t>(in->tellg());
   in->seekg(0);
+  if (size == 0) {  // a provider of no bytes ends the connection without an answer
+    res.set_content("", kAnsiText);
+    return;
+  }
   res.set_content_provider(size, kAnsiText,
                            [in](size_t offset, size_t length, httplib::DataSink& sink) {
                              std::string chunk(std::min(length, kFileChunk), '\0');

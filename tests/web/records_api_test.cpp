@@ -31,6 +31,7 @@ class RecordsApiTest : public ConsoleFixture {
   // The status and the JSON body (null when the body is not JSON).
   std::pair<int, json> Get(const std::string& path) {
     auto res = Send("GET", path);
+    ASSERT_TRUE(res);
     if (!res) return {0, nullptr};
     return {res->status, json::parse(res->body, nullptr, false)};
   }
@@ -124,12 +125,14 @@ TEST_F(RecordsApiTest, PurgeAsksFirstThenDeletesThePeriodAndNamesWhoDidIt) {
   const std::string path = "/api/v1/events?from=2009-10-20&to=2009-10-20";
   for (const char* unconfirmed : {"", R"({"confirm": false})", R"({"confirm": "true"})"}) {
     auto res = Delete(path, unconfirmed);
+    ASSERT_TRUE(res);
     ASSERT_EQ(res->status, 400) << unconfirmed;
     EXPECT_EQ(json::parse(res->body),
               json({{"error", "Purge From 2009/10/20 to 2009/10/20. Are you sure?"},
                     {"title", "Confirm Deletion"}}));
   }
   auto res = Delete(path, R"({"confirm": true})");
+  ASSERT_TRUE(res);
   ASSERT_EQ(res->status, 200) << res->body;
   EXPECT_EQ(json::parse(res->body).at("purged"), 2);
   const auto [status, body] = Get("/api/v1/events?from=2009-10-19&to=2009-10-21&clock=DOCK");
@@ -149,6 +152,7 @@ TEST_F(RecordsApiTest, ReportIsThePrintedReportOfThePeriodAsADownload) {
   AddEvents(rows);
   LoginAs("viv");
   auto res = Send("GET", "/api/v1/events/report?from=2009-10-20&to=2009-10-20");
+  ASSERT_TRUE(res);
   ASSERT_EQ(res->status, 200);
   EXPECT_EQ(res->get_header_value("Content-Type"), "text/plain; charset=windows-1252");
   EXPECT_EQ(res->get_header_value("Content-Disposition"),
@@ -157,6 +161,7 @@ TEST_F(RecordsApiTest, ReportIsThePrintedReportOfThePeriodAsADownload) {
   EXPECT_EQ(res->body,
             shell::FormatEventLogReport(logs_->GetEventLog()->Entries(day, day), day, day));
   res = Send("GET", "/api/v1/events/report?from=2009-10-01&to=2009-10-02");
+  ASSERT_TRUE(res);
   EXPECT_EQ(res->body, shell::FormatEventLogReport({}, At(1, 0).GetDate(), At(2, 0).GetDate()));
 }
 
@@ -168,6 +173,7 @@ TEST_F(RecordsApiTest, TextLogsListTheDaysFilesAndServeOnlyThose) {
                            "notes - 2009-10-21.log"}) {
     std::ofstream(folder / name) << "08:00:00 - " << name << "\r\n";
   }
+  std::ofstream(folder / "Debug Log - 2009-10-21.log");  // made, nothing written yet
   std::ofstream(folder.parent_path() / "secret Debug Log - 2009-10-21.log") << "secret";
   std::filesystem::create_symlink(folder.parent_path() / "secret Debug Log - 2009-10-21.log",
                                   folder / "LINK Debug Log - 2009-10-21.log");
@@ -177,18 +183,25 @@ TEST_F(RecordsApiTest, TextLogsListTheDaysFilesAndServeOnlyThose) {
   EXPECT_EQ(body, json::parse(R"({"date": "2009-10-21", "files": [
       {"name": "CAFÉ Debug Log - 2009-10-21.log", "size": 44},
       {"name": "DOCK Debug Log - 2009-10-21.log", "size": 44},
+      {"name": "Debug Log - 2009-10-21.log", "size": 0},
       {"name": "Screen Log - 2009-10-21.log", "size": 40}]})"));
 
   auto res = Send("GET", "/api/v1/text-logs/CAF%C3%89%20Debug%20Log%20-%202009-10-21.log");
+  ASSERT_TRUE(res);
   ASSERT_EQ(res->status, 200);
   EXPECT_EQ(res->get_header_value("Content-Type"), "text/plain; charset=windows-1252");
   EXPECT_EQ(res->body, "08:00:00 - CAF\xc9 Debug Log - 2009-10-21.log\r\n");
+  res = Send("GET", "/api/v1/text-logs/Debug%20Log%20-%202009-10-21.log");
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->status, 200);
+  EXPECT_EQ(res->body, "");
   for (const char* refused :
        {"notes%20-%202009-10-21.log", "LINK%20Debug%20Log%20-%202009-10-21.log",
         "..%2Fsecret%20Debug%20Log%20-%202009-10-21.log",
         "%2E%2E/secret%20Debug%20Log%20-%202009-10-21.log", "Debug%20Log%20-%202009-10-32.log",
         "%2Fetc%2Fpasswd"}) {
     res = Send("GET", std::string("/api/v1/text-logs/") + refused);
+    ASSERT_TRUE(res);
     EXPECT_EQ(res->status, 404) << refused;
     EXPECT_THAT(res->body, testing::Not(HasSubstr("secret\""))) << refused;
   }
@@ -260,6 +273,7 @@ TEST_F(RecordsApiTest, PunchesArePagedAndFilteredByBadgeAndDay) {
   EXPECT_EQ(tips.at("punches").at(0).at("amount_column"), "Tips");
 
   auto res = Send("GET", "/api/v1/punches?company=Acme&badge=12&from=2009-10-21&format=csv");
+  ASSERT_TRUE(res);
   ASSERT_EQ(res->status, 200);
   EXPECT_EQ(res->get_header_value("Content-Type"), "text/csv; charset=windows-1252");
   EXPECT_EQ(res->get_header_value("Content-Disposition"), "attachment; filename=\"punches.csv\"");
@@ -279,6 +293,7 @@ TEST_F(RecordsApiTest, CsvExportHasEveryMatchingRowAcrossBatches) {
   AddPunches(punches);
   LoginAs("viv");
   auto res = Send("GET", "/api/v1/punches?company=Acme&badge=1&format=csv");
+  ASSERT_TRUE(res);
   ASSERT_EQ(res->status, 200);
   const auto lines = core::Split(res->body, '\n');
   ASSERT_EQ(lines.size(), static_cast<size_t>(rows / 2 + 2));  // header, rows, "" after the last
