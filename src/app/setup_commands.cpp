@@ -178,15 +178,15 @@ void RunLogPrint(const GlobalOptions& options, const LogOptions& o) {
   const LogPeriod p = Period(o);
   const std::unique_ptr<shell::EventLog> log = OpenEventLog(options);
   shell::EventLogReportReader report(*log, p.from, p.to);
-  if (o.output.empty()) {
-    for (std::string piece = report.Next(); !piece.empty(); piece = report.Next()) {
+  std::string text;  // for the file, written whole so that it is never seen half made
+  for (std::string piece = report.Next(); !piece.empty(); piece = report.Next()) {
+    if (o.output.empty()) {
       std::cout << piece;
+    } else {
+      text += piece;
     }
-  } else {
-    std::string text;
-    for (std::string piece = report.Next(); !piece.empty(); piece = report.Next()) text += piece;
-    core::WriteFileAtomically(o.output, text);
   }
+  if (!o.output.empty()) core::WriteFileAtomically(o.output, text);
 }
 
 void AddPeriodOptions(CLI::App* command, LogOptions& o) {
