@@ -159,9 +159,8 @@ void RunLogShow(const GlobalOptions& options, const LogOptions& o) {
 }
 
 bool Confirmed(const LogPeriod& p) {
-  std::cout << "Confirm Deletion\n"
-            << "Purge From " << p.from.Format(core::kFormatSqlDate) << " to "
-            << p.to.Format(core::kFormatSqlDate) << ". Are you sure? [y/N] " << std::flush;
+  std::cout << shell::kPurgeTitle << "\n"
+            << shell::PurgeQuestion(p.from, p.to) << " [y/N] " << std::flush;
   std::string answer;
   if (!std::getline(std::cin, answer)) return false;
   answer = core::ToLower(core::Trim(answer));
@@ -177,13 +176,17 @@ void RunLogPurge(const GlobalOptions& options, const LogOptions& o) {
 
 void RunLogPrint(const GlobalOptions& options, const LogOptions& o) {
   const LogPeriod p = Period(o);
-  const std::string report =
-      shell::FormatEventLogReport(OpenEventLog(options)->Entries(p.from, p.to), p.from, p.to);
-  if (o.output.empty()) {
-    std::cout << report;
-  } else {
-    core::WriteFileAtomically(o.output, report);
+  const std::unique_ptr<shell::EventLog> log = OpenEventLog(options);
+  shell::EventLogReportReader report(*log, p.from, p.to);
+  std::string text;  // for the file, written whole so that it is never seen half made
+  for (std::string piece = report.Next(); !piece.empty(); piece = report.Next()) {
+    if (o.output.empty()) {
+      std::cout << piece;
+    } else {
+      text += piece;
+    }
   }
+  if (!o.output.empty()) core::WriteFileAtomically(o.output, text);
 }
 
 void AddPeriodOptions(CLI::App* command, LogOptions& o) {

@@ -388,4 +388,19 @@ std::optional<TimeOfDay> ParseTime(std::string_view text) {
   return dt->GetTime();
 }
 
+std::optional<Date> ParseIsoDate(std::string_view text) {
+  if (text.size() != 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
+  int parts[3] = {0, 0, 0};
+  for (size_t i = 0, part = 0; i < text.size(); ++i) {
+    if (i == 4 || i == 7) {
+      ++part;
+    } else if (text[i] >= '0' && text[i] <= '9') {
+      parts[part] = parts[part] * 10 + (text[i] - '0');
+    } else {
+      return std::nullopt;
+    }
+  }
+  return Date::FromYmd(parts[0], parts[1], parts[2]);
+}
+
 }  // namespace clockcomm::core

@@ -138,5 +138,7 @@ std::optional<DateTime> ParseDateTime(std::string_view text);
 std::optional<Date> ParseDate(std::string_view text);
 // The time part of an accepted text (midnight for a text that holds only a date).
 std::optional<TimeOfDay> ParseTime(std::string_view text);
+// Exactly "yyyy-mm-dd" naming a real day (what a command option or a query string gives).
+std::optional<Date> ParseIsoDate(std::string_view text);
 
 }  // namespace clockcomm::core

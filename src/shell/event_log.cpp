@@ -14,7 +14,31 @@ db::Params DateRange(const core::Date& from, const core::Date& to) {
           to.Format(core::kFormatIsoDate) + " 23:59:59"};
 }
 
+// The WHERE clause of a query, its values appended to params.
+std::string Where(const EventQuery& query, db::Params& params) {
+  params = DateRange(query.from, query.to);
+  std::string where = " WHERE [DateTime] >= ? AND [DateTime] <= ?";
+  if (query.clock_name) {
+    where += " AND UPPER(ClockName) = UPPER(?)";
+    params.emplace_back(*query.clock_name);
+  }
+  if (query.event_type) {
+    where += " AND EventType = ?";
+    params.emplace_back(*query.event_type);
+  }
+  if (query.after_counter > 0) {
+    where += " AND Counter > ?";
+    params.emplace_back(query.after_counter);
+  }
+  return where;
+}
+
 }  // namespace
+
+std::string PurgeQuestion(const core::Date& from, const core::Date& to) {
+  return "Purge From " + from.Format(core::kFormatSqlDate) + " to " +
+         to.Format(core::kFormatSqlDate) + ". Are you sure?";
+}
 
 EventLog::EventLog(std::unique_ptr<db::Database> db) : db_(std::move(db)) {
   db::CreateEventLogSchema(*db_);
@@ -40,6 +64,36 @@ std::vector<EventLogEntry> EventLog::Entries(const core::Date& from, const core:
       "SELECT Counter, [DateTime], ClockName, ClockNumber, EventType, EventDes FROM LogTable "
       "WHERE [DateTime] >= ? AND [DateTime] <= ? ORDER BY Counter",
       DateRange(from, to)));
+}
+
+std::vector<EventLogEntry> EventLog::Find(const EventQuery& query, int64_t offset, int64_t limit) {
+  db::Params params;
+  const std::string where = Where(query, params);
+  params.emplace_back(limit);
+  params.emplace_back(offset);
+  std::lock_guard lock(mutex_);
+  return Rows(db_->Query(
+      "SELECT Counter, [DateTime], ClockName, ClockNumber, EventType, EventDes FROM LogTable" +
+          where + " ORDER BY Counter LIMIT ? OFFSET ?",
+      params));
+}
+
+int64_t EventLog::Count(const EventQuery& query) {
+  db::Params params;
+  const std::string where = Where(query, params);
+  std::lock_guard lock(mutex_);
+  return db_->Query("SELECT COUNT(*) FROM LogTable" + where, params).Field(0).AsInt();
+}
+
+std::vector<std::string> EventLog::EventTypes(const EventQuery& query) {
+  db::Params params;
+  const std::string where = Where(query, params);
+  std::lock_guard lock(mutex_);
+  auto rs =
+      db_->Query("SELECT DISTINCT EventType FROM LogTable" + where + " ORDER BY EventType", params);
+  std::vector<std::string> types;
+  for (; !rs.Eof(); rs.MoveNext()) types.push_back(rs.Field(0).AsText());
+  return types;
 }
 
 std::vector<EventLogEntry> EventLog::LastOfEachClock() {

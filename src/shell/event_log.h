@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +29,20 @@ struct EventLogEntry {
   std::string description;
 };
 
+// The rows a listing takes: the days from `from` 00:00:00 to `to` 23:59:59, and where given one
+// clock (ASCII letters ignoring case), one event type, and only rows after a Counter.
+struct EventQuery {
+  core::Date from;
+  core::Date to;
+  std::optional<std::string> clock_name;
+  std::optional<std::string> event_type;
+  int64_t after_counter = 0;
+};
+
+// What the purge asks before it deletes the rows of a period.
+inline constexpr const char* kPurgeTitle = "Confirm Deletion";
+std::string PurgeQuestion(const core::Date& from, const core::Date& to);
+
 class EventLog {
  public:
   // Takes an open database and creates LogTable when it is missing.
@@ -44,6 +59,11 @@ class EventLog {
   std::vector<EventLogEntry> Entries(const core::Date& from, const core::Date& to);
   // The last row of each clock name (ignoring case), in Counter order.
   std::vector<EventLogEntry> LastOfEachClock();
+  // The rows of the query in Counter order, skipping `offset`, at most `limit`.
+  std::vector<EventLogEntry> Find(const EventQuery& query, int64_t offset, int64_t limit);
+  int64_t Count(const EventQuery& query);
+  // The distinct event types of the query's rows, in order.
+  std::vector<std::string> EventTypes(const EventQuery& query);
   // Deletes the same rows as Entries(from, to) would list; returns how many.
   int64_t Purge(const core::Date& from, const core::Date& to);
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <tuple>
@@ -231,6 +232,27 @@ void TextLogs::PurgeOldFiles(const std::string& prefix, const core::Date& today)
     std::error_code remove_error;  // a file that cannot go is left for the next day
     fs::remove(it->path(), remove_error);
   }
+}
+
+std::vector<TextLogFile> TextLogFilesOf(const fs::path& folder, const core::Date& day) {
+  const std::string general = TextLogs::DebugLogName(day);
+  const std::string screen = TextLogs::ScreenLogName(day);
+  // A per-name log's name ends the way the name of a log called "" would.
+  const std::string named_end = TextLogs::NamedDebugLogName("", day);
+  std::vector<TextLogFile> files;
+  std::error_code error;
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    const std::string name = it->path().filename().string();
+    const bool of_day = name == general || name == screen ||
+                        (name.size() > named_end.size() && name.ends_with(named_end));
+    std::error_code entry_error;
+    if (!of_day || it->is_symlink(entry_error) || !it->is_regular_file(entry_error)) continue;
+    const uintmax_t size = it->file_size(entry_error);
+    if (!entry_error) files.push_back({name, size});
+  }
+  std::sort(files.begin(), files.end(),
+            [](const TextLogFile& a, const TextLogFile& b) { return a.name < b.name; });
+  return files;
 }
 
 }  // namespace clockcomm::shell

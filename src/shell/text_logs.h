@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include "core/clock.h"
 
@@ -91,5 +92,14 @@ class TextLogs {
   bool closing_ = false;
   std::thread flusher_;
 };
+
+// One file of a day's text logs.
+struct TextLogFile {
+  std::string name;
+  uintmax_t size = 0;
+};
+// The files of the day's logs in folder (general, per-name debug and screen log), by name; only
+// regular files, never a link. None when the folder is missing.
+std::vector<TextLogFile> TextLogFilesOf(const std::filesystem::path& folder, const core::Date& day);
 
 }  // namespace clockcomm::shell

@@ -3,7 +3,9 @@
 #include "db/open.h"
 #include "db/schema.h"
 #include "web/console_pages.h"
+#include "web/event_log_api.h"
 #include "web/poll_list_api.h"
+#include "web/punches_api.h"
 #include "web/rule_files_api.h"
 #include "web/settings_api.h"
 #include "web/terminals_api.h"
@@ -45,6 +47,8 @@ std::vector<std::unique_ptr<ApiArea>> ConsoleServer::MakeAreas() {
   areas.push_back(std::make_unique<PollListApi>(OpenProductDatabase(config_), log_));
   areas.push_back(std::make_unique<SettingsApi>(config_.Paths().ProgramDirectory(), log_));
   areas.push_back(std::make_unique<RuleFilesApi>(config_.Paths().ProgramDirectory(), log_));
+  areas.push_back(std::make_unique<EventLogApi>(config_.Paths(), clock_, log_));
+  areas.push_back(std::make_unique<PunchesApi>(config_.Paths(), clock_, log_));
   areas.push_back(std::make_unique<ConsolePages>());
   return areas;
 }

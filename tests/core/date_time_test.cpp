@@ -67,6 +67,14 @@ TEST(ParseDateTime, DateAndTimePartsSeparately) {
   EXPECT_EQ(ParseTime("1/2/2008")->ToString(), "00:00:00");
 }
 
+TEST(ParseIsoDate, OnlyTheExactFormOfARealDay) {
+  EXPECT_EQ(ParseIsoDate("2008-02-29")->ToString(), "2008-02-29");
+  for (const char* refused : {"2009-02-29", "2009-2-03", "2009/02/03", " 2009-02-03", "2009-02-03x",
+                              "+009-02-03", "2009-13-01", "2009-00-10", ""}) {
+    EXPECT_FALSE(ParseIsoDate(refused).has_value()) << refused;
+  }
+}
+
 TEST(Date, ArithmeticAcrossMonthYearAndLeapDays) {
   const Date d = Date::FromYmdOrThrow(2008, 2, 28);
   EXPECT_EQ(d.AddDays(1).ToString(), "2008-02-29");

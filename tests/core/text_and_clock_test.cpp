@@ -65,6 +65,9 @@ TEST(Text, Utf8BackToWindows1252) {
       {"\u0081", std::nullopt},            // a C1 control: unassigned in Windows-1252
       {"\xc3", std::nullopt},              // cut short
       {"\xc0\x80", std::nullopt},          // overlong NUL
+      {"\xe0\x80\xa9", std::nullopt},      // overlong
+      {"\x80", std::nullopt},              // a stray continuation byte
+      {"\xe2\x82", std::nullopt},          // cut short
       {"\xf0\x9f\x98\x80", std::nullopt},  // outside the basic plane
       {"\xff", std::nullopt}};
   for (const auto& [utf8, ansi] : cases) EXPECT_EQ(AnsiFromUtf8(utf8), ansi) << utf8;
