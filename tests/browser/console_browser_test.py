@@ -213,6 +213,8 @@ def live_call(c):
 def call_punches(c):
     c.go("punches")
     c.find("#companies-table")
+    c.wait(lambda d: d.find_elements(By.XPATH, "//select[@id='punches-company']/option[text()='Demo Company']"),
+           "Demo Company among the companies to choose")
     Select(c.find("#punches-company")).select_by_visible_text("Demo Company")
     c.find("#punches-show").click()
     c.text_in("#punches-page", r"\(\d+ punches\)")

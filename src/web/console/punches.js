@@ -34,7 +34,7 @@ CC.pages.punches = function(view) {
     ], answer.companies, {sortable: true, sortKey: 'name', empty: 'No companies.'}));
     const chosen = company.value;
     company.replaceChildren(CC.el('option', {value: ''}, 'any'),
-        answer.companies.map((c) => CC.el('option', {value: c.name, selected: c.name === chosen}, c.name)));
+        ...answer.companies.map((c) => CC.el('option', {value: c.name, selected: c.name === chosen}, c.name)));
   }
 
   async function load() {
@@ -53,7 +53,7 @@ CC.pages.punches = function(view) {
       {key: 'punch_type', label: 'Type'}, {key: 'department', label: 'Dept'}, {key: 'job', label: 'Job'},
       {key: 'date_in', label: 'Date in'}, {key: 'time_in', label: 'Time in'},
       {key: 'date_out', label: 'Date out'}, {key: 'time_out', label: 'Time out'},
-      {key: 'amount', label: 'Amount', className: 'num'}, {key: 'clock', label: 'Clock'},
+      {key: 'amount', label: 'Amount', className: 'num'},
     ], answer.punches, {empty: 'No punches match.'}));
   }
 
