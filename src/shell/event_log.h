@@ -44,6 +44,8 @@ class EventLog {
   std::vector<EventLogEntry> Entries(const core::Date& from, const core::Date& to);
   // The last row of each clock name (ignoring case), in Counter order.
   std::vector<EventLogEntry> LastOfEachClock();
+  // The last `limit` rows of one clock (its name ignoring case), newest first.
+  std::vector<EventLogEntry> LastOfClock(std::string_view clock_name, int limit);
   // Deletes the same rows as Entries(from, to) would list; returns how many.
   int64_t Purge(const core::Date& from, const core::Date& to);
 

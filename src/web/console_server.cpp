@@ -2,6 +2,7 @@
 
 #include "db/open.h"
 #include "db/schema.h"
+#include "web/lines_api.h"
 #include "web/terminals_api.h"
 
 namespace clockcomm::web {
@@ -21,10 +22,13 @@ std::vector<ApiArea*> Pointers(const std::vector<std::unique_ptr<ApiArea>>& area
 
 }  // namespace
 
-ConsoleServer::ConsoleServer(const shell::MyStatic& config, core::Clock& clock, core::LogSink& log)
+ConsoleServer::ConsoleServer(const shell::MyStatic& config, core::Clock& clock, core::LogSink& log,
+                             LineDesk* lines)
     : config_(config),
       clock_(clock),
       log_(log),
+      lines_(lines),
+      screen_(clock),
       product_db_(OpenProductDatabase(config)),
       operators_(*product_db_, hasher_, clock),
       sessions_(clock),
@@ -36,8 +40,21 @@ ConsoleServer::ConsoleServer(const shell::MyStatic& config, core::Clock& clock, 
 std::vector<std::unique_ptr<ApiArea>> ConsoleServer::MakeAreas() {
   std::vector<std::unique_ptr<ApiArea>> areas;
   // The service state is not asked for: the terminal list does not show it.
-  areas.push_back(std::make_unique<TerminalsApi>(
-      [this] { return shell::GatherSiteStatus(config_, clock_, {}); }));
+  TerminalsSource terminals{
+      [this] { return shell::GatherSiteStatus(config_, clock_, {}); },
+      [this] {
+        HealthRules rules;
+        rules.site_type = config_.Comm().terminal_type;
+        rules.offline_after_minutes =
+            shell::OfflineAfterMinutes(config_.InstallInformation(), nullptr);
+        if (lines_ != nullptr) rules.bad_input = lines_->BadInputByClock();
+        return rules;
+      },
+      [this](const std::string& name, int limit) {
+        return shell::EventLog::Open(config_.Paths().EventLogDatabase())->LastOfClock(name, limit);
+      }};
+  areas.push_back(std::make_unique<TerminalsApi>(std::move(terminals), clock_));
+  areas.push_back(std::make_unique<LinesApi>(lines_, screen_, log_));
   return areas;
 }
 
