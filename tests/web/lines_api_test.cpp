@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <condition_variable>
 #include <future>
-#include <mutex>
 #include <nlohmann/json.hpp>
 
 #include "comm/pty_pair.h"
@@ -15,74 +13,12 @@
 #include "test_support/child_process.h"
 #include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
+#include "web/screen_reader.h"
 
 namespace clockcomm::test {
 namespace {
 
 using std::chrono::seconds;
-
-// The live screen read on a thread of its own until the server ends the stream.
-class ScreenReader {
- public:
-  ScreenReader(int port, const std::string& cookie) : client_("127.0.0.1", port) {
-    client_.set_read_timeout(seconds(30));
-    thread_ = std::thread([this, cookie] {
-      auto res = client_.Get(
-          "/api/v1/screen", {{"Cookie", cookie}},
-          [this](const httplib::Response& r) {
-            std::lock_guard lock(mutex_);
-            content_type_ = r.get_header_value("Content-Type");
-            return true;
-          },
-          [this](const char* data, size_t size) {
-            std::lock_guard lock(mutex_);
-            text_.append(data, size);
-            changed_.notify_all();
-            return true;
-          });
-      std::lock_guard lock(mutex_);
-      ended_ = true;
-      changed_.notify_all();
-    });
-  }
-  ~ScreenReader() {
-    client_.stop();  // a test that failed half way leaves the stream open
-    if (thread_.joinable()) thread_.join();
-  }
-  // Blocks until the stream has carried needle (true) or the deadline passes.
-  bool WaitFor(const std::string& needle, seconds within = seconds(20)) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, within, [&] {
-      return text_.find(needle) != std::string::npos || ended_;
-    }) && text_.find(needle) != std::string::npos;
-  }
-  // Waits for news on the screen, at most `within`.
-  void WaitForNews(std::chrono::milliseconds within) {
-    std::unique_lock lock(mutex_);
-    const size_t seen = text_.size();
-    changed_.wait_for(lock, within, [&] { return text_.size() != seen || ended_; });
-  }
-  bool WaitForEnd(seconds within) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, within, [&] { return ended_; });
-  }
-  std::string Text() {
-    std::lock_guard lock(mutex_);
-    return text_;
-  }
-  std::string ContentType() {
-    std::lock_guard lock(mutex_);
-    return content_type_;
-  }
-
- private:
-  httplib::Client client_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::string text_, content_type_;
-  bool ended_ = false;
-  std::thread thread_;
-};
 
 class LinesApiTest : public ::testing::Test {
  protected:
@@ -151,7 +87,7 @@ TEST_F(LinesApiTest, HostACallEndAndPollNowFromTheConsole) {
   EXPECT_EQ(lines.at("lines").at(0).at("id"), "main");
   EXPECT_EQ(lines.at("lines").at(0).at("mode"), "idle");
 
-  ScreenReader screen(port_, olga.cookie);
+  web::ScreenReader screen(port_, {{"Cookie", olga.cookie}});
   auto res = Press(olga, "host");
   ASSERT_TRUE(res);
   ASSERT_EQ(res->status, 200) << res->body;
@@ -192,9 +128,9 @@ TEST_F(LinesApiTest, HostACallEndAndPollNowFromTheConsole) {
   EXPECT_EQ(dock.at("bad_input").at("bad_block_check"), 1);
   EXPECT_EQ(dock.at("offline"), false);
   const auto& calls = dock.at("recent_calls");
-  EXPECT_TRUE(std::any_of(calls.begin(), calls.end(),
-                          [](const auto& e) { return e.at("type") == "End of call"; }))
-      << calls;
+  EXPECT_TRUE(std::any_of(calls.begin(), calls.end(), [](const auto& e) {
+    return e.at("type") == "End of call";
+  })) << calls;
 
   res = Press(olga, "end");
   ASSERT_EQ(res->status, 200) << res->body;
