@@ -10,6 +10,7 @@
 #include "app/commands.h"
 #include "app/families.h"
 #include "app/serve_lines.h"
+#include "app/service_manager.h"
 #include "app/signal_watcher.h"
 #include "app/site_run.h"
 #include "core/errors.h"
@@ -63,8 +64,11 @@ void RunServe(const GlobalOptions& options, const ServeOptions& o) {
   shell::Logs& logs = session->Logs();
   web::ConsoleServer console(session->Config(), clock, logs, lines.get());
   session->Screen().SetTee(&console.Screen());
+  // Under systemd (clockcomm-serve.service): ready once listening, stopping on SIGTERM.
+  ServiceManager service;
   // Before the server's and the lines' threads start, so that the signals reach only the watcher.
   SignalWatcher signals([&] {
+    service.Stopping();
     console.Stop();
     session->Controller().PressEnd();
   });
@@ -80,6 +84,7 @@ void RunServe(const GlobalOptions& options, const ServeOptions& o) {
   if (o.host) lines->Host();
   logs.Event("Console started", url);
   std::cout << "Console and API on " << url << " (End: Ctrl-C)" << std::endl;
+  service.Ready("Console on " + url);
   console.Run();
   if (lines) lines->Shutdown();
   logs.Event("Console stopped", url);

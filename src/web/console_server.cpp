@@ -35,7 +35,11 @@ ConsoleServer::ConsoleServer(const shell::MyStatic& config, core::Clock& clock, 
       limiter_(clock),
       areas_(MakeAreas()),
       routes_({operators_, sessions_, limiter_, log, Pointers(areas_)}),
-      server_(routes_) {}
+      server_(routes_) {
+  std::string warning;
+  shell::OfflineAfterMinutes(config.InstallInformation(), &warning);
+  if (!warning.empty()) log.Event("Configuration warning", warning);
+}
 
 std::vector<std::unique_ptr<ApiArea>> ConsoleServer::MakeAreas() {
   std::vector<std::unique_ptr<ApiArea>> areas;
