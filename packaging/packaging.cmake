@@ -8,6 +8,7 @@ set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 install(TARGETS clockcomm clockcomm-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/clockcomm.service
+              ${PROJECT_SOURCE_DIR}/packaging/clockcomm-serve.service
         DESTINATION lib/systemd/system)
 file(GLOB doc_pages ${PROJECT_SOURCE_DIR}/docs/*.md)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${doc_pages}
@@ -35,7 +36,7 @@ set(CPACK_PACKAGE_NAME clockcomm)
 set(CPACK_PACKAGE_VENDOR "clockcomm")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "communications server for time clocks")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "clockcomm talks to time clocks over serial lines, modems and the network,\ncollects their punches and transfers them into each company's database.\nIt runs as a systemd service (clockcomm.service) and keeps its\nconfiguration in /etc/clockcomm and its data in /var/lib/clockcomm.")
+    "clockcomm talks to time clocks over serial lines, modems and the network,\ncollects their punches and transfers them into each company's database.\nIt runs as a systemd service (clockcomm.service, or clockcomm-serve.service\nwith its web console) and keeps its\nconfiguration in /etc/clockcomm and its data in /var/lib/clockcomm.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)

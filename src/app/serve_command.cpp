@@ -1,14 +1,16 @@
 // serve: the web console and its API for the program folder, until Ctrl-C or SIGTERM; with
-// --host, every line of the site hosts meanwhile, as `host --scheduled` does.
+// --host, every line of the site hosts from the start, as `host --scheduled` does; the console
+// starts and ends host mode and polls.
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include "app/call_session.h"
 #include "app/commands.h"
 #include "app/families.h"
+#include "app/serve_lines.h"
+#include "app/service_manager.h"
 #include "app/signal_watcher.h"
 #include "app/site_run.h"
 #include "core/errors.h"
@@ -25,7 +27,7 @@ struct ServeOptions {
   std::string port;
 };
 
-// The site's lines as `host --scheduled` runs them; refuses a line that type cannot host here.
+// The site's lines as `host --scheduled` runs them; refuses a site whose type they cannot host.
 std::unique_ptr<SiteRun> HostingLines(CallSession& session, const std::string& port) {
   const auto type = session.Config().Comm().terminal_type;
   if (ServedByT4Host(type)) {
@@ -48,23 +50,27 @@ void RunServe(const GlobalOptions& options, const ServeOptions& o) {
       o.listen.empty() ? web::ListenAddress{} : web::ParseListenAddress(o.listen);
   core::SystemClock clock;
   const auto home = RequireHome(options);
-  std::unique_ptr<CallSession> session;
-  std::unique_ptr<SiteRun> site;
-  if (o.host) {
-    session = std::make_unique<CallSession>(home, std::cout, clock);
-    site = HostingLines(*session, o.port);
-  } else if (!o.port.empty()) {
-    throw core::ArgumentException("--port goes with --host.", "port");
+  auto session = std::make_unique<CallSession>(home, std::cout, clock);
+  // The console drives the lines wherever this process can run them; otherwise it only shows
+  // the site, and its buttons are refused.
+  std::unique_ptr<ServeLines> lines;
+  try {
+    lines = std::make_unique<ServeLines>(*session, HostingLines(*session, o.port));
+  } catch (const core::InvalidOperationException& e) {
+    if (o.host) throw;
+    std::cerr << "clockcomm: the console shows the lines but cannot drive them: " << e.what()
+              << "\n";
   }
-  const auto config = shell::MyStatic::Load(home);
-  std::optional<shell::Logs> own_logs;
-  if (!session) own_logs.emplace(config->Paths(), clock);
-  shell::Logs& logs = session ? session->Logs() : *own_logs;
-  web::ConsoleServer console(*config, clock, logs);
+  shell::Logs& logs = session->Logs();
+  web::ConsoleServer console(session->Config(), clock, logs, lines.get());
+  session->Screen().SetTee(&console.Screen());
+  // Under systemd (clockcomm-serve.service): ready once listening, stopping on SIGTERM.
+  ServiceManager service;
   // Before the server's and the lines' threads start, so that the signals reach only the watcher.
   SignalWatcher signals([&] {
+    service.Stopping();
     console.Stop();
-    if (session) session->Controller().PressEnd();
+    session->Controller().PressEnd();
   });
   console.Bind(address);
   const std::string url =
@@ -75,17 +81,12 @@ void RunServe(const GlobalOptions& options, const ServeOptions& o) {
     std::cerr << "clockcomm: no operator can log in yet; add one with `clockcomm user add NAME "
                  "--role administrator`\n";
   }
-  std::thread lines;
-  if (site) {
-    lines = std::thread([&] {
-      if (!site->Host(false, true)) std::cerr << "clockcomm: the lines ended on an error\n";
-    });
-  }
+  if (o.host) lines->Host();
   logs.Event("Console started", url);
   std::cout << "Console and API on " << url << " (End: Ctrl-C)" << std::endl;
+  service.Ready("Console on " + url);
   console.Run();
-  if (session) session->Controller().PressEnd();
-  if (lines.joinable()) lines.join();
+  if (lines) lines->Shutdown();
   logs.Event("Console stopped", url);
   std::cout << "Console stopped" << std::endl;
 }
@@ -101,7 +102,8 @@ void RegisterServeCommand(CLI::App& app, const GlobalOptions& options) {
   serve->add_flag("--host", o->host,
                   "Also host every line of the site meanwhile, polling the poll list's locations "
                   "at their call times (as host --scheduled)");
-  serve->add_option("--port", o->port, "With --host: serial device to use instead of the COM port");
+  serve->add_option("--port", o->port,
+                    "Serial device of the settings' line instead of the COM port's");
   serve->callback([&options, o] { RunServe(options, *o); });
 }
 

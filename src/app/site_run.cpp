@@ -6,6 +6,7 @@
 
 #include "app/families.h"
 #include "core/errors.h"
+#include "core/text.h"
 #include "db/open.h"
 #include "db/schema.h"
 #include "shell/schedule/host_poll_schedule.h"
@@ -20,6 +21,7 @@ struct SiteRun::Line {
   shell::LineServices services;
   std::unique_ptr<shell::LineRunner> runner;  // a serial or modem line
   std::unique_ptr<shell::LanHost> lan;        // the LAN listener
+  std::string id, name, kind;                 // as a console shows it
 
   int Calls() const {
     return runner ? runner->GoodCalls() + runner->FailedCalls()
@@ -41,6 +43,7 @@ SiteRun::SiteRun(CallSession& session, shell::SiteLines lines)
   const bool named = lines_.Count() > 1;
   auto add_line = [&](const std::string& name) -> Line& {
     auto line = std::make_unique<Line>(session.Services());
+    line->id = lines_run_.empty() ? "main" : core::ToLower(name);
     line->services.schedule = nullptr;  // set for the run of a scheduled host
     if (lines_run_.empty()) {
       line->controller = &session.Controller();
@@ -56,6 +59,9 @@ SiteRun::SiteRun(CallSession& session, shell::SiteLines lines)
   const bool lan_first = comm.connection_type == comm::ConnectionType::kLan;
   auto add_lan = [&] {
     Line& line = add_line("LAN");
+    line.kind = "lan";
+    line.name = "LAN listener (" + lines_.lan.listen.host + ":" +
+                std::to_string(lines_.lan.listen.port) + ")";
     shell::LineSettings settings = session.LoopSettings("");
     settings.connection_type = comm::ConnectionType::kLan;
     line.lan = std::make_unique<shell::LanHost>(settings, lines_.lan, Families(), *line.controller,
@@ -64,6 +70,9 @@ SiteRun::SiteRun(CallSession& session, shell::SiteLines lines)
   if (lan_first) add_lan();
   for (const auto& serial : lines_.serial) {
     Line& line = add_line("COM" + std::to_string(serial.com_port));
+    line.kind = serial.type == comm::ConnectionType::kModem ? "modem" : "serial";
+    line.name = "Comm Port " + std::to_string(serial.com_port) + " (" +
+                session.LoopSettings(serial.device).device + ")";
     shell::LineSettings settings = session.LoopSettings(serial.device);
     settings.connection_type = serial.type;
     settings.port_number = serial.com_port;
@@ -81,6 +90,20 @@ void SiteRun::EndOthers() {
   for (auto& line : lines_run_) {
     if (line->own_controller) line->own_controller->PressEnd();
   }
+}
+
+std::vector<SiteRun::LineInfo> SiteRun::LineInfos() const {
+  std::vector<LineInfo> infos;
+  for (const auto& line : lines_run_) {
+    LineInfo info{line->id, line->name, line->kind, line->controller->Snapshot(),
+                  line->controller->BadInputByClock()};
+    if (line->lan) {  // each network call has a controller of its own
+      info.snapshot.calls = line->lan->GoodCalls() + line->lan->FailedCalls();
+      info.snapshot.good_calls = line->lan->GoodCalls();
+    }
+    infos.push_back(std::move(info));
+  }
+  return infos;
 }
 
 void SiteRun::StartRun() {

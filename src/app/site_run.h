@@ -5,8 +5,10 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "app/call_session.h"
@@ -42,6 +44,16 @@ class SiteRun {
   void SetIdleEnd(const core::StopSignal* idle_end);
   // What the mode line says of an automatic start.
   void SetAutoStart(shell::AutoStartMode mode, const std::string& end_time);
+
+  // What a console shows of each line, the settings' line first.
+  struct LineInfo {
+    std::string id;    // "main", "com2", "lan"
+    std::string name;  // "Comm Port 2 (/dev/ttyS1)", "LAN listener (0.0.0.0:3001)"
+    std::string kind;  // "serial", "modem" or "lan"
+    terminal::CallSnapshot snapshot;
+    std::map<std::string, terminal::InputCounters> bad_input_by_clock;
+  };
+  std::vector<LineInfo> LineInfos() const;
 
  private:
   struct Line;

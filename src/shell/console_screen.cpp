@@ -18,6 +18,7 @@ bool StartsWithDateTime(std::string_view text) {
 }  // namespace
 
 void ConsoleScreen::Line(std::string_view text) {
+  if (tee_ != nullptr) tee_->Line(text);
   if (without_time_ && StartsWithDateTime(text)) text.remove_prefix(20);
   std::lock_guard lock(mutex_);
   FlushProgress();
@@ -25,6 +26,7 @@ void ConsoleScreen::Line(std::string_view text) {
 }
 
 void ConsoleScreen::Status(std::string_view text) {
+  if (tee_ != nullptr) tee_->Status(text);
   std::function<void(std::string_view)> listener;
   {
     std::lock_guard lock(mutex_);
@@ -43,6 +45,7 @@ void ConsoleScreen::SetStatusListener(std::function<void(std::string_view)> list
 }
 
 void ConsoleScreen::AppendStatus(std::string_view text) {
+  if (tee_ != nullptr) tee_->AppendStatus(text);
   std::lock_guard lock(mutex_);
   status_ += text;
 }

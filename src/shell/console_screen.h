@@ -25,6 +25,9 @@ class ConsoleScreen : public terminal::ScreenSink {
   void SetLinesWithoutTime(bool without) { without_time_ = without; }
   // Called with each new status line (the service manager shows it), outside the screen's lock.
   void SetStatusListener(std::function<void(std::string_view)> listener);
+  // Everything shown is also shown on tee (the web console's live screen), whole lines with
+  // their time. Set before the lines start.
+  void SetTee(terminal::ScreenSink* tee) { tee_ = tee; }
 
  private:
   void FlushProgress();
@@ -35,6 +38,7 @@ class ConsoleScreen : public terminal::ScreenSink {
   size_t progress_shown_ = 0;
   std::function<void(std::string_view)> status_listener_;
   bool without_time_ = false;
+  terminal::ScreenSink* tee_ = nullptr;
 };
 
 }  // namespace clockcomm::shell

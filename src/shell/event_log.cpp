@@ -104,6 +104,14 @@ std::vector<EventLogEntry> EventLog::LastOfEachClock() {
       "GROUP BY UPPER(ClockName)) ORDER BY Counter"));
 }
 
+std::vector<EventLogEntry> EventLog::LastOfClock(std::string_view clock_name, int limit) {
+  std::lock_guard lock(mutex_);
+  return Rows(db_->Query(
+      "SELECT Counter, [DateTime], ClockName, ClockNumber, EventType, EventDes FROM LogTable "
+      "WHERE UPPER(ClockName) = UPPER(?) ORDER BY Counter DESC LIMIT ?",
+      {db::Value(std::string(clock_name)), db::Value(int64_t{limit})}));
+}
+
 std::vector<EventLogEntry> EventLog::Rows(db::Recordset rs) {
   std::vector<EventLogEntry> entries;
   for (; !rs.Eof(); rs.MoveNext()) {

@@ -64,6 +64,8 @@ class EventLog {
   int64_t Count(const EventQuery& query);
   // The distinct event types of the query's rows, in order.
   std::vector<std::string> EventTypes(const EventQuery& query);
+  // The last `limit` rows of one clock (its name ignoring case), newest first.
+  std::vector<EventLogEntry> LastOfClock(std::string_view clock_name, int limit);
   // Deletes the same rows as Entries(from, to) would list; returns how many.
   int64_t Purge(const core::Date& from, const core::Date& to);
 

@@ -57,6 +57,15 @@ std::vector<TerminalStatus> KnownTerminals(const MyPaths& paths,
   for (const PollRow& row : PollList(*product_db).ReadPollRows()) {
     TerminalStatus& terminal = add(row.location_name, "poll list");
     if (row.select_to_dial && row.dial_time) terminal.call_time = row.dial_time;
+    if (row.terminal_type) terminal.terminal_type = row.terminal_type;
+  }
+  // The T4 host's clocks, also those no company names yet (an older folder has no such table).
+  if (product_db->HasColumn("T4Clocks", "ClockName")) {
+    for (auto rs = product_db->Query("SELECT ClockName FROM T4Clocks ORDER BY ClockID"); !rs.Eof();
+         rs.MoveNext()) {
+      add(rs.Field("ClockName").AsText(), "T4 clock").terminal_type =
+          terminal::TerminalType::kFingerprint;
+    }
   }
   return terminals;
 }
@@ -137,6 +146,22 @@ std::string OptionalJson(const std::optional<T>& value) {
 }
 
 }  // namespace
+
+std::optional<int> OfflineAfterMinutes(const InstallInformation& install, std::string* warning) {
+  const std::string text = install.Value(kConsoleSection, "OfflineAfterMinutes");
+  if (text.empty()) return kDefaultOfflineAfterMinutes;
+  const auto minutes = core::ParseInt(text);
+  if (!minutes || *minutes < 0) {
+    if (warning != nullptr) {
+      *warning = "[Console] OfflineAfterMinutes \"" + text +
+                 "\" is not a whole number of minutes; " +
+                 std::to_string(kDefaultOfflineAfterMinutes) + " is used";
+    }
+    return kDefaultOfflineAfterMinutes;
+  }
+  if (*minutes == 0) return std::nullopt;
+  return *minutes;
+}
 
 SiteStatus GatherSiteStatus(const MyStatic& config, core::Clock& clock, ServiceState service) {
   SiteStatus status;

@@ -11,6 +11,7 @@
 #include "core/date_time.h"
 #include "shell/event_log.h"
 #include "shell/my_static.h"
+#include "terminal/terminal_type.h"
 
 namespace clockcomm::shell {
 
@@ -29,8 +30,10 @@ struct ServiceState {
 
 struct TerminalStatus {
   std::string name;
-  std::string known_as;  // "clock of Acme", "poll list", "event log"
-  std::string company;   // the company whose clock it is; empty: none
+  std::string known_as;  // "clock of Acme", "poll list", "T4 clock", "event log"
+  // The make of the terminal where the site says it; nothing: the settings' terminal type.
+  std::optional<terminal::TerminalType> terminal_type;
+  std::string company;  // the company whose clock it is; empty: none
   std::optional<core::TimeOfDay> call_time;
   std::optional<core::DateTime> last_contact;
   std::string last_event;  // "End of call: ..."
@@ -63,6 +66,14 @@ struct SiteStatus {
   std::vector<EventLogEntry> errors;   // newest first
   std::vector<std::string> attention;  // each thing that needs a look; empty: all is well
 };
+
+// A terminal without a call time that has not called for this long is offline, unless registry.ini
+// says otherwise ([Console] OfflineAfterMinutes; 0 turns that alarm off).
+inline constexpr int kDefaultOfflineAfterMinutes = 60;
+inline constexpr const char* kConsoleSection = "Console";
+// The minutes of [Console] OfflineAfterMinutes: nothing for 0 (no alarm), the default when the
+// value is missing or not a whole number of minutes (with the reason in warning).
+std::optional<int> OfflineAfterMinutes(const InstallInformation& install, std::string* warning);
 
 // Reads the event log, the poll list, the company registry and databases and the data folder.
 SiteStatus GatherSiteStatus(const MyStatic& config, core::Clock& clock, ServiceState service);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "core/screen_message.h"
+#include "core/text.h"
 
 namespace clockcomm::terminal {
 
@@ -39,6 +40,9 @@ void CallController::FinishCall(bool succeeded, int punches, const InputCounters
     snapshot_.in_call = false;
     ++snapshot_.calls;
     snapshot_.bad_input += bad_input;
+    if (!snapshot_.clock_name.empty()) {
+      bad_input_by_clock_[core::ToUpper(snapshot_.clock_name)] += bad_input;
+    }
     if (succeeded) {
       ++snapshot_.good_calls;
       snapshot_.punches += punches;
@@ -50,6 +54,27 @@ void CallController::FinishCall(bool succeeded, int punches, const InputCounters
 CallSnapshot CallController::Snapshot() const {
   std::lock_guard lock(snapshot_mutex_);
   return snapshot_;
+}
+
+std::map<std::string, InputCounters> CallController::BadInputByClock() const {
+  std::lock_guard lock(snapshot_mutex_);
+  return bad_input_by_clock_;
+}
+
+void CallController::Status(std::string_view text) {
+  {
+    std::lock_guard lock(snapshot_mutex_);
+    snapshot_.status = std::string(text);
+  }
+  screen_.Status(text);
+}
+
+void CallController::AppendStatus(std::string_view text) {
+  {
+    std::lock_guard lock(snapshot_mutex_);
+    snapshot_.status += text;
+  }
+  screen_.AppendStatus(text);
 }
 
 void CallController::Show(std::string_view format,

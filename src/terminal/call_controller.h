@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>
+#include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -42,6 +43,7 @@ struct CallSnapshot {
   int good_calls = 0;
   int punches = 0;
   InputCounters bad_input;
+  std::string status;  // the line's own status line
 };
 
 class CallController : public core::LogSink {
@@ -69,11 +71,13 @@ class CallController : public core::LogSink {
   // The call is over: counted, with the bad input its line saw.
   void FinishCall(bool succeeded, int punches, const InputCounters& bad_input);
   CallSnapshot Snapshot() const;
+  // The bad input of the calls of each clock on this line, by upper-case clock name.
+  std::map<std::string, InputCounters> BadInputByClock() const;
 
   // A screen line: "{0}" is now, "{1}"... the details. Also written to the screen log.
   void Show(std::string_view format, std::initializer_list<std::string_view> details = {});
-  void Status(std::string_view text) { screen_.Status(text); }
-  void AppendStatus(std::string_view text) { screen_.AppendStatus(text); }
+  void Status(std::string_view text);
+  void AppendStatus(std::string_view text);
 
   // core::LogSink: events and debug lines to the logs; a screen line to the screen and its log.
   void Event(std::string_view type, std::string_view description) override {
@@ -101,6 +105,7 @@ class CallController : public core::LogSink {
   std::atomic<bool> run_failed_{false};
   mutable std::mutex snapshot_mutex_;
   CallSnapshot snapshot_;
+  std::map<std::string, InputCounters> bad_input_by_clock_;
   std::string line_name_;
 };
 

@@ -10,9 +10,11 @@
 #include "db/database.h"
 #include "shell/my_static.h"
 #include "web/api_routes.h"
+#include "web/line_desk.h"
 #include "web/login_limiter.h"
 #include "web/operator_store.h"
 #include "web/password_hasher.h"
+#include "web/screen_feed.h"
 #include "web/session_store.h"
 #include "web/web_server.h"
 
@@ -20,14 +22,22 @@ namespace clockcomm::web {
 
 class ConsoleServer {
  public:
-  // Opens the product database of config (and brings it to the newest schema).
-  ConsoleServer(const shell::MyStatic& config, core::Clock& clock, core::LogSink& log);
+  // Opens the product database of config (and brings it to the newest schema). lines: what the
+  // console drives of the process's lines; null when it runs none.
+  ConsoleServer(const shell::MyStatic& config, core::Clock& clock, core::LogSink& log,
+                LineDesk* lines = nullptr);
 
   void Bind(const ListenAddress& address) { server_.Bind(address); }
   int Port() const { return server_.Port(); }
   void Run() { server_.Run(); }
-  void Stop() { server_.Stop(); }
+  // The live screens end first: their streams would hold the server's threads.
+  void Stop() {
+    screen_.Stop();
+    server_.Stop();
+  }
   OperatorStore& Operators() { return operators_; }
+  // Where the lines' screen lines go for the live screens.
+  ScreenFeed& Screen() { return screen_; }
 
  private:
   // The areas of the API, each with the site's services it reads and drives.
@@ -36,6 +46,8 @@ class ConsoleServer {
   const shell::MyStatic& config_;
   core::Clock& clock_;
   core::LogSink& log_;
+  LineDesk* lines_;
+  ScreenFeed screen_;
   std::unique_ptr<db::Database> product_db_;
   PasswordHasher hasher_;
   OperatorStore operators_;

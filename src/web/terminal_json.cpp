@@ -16,29 +16,64 @@ nlohmann::json OrNull(const std::optional<T>& value) {
 
 }  // namespace
 
-nlohmann::json TerminalsJson(const shell::SiteStatus& status) {
+nlohmann::json TerminalJson(const shell::SiteStatus& status, const shell::TerminalStatus& t,
+                            const HealthRules& rules) {
+  const auto punches =
+      std::find_if(status.punches.begin(), status.punches.end(),
+                   [&](const shell::CompanyPunches& p) { return p.company == t.company; });
+  const bool counted = !t.company.empty() && punches != status.punches.end();
+  // A terminal called at a time of day should be heard from daily; one that calls in, as often
+  // as the site says.
+  const std::optional<int> interval =
+      t.call_time ? std::optional<int>(shell::kOverdueHours * 60) : rules.offline_after_minutes;
+  const bool offline =
+      interval && (!t.last_contact ||
+                   core::SecondsBetween(*t.last_contact, status.now) > int64_t{*interval} * 60);
+  nlohmann::json bad_input(nullptr);
+  if (const auto it = rules.bad_input.find(core::ToUpper(t.name)); it != rules.bad_input.end()) {
+    bad_input = {{"bad_block_check", it->second.bad_block_check},
+                 {"bad_length", it->second.bad_length},
+                 {"timeouts", it->second.timeouts},
+                 {"unknown_packets", it->second.unknown_packets}};
+  }
+  return {
+      {"name", Text(t.name)},
+      {"known_as", Text(t.known_as)},
+      {"company", t.company.empty() ? nlohmann::json(nullptr) : Text(t.company)},
+      {"family", terminal::TerminalTypeName(t.terminal_type.value_or(rules.site_type))},
+      {"call_time", t.call_time ? nlohmann::json(t.call_time->Format(core::kFormatHourMinute))
+                                : nlohmann::json(nullptr)},
+      {"last_contact",
+       t.last_contact ? nlohmann::json(t.last_contact->ToString()) : nlohmann::json(nullptr)},
+      {"last_event", t.last_contact ? Text(t.last_event) : nlohmann::json(nullptr)},
+      {"last_failed", t.last_failed},
+      {"overdue", t.overdue},
+      {"offline", offline},
+      {"expected_interval_minutes", OrNull(interval)},
+      {"bad_input", std::move(bad_input)},
+      // No family here tells how many punches a terminal still holds.
+      {"punches_waiting", nullptr},
+      {"punches_today", counted ? OrNull(punches->today) : nlohmann::json(nullptr)},
+      {"punches_last_24h", counted ? OrNull(punches->last_24h) : nlohmann::json(nullptr)},
+  };
+}
+
+nlohmann::json TerminalsJson(const shell::SiteStatus& status, const HealthRules& rules) {
   nlohmann::json terminals = nlohmann::json::array();
   for (const shell::TerminalStatus& t : status.terminals) {
-    const auto punches =
-        std::find_if(status.punches.begin(), status.punches.end(),
-                     [&](const shell::CompanyPunches& p) { return p.company == t.company; });
-    const bool counted = !t.company.empty() && punches != status.punches.end();
-    terminals.push_back({
-        {"name", Text(t.name)},
-        {"known_as", Text(t.known_as)},
-        {"company", t.company.empty() ? nlohmann::json(nullptr) : Text(t.company)},
-        {"call_time", t.call_time ? nlohmann::json(t.call_time->Format(core::kFormatHourMinute))
-                                  : nlohmann::json(nullptr)},
-        {"last_contact",
-         t.last_contact ? nlohmann::json(t.last_contact->ToString()) : nlohmann::json(nullptr)},
-        {"last_event", t.last_contact ? Text(t.last_event) : nlohmann::json(nullptr)},
-        {"last_failed", t.last_failed},
-        {"overdue", t.overdue},
-        {"punches_today", counted ? OrNull(punches->today) : nlohmann::json(nullptr)},
-        {"punches_last_24h", counted ? OrNull(punches->last_24h) : nlohmann::json(nullptr)},
-    });
+    terminals.push_back(TerminalJson(status, t, rules));
   }
   return {{"time", status.now.ToString()}, {"terminals", std::move(terminals)}};
+}
+
+nlohmann::json CallsJson(const std::vector<shell::EventLogEntry>& entries) {
+  nlohmann::json calls = nlohmann::json::array();
+  for (const auto& e : entries) {
+    calls.push_back({{"time", e.date_time.ToString()},
+                     {"type", Text(e.event_type)},
+                     {"description", Text(e.description)}});
+  }
+  return calls;
 }
 
 }  // namespace clockcomm::web

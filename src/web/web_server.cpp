@@ -58,6 +58,8 @@ WebServer::WebServer(ApiRoutes& routes) {
     const int yes = 1;
     setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
   });
+  // A fixed pool, larger than the live screens that may hold a thread each.
+  server_.new_task_queue = [] { return new httplib::ThreadPool(kRequestThreads); };
   server_.set_keep_alive_max_count(1);
   server_.set_keep_alive_timeout(kSilentClient.count());
   routes.Register(server_);

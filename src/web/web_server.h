@@ -20,6 +20,9 @@ inline constexpr const char* kDefaultConsoleHost = "127.0.0.1";
 // How long a connection may stay silent before its request.
 inline constexpr std::chrono::seconds kSilentClient{2};
 
+// Threads that answer requests; a few of them may be held by live screens.
+inline constexpr size_t kRequestThreads = 16;
+
 struct ListenAddress {
   std::string host = kDefaultConsoleHost;
   int port = kDefaultConsolePort;

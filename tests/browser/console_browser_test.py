@@ -34,7 +34,6 @@ WAIT = 15  # seconds any one thing may take to appear
 
 # Steps that need another part of the API; switch each on by removing it here.
 PENDING = {
-    "live_call": "needs GET /api/v1/screen and /api/v1/lines (lines area)",
 }
 
 

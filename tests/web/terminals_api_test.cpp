@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "db/open.h"
+#include "shell/site_status.h"
 #include "web/console_fixture.h"
 
 namespace clockcomm::web {
@@ -41,25 +42,52 @@ TEST_F(ConsoleFixture, TerminalsShowContactsAndPunchesOfTodayAndTheLast24Hours) 
          date_out ? db::Value(date_out) : db::Value(),
          time_out ? db::Value(time_out) : db::Value()});
   }
+  // A T4 clock no company names yet is listed too.
+  db::Open(config_->Paths().ClockwynDatabase())
+      ->Execute("INSERT INTO T4Clocks (ClockName, Address) VALUES ('FINGER', '10.0.0.9')");
   AddOperator("victor", Role::kViewer);
   LoginAs("victor");
   auto res = Send("GET", "/api/v1/terminals");
   ASSERT_TRUE(res);
   ASSERT_EQ(res->status, 200) << res->body;
   EXPECT_EQ(res->get_header_value("Content-Type"), "application/json; charset=utf-8");
+  // Offline: DOCK calls in and has been silent for four hours (more than the 60 minutes of a
+  // hosted terminal); YARD was due daily and missed two days; FINGER was never heard from.
   const auto body = nlohmann::json::parse(res->body);
   EXPECT_EQ(body.at("time"), "2009-10-21 12:00:00");
   EXPECT_EQ(body.at("terminals"), nlohmann::json::parse(R"([
-    {"name": "DOCK", "known_as": "clock of Acme", "company": "Acme", "call_time": null,
-     "last_contact": "2009-10-21 08:01:00", "last_event": "End of call: 4 punches",
-     "last_failed": false, "overdue": false, "punches_today": 3, "punches_last_24h": 3},
-    {"name": "GATE", "known_as": "poll list", "company": null, "call_time": "06:00",
-     "last_contact": "2009-10-21 06:01:00", "last_event": "Outbound Call Failed: no answer",
-     "last_failed": true, "overdue": false, "punches_today": null, "punches_last_24h": null},
-    {"name": "YARD", "known_as": "poll list", "company": null, "call_time": "07:00",
-     "last_contact": "2009-10-19 07:00:00", "last_event": "End of call",
-     "last_failed": false, "overdue": true, "punches_today": null, "punches_last_24h": null}
+    {"name": "DOCK", "known_as": "clock of Acme", "company": "Acme", "family": "ZON / Tranz",
+     "call_time": null, "last_contact": "2009-10-21 08:01:00",
+     "last_event": "End of call: 4 punches", "last_failed": false, "overdue": false,
+     "offline": true, "expected_interval_minutes": 60, "bad_input": null,
+     "punches_waiting": null, "punches_today": 3, "punches_last_24h": 3},
+    {"name": "GATE", "known_as": "poll list", "company": null, "family": "ZON / Tranz",
+     "call_time": "06:00", "last_contact": "2009-10-21 06:01:00",
+     "last_event": "Outbound Call Failed: no answer", "last_failed": true, "overdue": false,
+     "offline": false, "expected_interval_minutes": 1500, "bad_input": null,
+     "punches_waiting": null, "punches_today": null, "punches_last_24h": null},
+    {"name": "YARD", "known_as": "poll list", "company": null, "family": "ZON / Tranz",
+     "call_time": "07:00", "last_contact": "2009-10-19 07:00:00", "last_event": "End of call",
+     "last_failed": false, "overdue": true, "offline": true, "expected_interval_minutes": 1500,
+     "bad_input": null, "punches_waiting": null, "punches_today": null, "punches_last_24h": null},
+    {"name": "FINGER", "known_as": "T4 clock", "company": null, "family": "Fingerprint",
+     "call_time": null, "last_contact": null, "last_event": null, "last_failed": false,
+     "overdue": false, "offline": true, "expected_interval_minutes": 60, "bad_input": null,
+     "punches_waiting": null, "punches_today": null, "punches_last_24h": null}
   ])"));
+
+  // One terminal, by its name in any case, with its calls newest first; an unknown name is a 404.
+  log->Write(At(21, 9), "yard", 4, "Outbound Call Failed", "busy");
+  res = Send("GET", "/api/v1/terminals/Yard");
+  ASSERT_EQ(res->status, 200) << res->body;
+  const auto yard = nlohmann::json::parse(res->body);
+  EXPECT_EQ(yard.at("known_as"), "poll list");
+  EXPECT_EQ(yard.at("recent_calls"), nlohmann::json::parse(R"([
+    {"time": "2009-10-21 09:00:00", "type": "Outbound Call Failed", "description": "busy"},
+    {"time": "2009-10-19 07:00:00", "type": "End of call", "description": ""}])"));
+  res = Send("GET", "/api/v1/terminals/NOWHERE%27%20OR%201%3D1");
+  EXPECT_EQ(res->status, 404);
+  EXPECT_EQ(res->body, R"({"error":"No terminal of the site is named \"NOWHERE' OR 1=1\"."})");
 }
 
 // A clock name in the single-byte text of the terminals arrives as UTF-8.
@@ -87,6 +115,22 @@ TEST_F(ConsoleFixture, AFailureIsA500AndAnEventNotACrash) {
   EXPECT_THAT(Events().back(),
               testing::StartsWith("System error: Console GET /api/v1/terminals: "));
   EXPECT_EQ(Send("GET", "/api/v1/session")->status, 200) << "still serving";
+}
+
+// How long a terminal that calls in may be silent: registry.ini [Console] OfflineAfterMinutes.
+TEST(OfflineAfterMinutesTest, TheSettingItsDefaultAndItsRefusals) {
+  for (const auto& [value, minutes, warned] :
+       std::vector<std::tuple<std::string, std::optional<int>, bool>>{{"", 60, false},
+                                                                      {"300", 300, false},
+                                                                      {"0", std::nullopt, false},
+                                                                      {"-5", 60, true},
+                                                                      {"ten", 60, true}}) {
+    shell::InstallInformation install;
+    install.SetValue("Console", "OfflineAfterMinutes", value);
+    std::string warning;
+    EXPECT_EQ(shell::OfflineAfterMinutes(install, &warning), minutes) << value;
+    EXPECT_EQ(!warning.empty(), warned) << value << ": " << warning;
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // the scheduled locations meanwhile, and at End hangs every terminal up.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <list>
@@ -91,9 +92,9 @@ class LanHost {
   std::mutex mutex_;
   std::condition_variable changed_;
   std::list<Active> active_;
-  core::StopSignal call_ended_;  // a call has ended: the listener wakes to count it
-  int good_calls_ = 0;
-  int failed_calls_ = 0;
+  core::StopSignal call_ended_;     // a call has ended: the listener wakes to count it
+  std::atomic<int> good_calls_{0};  // read by a console while the calls run
+  std::atomic<int> failed_calls_{0};
   std::optional<bool> first_call_delivered_;
 };
 
