@@ -1,7 +1,8 @@
 # Entry points: `make demo` runs the main job on the embedded default; `make test` installs what is
 # missing, builds, and runs every test (plain build, sanitizer build, short fuzz runs); `make soak`
 # kills the program 1,000 times in real calls and checks that every punch went in once; `make deb`
-# builds the Debian package into $(BUILD)/.
+# builds the Debian package into $(BUILD)/; `make console` serves the web console on the demo's
+# folder.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
@@ -9,7 +10,7 @@ JOBS       ?= $(shell nproc)
 FUZZ_SECONDS ?= 15
 SOAK_KILL_POINTS ?= 1000
 
-.PHONY: all bootstrap build deb test unit-test asan-test fuzz-test soak bench demo format clean
+.PHONY: all bootstrap build deb test unit-test asan-test fuzz-test soak bench demo console format clean
 
 all: build
 
@@ -50,6 +51,14 @@ bench: build
 
 demo: build
 	$(BUILD)/clockcomm demo
+
+# The console on make demo's folder (made first when missing), with the demo's own operator
+# "admin", password "demo", for a first look on this machine only (127.0.0.1).
+console: build
+	@test -d demo-home || $(BUILD)/clockcomm demo
+	@$(BUILD)/clockcomm --home demo-home user list | grep -q '^admin\b' || \
+	  printf 'demo\n' | $(BUILD)/clockcomm --home demo-home user add admin --role administrator
+	$(BUILD)/clockcomm --home demo-home serve
 
 format:
 	clang-format -i $$(git ls-files '*.h' '*.cpp')
