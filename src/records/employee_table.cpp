@@ -88,4 +88,23 @@ void EmployeeTable::CopyToLevel1(int32_t card) {
       {card});
 }
 
+std::vector<Employee> EmployeeTable::List(int64_t offset, int64_t limit) {
+  auto rs = db_.Query(
+      "SELECT [Card ID], [Employee Name], [Home Department], DefaultAssignment, Active "
+      "FROM [Employee Table] ORDER BY [Card ID] LIMIT ? OFFSET ?",
+      {limit, offset});
+  std::vector<Employee> employees;
+  for (; !rs.Eof(); rs.MoveNext()) {
+    employees.push_back({static_cast<int32_t>(rs.Field("Card ID").AsInt()),
+                         rs.Field("Employee Name").AsText(),
+                         rs.Field("Home Department").AsOptionalInt(),
+                         rs.Field("DefaultAssignment").AsText(), rs.Field("Active").AsInt() != 0});
+  }
+  return employees;
+}
+
+int64_t EmployeeTable::Count() {
+  return db_.Query("SELECT COUNT(*) FROM [Employee Table]").Field(0).AsInt();
+}
+
 }  // namespace clockcomm::records

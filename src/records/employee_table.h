@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "db/database.h"
 
@@ -17,6 +18,7 @@ struct Employee {
   std::string name;
   std::optional<int32_t> home_department;
   std::string default_job;
+  bool active = true;
 };
 
 // Reads an employee from texts as typed or imported, each trimmed; an empty home department is
@@ -36,6 +38,9 @@ class EmployeeTable {
   // Adds the employee, or updates the card's home department and default job, and its name
   // unless the new one is empty.
   void Put(const Employee& employee);
+  // The employees by card, skipping `offset`, at most `limit`; and how many there are.
+  std::vector<Employee> List(int64_t offset, int64_t limit);
+  int64_t Count();
 
  private:
   // Copies the card's name and Active flag from [Employee Table] to LEVEL1.

@@ -9,6 +9,7 @@
 #include "db/open.h"
 #include "records/company_factory.h"
 #include "records/employee_hours.h"
+#include "records/employee_table.h"
 #include "records/stored_punches.h"
 #include "records/terminal_data.h"
 #include "web/api_reply.h"
@@ -76,6 +77,9 @@ void PunchesApi::Register(httplib::Server& server, ApiGate& gate) {
   server.Get("/api/v1/companies", [this, &gate](const Request& req, Response& res) {
     if (gate.Allow(req, res, Role::kViewer)) Companies(res);
   });
+  server.Get("/api/v1/employees", [this, &gate](const Request& req, Response& res) {
+    if (gate.Allow(req, res, Role::kViewer)) Employees(req, res);
+  });
   server.Get("/api/v1/punches", [this, &gate](const Request& req, Response& res) {
     if (gate.Allow(req, res, Role::kViewer)) Punches(req, res);
   });
@@ -115,6 +119,32 @@ void PunchesApi::Companies(Response& res) {
                                      : nlohmann::json(c.ClockDataTableLastUpdated().ToString())}});
   }
   ReplyJson(res, 200, {{"companies", std::move(companies)}});
+}
+
+void PunchesApi::Employees(const Request& req, Response& res) {
+  QueryParams params(req);
+  params.Require("company");
+  const auto name = params.Text("company");
+  const Paging paging = params.Page();
+  if (params.Refused(res)) return;
+  auto company = Open(*name, res);
+  if (!company) return;
+  records::EmployeeTable table(*company->db);
+  nlohmann::json list = nlohmann::json::array();
+  for (const records::Employee& e : table.List(paging.Offset(), paging.page_size)) {
+    list.push_back({{"badge", e.card},
+                    {"name", Text(e.name)},
+                    {"home_department", e.home_department ? nlohmann::json(*e.home_department)
+                                                          : nlohmann::json(nullptr)},
+                    {"default_job", Text(e.default_job)},
+                    {"active", e.active}});
+  }
+  ReplyJson(res, 200,
+            {{"company", Text(company->company.Name())},
+             {"employees", std::move(list)},
+             {"total", table.Count()},
+             {"page", paging.page},
+             {"page_size", paging.page_size}});
 }
 
 void PunchesApi::Punches(const Request& req, Response& res) {

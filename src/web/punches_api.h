@@ -1,4 +1,5 @@
-// The companies and their punches: GET /api/v1/companies (the registry), GET /api/v1/punches (a
+// The companies, their employees and punches: GET /api/v1/companies (the registry), GET
+// /api/v1/employees (a company's [Employee Table], a page at a time), GET /api/v1/punches (a
 // company's [Clock Data Table] by badge and day, a page as JSON or every row as CSV) and GET
 // /api/v1/employee-hours (the hours answer a terminal gets for a badge).
 #pragma once
@@ -32,6 +33,7 @@ class PunchesApi : public ApiArea {
   };
 
   void Companies(httplib::Response& res);
+  void Employees(const httplib::Request& req, httplib::Response& res);
   void Punches(const httplib::Request& req, httplib::Response& res);
   void EmployeeHours(const httplib::Request& req, httplib::Response& res);
   // The named company and its database; nothing, with the 404 in res, for an unknown company or a

@@ -224,6 +224,9 @@ def call_punches(c):
     c.find("#punches-table tbody td.num")
     assert "format=csv" in c.find("#punches-csv").get_attribute("href")
     c.shot("punches")
+    c.find("#employees-show").click()
+    c.text_in("#employees-table tbody tr", r"12\s+Ada Lovelace\s+7\s+J1\s+yes")
+    c.shot("employees")
 
 
 def poll_list_edit(c):

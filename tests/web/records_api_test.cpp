@@ -297,7 +297,7 @@ TEST_F(RecordsApiTest, CsvExportHasEveryMatchingRowAcrossBatches) {
   }
 }
 
-TEST_F(RecordsApiTest, EmployeeHoursAreWhatATerminalIsAnswered) {
+TEST_F(RecordsApiTest, EmployeesAreListedAndTheirHoursAreWhatATerminalIsAnswered) {
   Run("company add Acme --clock DOCK --dir acme --pay-period weekly --start 2009-10-19");
   Run("employee add --company Acme --card 12 --name Ann");
   AddPunches({{12, "I", At(19, 8), "", std::nullopt},
@@ -308,6 +308,14 @@ TEST_F(RecordsApiTest, EmployeeHoursAreWhatATerminalIsAnswered) {
       "INSERT INTO [Employee Table] ([Card ID], [Employee Name], Active) "
       "VALUES (13, 'Bob', 0)");
   LoginAs("viv");
+  auto [listed, employees] = Get("/api/v1/employees?company=acme");
+  ASSERT_EQ(listed, 200) << employees;
+  EXPECT_EQ(employees.at("employees"), json::parse(R"([
+      {"badge":12,"name":"Ann","home_department":null,"default_job":"","active":true},
+      {"badge":13,"name":"Bob","home_department":null,"default_job":"","active":false}])"));
+  std::tie(listed, employees) = Get("/api/v1/employees?company=Acme&page=2&page_size=1");
+  EXPECT_EQ(employees.at("total"), 2);
+  EXPECT_EQ(Ids(employees.at("employees"), "badge"), std::vector<int64_t>{13});
   for (const char* company_param : {"", "&company=acme"}) {
     const std::string suffix = company_param;
     auto [status, body] = Get("/api/v1/employee-hours?badge=12" + suffix);
@@ -359,6 +367,8 @@ TEST_F(RecordsApiTest, RefusalsAndInjections) {
       {"viv", "GET", "/api/v1/punches?company=Acme&format=xml", 400, "expected json or csv"},
       {"viv", "GET", "/api/v1/punches?company=Acme'%20OR%20'1'%3D'1", 404,
        "No company named \"Acme' OR '1'='1\""},
+      {"viv", "GET", "/api/v1/employees", 400, "\"company\" must be given"},
+      {"viv", "GET", "/api/v1/employees?company=Acme%22%20OR%201%3D1", 404, "No company named"},
       {"viv", "GET", "/api/v1/employee-hours?company=Acme", 400, "\"badge\" must be given"},
       {"viv", "GET", "/api/v1/employee-hours?badge=1&company=x%22);DROP%20TABLE%20Company;--", 404,
        "No company named"},

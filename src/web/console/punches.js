@@ -11,9 +11,10 @@ CC.pages.punches = function(view) {
   const to = CC.el('input#punches-to', {placeholder: 'YYYY-MM-DD', size: 10});
   const csv = CC.el('a.button#punches-csv', {download: ''}, 'CSV');
   const hoursButton = CC.el('button#punches-hours', {type: 'button'}, 'Employee hours');
+  const employeesButton = CC.el('button#employees-show', {type: 'button'}, 'Employees');
   const form = CC.el('form.inline#punches-form', {}, CC.field('Company', company), CC.field('Badge', badge),
       CC.field('From', from), CC.field('To', to), CC.el('button#punches-show', {type: 'submit'}, 'Show'),
-      csv, hoursButton);
+      csv, employeesButton, hoursButton);
   const hours = CC.el('div#employee-hours');
   const pager = CC.el('div.pager');
   const holder = CC.el('div.scroll');
@@ -63,6 +64,21 @@ CC.pages.punches = function(view) {
     load();
   });
   form.addEventListener('input', updateCsv);
+
+  // The chosen company's employees, the first thousand (as the terminals' validation table has them).
+  employeesButton.addEventListener('click', async () => {
+    CC.message(box, '');
+    hours.replaceChildren();
+    const answer = await CC.guard(box, () => CC.api('GET', '/api/v1/employees' +
+        CC.query({company: company.value, page_size: 1000})));
+    if (!answer || !open) return;
+    hours.replaceChildren(CC.el('h3', {}, 'Employees of ' + answer.company + ' (' + answer.total + ')'),
+        CC.table('employees-table', [
+          {key: 'badge', label: 'Badge', className: 'num'}, {key: 'name', label: 'Name'},
+          {key: 'home_department', label: 'Home dept'}, {key: 'default_job', label: 'Default job'},
+          {key: 'active', label: 'Active', render: (e) => (e.active ? 'yes' : 'no')},
+        ], answer.employees, {sortable: true, sortKey: 'badge', empty: 'No employees.'}));
+  });
 
   hoursButton.addEventListener('click', async () => {
     CC.message(box, '');
