@@ -40,8 +40,8 @@ CC.api = async function(method, path, body) {
 };
 
 // el('tag.class#id', {attr: value, onclick: fn}, child, 'text', ...)
-CC.el = function(spec, attrs, ...children) {
-  const [, tag, rest] = spec.match(/^([a-z0-9]+)(.*)$/i);
+CC.el = function(selector, attrs, ...children) {
+  const [, tag, rest] = selector.match(/^([a-z0-9]+)(.*)$/i);
   const node = document.createElement(tag);
   for (const part of rest.match(/[.#][^.#]+/g) || []) {
     if (part[0] === '.') node.classList.add(part.slice(1));
