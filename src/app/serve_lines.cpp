@@ -59,8 +59,9 @@ web::LineView ServeLines::T4Line(const std::string& mode) {
   const auto clocks = t4_->Clocks();
   const auto online = std::count_if(clocks.begin(), clocks.end(),
                                     [](const t4::T4Host::ClockStatus& c) { return c.online; });
-  web::LineView view{"t4", "T4 host (" + std::to_string(listed) + " clocks)", "t4", mode, "stopped",
-                     {}};
+  const std::string name =
+      "T4 host (" + std::to_string(listed) + (listed == 1 ? " clock)" : " clocks)");
+  web::LineView view{"t4", name, "t4", mode, "stopped", {}};
   view.snapshot.punches = static_cast<int>(t4_->PunchesStored());
   if (mode == "host") {
     view.state = online > 0 ? "hosting" : "waiting for terminals";
