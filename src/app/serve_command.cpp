@@ -1,6 +1,6 @@
 // serve: the web console and its API for the program folder, until Ctrl-C or SIGTERM; with
-// --host, every line of the site hosts from the start, as `host --scheduled` does; the console
-// starts and ends host mode and polls.
+// --host, every line of the site hosts from the start, as `host --scheduled` does (on a T4 site,
+// the T4 host runs, as `t4 host` does); the console starts and ends host mode and polls.
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -13,6 +13,7 @@
 #include "app/service_manager.h"
 #include "app/signal_watcher.h"
 #include "app/site_run.h"
+#include "app/t4_site.h"
 #include "core/errors.h"
 #include "shell/logs.h"
 #include "shell/site_lines.h"
@@ -27,12 +28,13 @@ struct ServeOptions {
   std::string port;
 };
 
-// The site's lines as `host --scheduled` runs them; refuses a site whose type they cannot host.
-std::unique_ptr<SiteRun> HostingLines(CallSession& session, const std::string& port) {
+// The site's lines as `host --scheduled` runs them, or its T4 host; refuses a site whose type
+// they cannot host.
+std::unique_ptr<ServeLines> HostingLines(CallSession& session, const std::string& port) {
   const auto type = session.Config().Comm().terminal_type;
   if (ServedByT4Host(type)) {
-    throw core::InvalidOperationException(
-        "serve --host does not run the T4 host yet: run `clockcomm t4 host` beside `serve`.");
+    return std::make_unique<ServeLines>(
+        session, std::make_unique<T4Site>(session, session.Config().Comm().connection_type));
   }
   const auto* family = terminal::FindFamily(Families(), type);
   if (family != nullptr && !family->takes_calls) {
@@ -40,9 +42,10 @@ std::unique_ptr<SiteRun> HostingLines(CallSession& session, const std::string& p
         "Terminal type " + std::to_string(static_cast<int>(type)) +
         " never calls in: run `clockcomm poll --timed` or `auto` beside `serve`.");
   }
-  return std::make_unique<SiteRun>(
-      session, shell::ReadSiteLines(session.Config().InstallInformation(), session.Config().Comm(),
-                                    port, std::nullopt));
+  return std::make_unique<ServeLines>(
+      session, std::make_unique<SiteRun>(
+                   session, shell::ReadSiteLines(session.Config().InstallInformation(),
+                                                 session.Config().Comm(), port, std::nullopt)));
 }
 
 void RunServe(const GlobalOptions& options, const ServeOptions& o) {
@@ -55,7 +58,7 @@ void RunServe(const GlobalOptions& options, const ServeOptions& o) {
   // the site, and its buttons are refused.
   std::unique_ptr<ServeLines> lines;
   try {
-    lines = std::make_unique<ServeLines>(*session, HostingLines(*session, o.port));
+    lines = HostingLines(*session, o.port);
   } catch (const core::InvalidOperationException& e) {
     if (o.host) throw;
     std::cerr << "clockcomm: the console shows the lines but cannot drive them: " << e.what()

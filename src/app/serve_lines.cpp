@@ -6,11 +6,15 @@
 #include "db/open.h"
 #include "db/schema.h"
 #include "shell/schedule/poll_list.h"
+#include "t4/host/t4_clock_list.h"
 
 namespace clockcomm::app {
 
 ServeLines::ServeLines(CallSession& session, std::unique_ptr<SiteRun> site)
     : session_(session), site_(std::move(site)) {}
+
+ServeLines::ServeLines(CallSession& session, std::unique_ptr<T4Site> t4)
+    : session_(session), t4_(std::move(t4)) {}
 
 ServeLines::~ServeLines() { Shutdown(); }
 
@@ -30,6 +34,7 @@ std::vector<web::LineView> ServeLines::Lines() {
     std::lock_guard lock(mutex_);
     mode = mode_;
   }
+  if (t4_) return {T4Line(mode)};
   std::vector<web::LineView> views;
   bool first = true;
   for (auto& info : site_->LineInfos()) {
@@ -47,8 +52,34 @@ std::vector<web::LineView> ServeLines::Lines() {
   return views;
 }
 
+web::LineView ServeLines::T4Line(const std::string& mode) {
+  // A connection of this request's own, as for Poll.
+  auto product_db = db::Open(session_.Paths().ClockwynDatabase());
+  const size_t listed = t4::T4ClockList(*product_db).ReadClocks().size();
+  const auto clocks = t4_->Clocks();
+  const auto online = std::count_if(clocks.begin(), clocks.end(),
+                                    [](const t4::T4Host::ClockStatus& c) { return c.online; });
+  const std::string name =
+      "T4 host (" + std::to_string(listed) + (listed == 1 ? " clock)" : " clocks)");
+  web::LineView view{"t4", name, "t4", mode, "stopped", {}};
+  view.snapshot.punches = static_cast<int>(t4_->PunchesStored());
+  if (mode == "host") {
+    view.state = online > 0 ? "hosting" : "waiting for terminals";
+    view.snapshot.status =
+        std::to_string(online) + " of " + std::to_string(listed) + " clocks connected";
+  } else if (mode == "poll") {
+    view.state = "polling";
+  }
+  return view;
+}
+
+std::map<std::string, long> ServeLines::PunchesWaitingByClock() {
+  return t4_ ? t4_->PunchesWaitingByClock() : std::map<std::string, long>{};
+}
+
 std::map<std::string, terminal::InputCounters> ServeLines::BadInputByClock() {
   std::map<std::string, terminal::InputCounters> all;
+  if (!site_) return all;
   for (const auto& info : site_->LineInfos()) {
     for (const auto& [clock, counters] : info.bad_input_by_clock) all[clock] += counters;
   }
@@ -64,6 +95,8 @@ web::DeskReply ServeLines::Start(const std::string& mode, std::function<bool()> 
   if (run_.joinable()) run_.join();  // the last run has ended; its thread is done
   running_ = true;
   mode_ = mode;
+  // The T4 host watches End itself: cleared here, so that an End pressed from now on counts.
+  if (t4_) session_.Controller().EndCommLoop().Reset();
   run_ = std::thread([this, mode, job = std::move(job)] {
     bool ok = false;
     try {
@@ -82,10 +115,31 @@ web::DeskReply ServeLines::Start(const std::string& mode, std::function<bool()> 
 }
 
 web::DeskReply ServeLines::Host() {
+  if (t4_) {
+    return Start("host", [this] {
+      t4_->Host(session_.Controller().EndCommLoop());
+      return true;
+    });
+  }
   return Start("host", [this] { return site_->Host(false, true); });
 }
 
+web::DeskReply ServeLines::PollT4(const std::vector<int64_t>& location_ids) {
+  if (!location_ids.empty()) {
+    return {web::DeskReply::Outcome::kRefused,
+            "The T4 host polls every clock of the T4 clock list: poll without locations (the poll "
+            "list's ids name no T4 clock)."};
+  }
+  auto product_db = db::Open(session_.Paths().ClockwynDatabase());
+  if (t4::T4ClockList(*product_db).ReadClocks().empty()) {
+    return {web::DeskReply::Outcome::kRefused,
+            "The T4 clock list has no clock: add the terminals with `clockcomm t4 clocks add`."};
+  }
+  return Start("poll", [this] { return t4_->PollAll(); });
+}
+
 web::DeskReply ServeLines::Poll(const std::vector<int64_t>& location_ids) {
+  if (t4_) return PollT4(location_ids);
   // A connection of this request's own: the lines' threads keep theirs.
   auto product_db = db::Open(session_.Paths().ClockwynDatabase());
   db::CreateProductSchema(*product_db);

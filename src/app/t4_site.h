@@ -26,6 +26,10 @@ class T4Site {
   // One poll of every clock; true when each was polled.
   bool PollAll();
   int64_t PunchesStored() const { return host_.PunchesStored(); }
+  std::vector<t4::T4Host::ClockStatus> Clocks() const { return host_.Snapshot(); }
+  std::map<std::string, long> PunchesWaitingByClock() const {
+    return host_.PunchesWaitingByClock();
+  }
   bool WaitForPunchesStored(int64_t count, std::chrono::steady_clock::time_point deadline) {
     return host_.WaitForPunchesStored(count, deadline);
   }

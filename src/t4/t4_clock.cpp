@@ -238,6 +238,8 @@ bool T4Clock::CountsMatch() {
     Debug("GetDeviceStatus failed: {}", GetLastError());
     return false;
   }
+  if (listener_ != nullptr)
+    listener_->CountedWaiting(*this, std::max(0L, *count - received_count_));
   if (*count != received_count_) {
     Debug("Received Transactions: {}, Clock Transaction Count: {}", received_count_, *count);
     return false;
@@ -302,6 +304,7 @@ void T4Clock::PollPass() {
                                         name_, e.what()));
       }
       EndRead();
+      if (stored) listener_->CountedWaiting(*this, 0);
       if (stored && !ClearGLog()) ReportFailure("ClearGLog");
     } else {
       ReportFailure("ReadGeneralLogData");

@@ -20,6 +20,9 @@ class IT4Listener {
   // at all with an exception.
   virtual void ReceivedPunches(T4Clock& clock, const std::vector<T4Punch>& punches) = 0;
   virtual void AutoPolled(T4Clock& clock) = 0;
+  // What a poll learned of the punches the terminal still holds that were not received from it:
+  // its record count beyond the real-time transactions received, or 0 once its log was read.
+  virtual void CountedWaiting(T4Clock& /*clock*/, long /*waiting*/) {}
 };
 
 }  // namespace clockcomm::t4

@@ -62,7 +62,10 @@ std::vector<std::unique_ptr<ApiArea>> ConsoleServer::MakeAreas() {
         rules.site_type = config_.Comm().terminal_type;
         rules.offline_after_minutes =
             shell::OfflineAfterMinutes(config_.InstallInformation(), nullptr);
-        if (lines_ != nullptr) rules.bad_input = lines_->BadInputByClock();
+        if (lines_ != nullptr) {
+          rules.bad_input = lines_->BadInputByClock();
+          rules.punches_waiting = lines_->PunchesWaitingByClock();
+        }
         return rules;
       },
       [this](const std::string& name, int limit) {

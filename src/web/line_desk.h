@@ -34,6 +34,9 @@ class LineDesk {
   virtual std::vector<LineView> Lines() = 0;
   // The bad input of each clock's calls since the lines started, by upper-case clock name.
   virtual std::map<std::string, terminal::InputCounters> BadInputByClock() = 0;
+  // The punches each clock still holds unreceived, by upper-case clock name, where the lines
+  // can tell (a T4 host's poll counts them); a clock not in it: unknown.
+  virtual std::map<std::string, long> PunchesWaitingByClock() = 0;
   // Host mode on every line.
   virtual DeskReply Host() = 0;
   // Polls the poll list's locations of these ids (none: every selected location).

@@ -36,6 +36,7 @@ nlohmann::json TerminalJson(const shell::SiteStatus& status, const shell::Termin
                  {"timeouts", it->second.timeouts},
                  {"unknown_packets", it->second.unknown_packets}};
   }
+  const auto waiting = rules.punches_waiting.find(core::ToUpper(t.name));
   return {
       {"name", Text(t.name)},
       {"known_as", Text(t.known_as)},
@@ -51,8 +52,8 @@ nlohmann::json TerminalJson(const shell::SiteStatus& status, const shell::Termin
       {"offline", offline},
       {"expected_interval_minutes", OrNull(interval)},
       {"bad_input", std::move(bad_input)},
-      // No family here tells how many punches a terminal still holds.
-      {"punches_waiting", nullptr},
+      {"punches_waiting", waiting != rules.punches_waiting.end() ? nlohmann::json(waiting->second)
+                                                                 : nlohmann::json(nullptr)},
       {"punches_today", counted ? OrNull(punches->today) : nlohmann::json(nullptr)},
       {"punches_last_24h", counted ? OrNull(punches->last_24h) : nlohmann::json(nullptr)},
   };

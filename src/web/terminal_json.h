@@ -22,6 +22,8 @@ struct HealthRules {
   std::optional<int> offline_after_minutes = shell::kDefaultOfflineAfterMinutes;
   // Bad input of the lines' calls by upper-case clock name; a clock not in it: unknown (null).
   std::map<std::string, terminal::InputCounters> bad_input;
+  // Punches still held by the terminal, by upper-case clock name; a clock not in it: unknown.
+  std::map<std::string, long> punches_waiting;
 };
 
 // {"name", "known_as", "company", "family", "call_time", "last_contact", "last_event",

@@ -4,6 +4,8 @@
 
 #include <set>
 
+#include "core/text.h"
+
 namespace clockcomm::t4 {
 
 T4Host::T4Host(std::function<std::unique_ptr<db::Database>()> open_product,
@@ -130,6 +132,11 @@ void T4Host::CountStored(int64_t punches) {
 bool T4Host::WaitForPunchesStored(int64_t count, std::chrono::steady_clock::time_point deadline) {
   std::unique_lock lock(stored_mutex_);
   return stored_.wait_until(lock, deadline, [&] { return punches_stored_ >= count; });
+}
+
+void T4Host::CountedWaiting(T4Clock& clock, long waiting) {
+  std::lock_guard lock(stored_mutex_);
+  waiting_by_clock_[core::ToUpper(clock.Name())] = waiting;
 }
 
 void T4Host::AutoPolled(T4Clock& clock) {

@@ -57,11 +57,18 @@ class T4Host : public IT4Listener {
   void ReceivedPunch(T4Clock& clock) override;
   void ReceivedPunches(T4Clock& clock, const std::vector<T4Punch>& punches) override;
   void AutoPolled(T4Clock& clock) override;
+  void CountedWaiting(T4Clock& clock, long waiting) override;
 
   std::vector<ClockStatus> Snapshot() const;
   int64_t PunchesStored() const {
     std::lock_guard lock(stored_mutex_);
     return punches_stored_;
+  }
+  // The punches each clock held unreceived when a poll last counted them, by upper-case clock
+  // name; a clock not counted yet is not in it.
+  std::map<std::string, long> PunchesWaitingByClock() const {
+    std::lock_guard lock(stored_mutex_);
+    return waiting_by_clock_;
   }
   // Blocks until the host has stored at least count punches since it was made, or the deadline.
   bool WaitForPunchesStored(int64_t count, std::chrono::steady_clock::time_point deadline);
@@ -92,6 +99,7 @@ class T4Host : public IT4Listener {
   mutable std::mutex stored_mutex_;
   std::condition_variable stored_;
   int64_t punches_stored_ = 0;
+  std::map<std::string, long> waiting_by_clock_;
 };
 
 }  // namespace clockcomm::t4
