@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "core/text.h"
 #include "db/open.h"
 #include "db/schema.h"
 #include "shell/schedule/poll_list.h"
@@ -75,6 +76,15 @@ web::LineView ServeLines::T4Line(const std::string& mode) {
 
 std::map<std::string, long> ServeLines::PunchesWaitingByClock() {
   return t4_ ? t4_->PunchesWaitingByClock() : std::map<std::string, long>{};
+}
+
+std::set<std::string> ServeLines::ConnectedClocks() {
+  std::set<std::string> connected;
+  if (!t4_) return connected;
+  for (const auto& clock : t4_->Clocks()) {
+    if (clock.online) connected.insert(core::ToUpper(clock.name));
+  }
+  return connected;
 }
 
 std::map<std::string, terminal::InputCounters> ServeLines::BadInputByClock() {

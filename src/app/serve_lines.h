@@ -31,6 +31,7 @@ class ServeLines : public web::LineDesk {
   std::vector<web::LineView> Lines() override;
   std::map<std::string, terminal::InputCounters> BadInputByClock() override;
   std::map<std::string, long> PunchesWaitingByClock() override;
+  std::set<std::string> ConnectedClocks() override;
   web::DeskReply Host() override;
   web::DeskReply Poll(const std::vector<int64_t>& location_ids) override;
   // Presses End and waits up to kEndWait for the run to end, so that the lines are idle when

@@ -65,6 +65,7 @@ std::vector<std::unique_ptr<ApiArea>> ConsoleServer::MakeAreas() {
         if (lines_ != nullptr) {
           rules.bad_input = lines_->BadInputByClock();
           rules.punches_waiting = lines_->PunchesWaitingByClock();
+          rules.connected = lines_->ConnectedClocks();
         }
         return rules;
       },

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,8 @@ class LineDesk {
   // The punches each clock still holds unreceived, by upper-case clock name, where the lines
   // can tell (a T4 host's poll counts them); a clock not in it: unknown.
   virtual std::map<std::string, long> PunchesWaitingByClock() = 0;
+  // The clocks connected to the lines right now (a T4 host's stations), by upper-case name.
+  virtual std::set<std::string> ConnectedClocks() = 0;
   // Host mode on every line.
   virtual DeskReply Host() = 0;
   // Polls the poll list's locations of these ids (none: every selected location).

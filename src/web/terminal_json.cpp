@@ -26,9 +26,11 @@ nlohmann::json TerminalJson(const shell::SiteStatus& status, const shell::Termin
   // as the site says.
   const std::optional<int> interval =
       t.call_time ? std::optional<int>(shell::kOverdueHours * 60) : rules.offline_after_minutes;
+  const bool connected = rules.connected.contains(core::ToUpper(t.name));
+  const auto last_contact = connected ? std::optional<core::DateTime>(status.now) : t.last_contact;
   const bool offline =
-      interval && (!t.last_contact ||
-                   core::SecondsBetween(*t.last_contact, status.now) > int64_t{*interval} * 60);
+      interval &&
+      (!last_contact || core::SecondsBetween(*last_contact, status.now) > int64_t{*interval} * 60);
   nlohmann::json bad_input(nullptr);
   if (const auto it = rules.bad_input.find(core::ToUpper(t.name)); it != rules.bad_input.end()) {
     bad_input = {{"bad_block_check", it->second.bad_block_check},
@@ -44,8 +46,9 @@ nlohmann::json TerminalJson(const shell::SiteStatus& status, const shell::Termin
       {"family", terminal::TerminalTypeName(t.terminal_type.value_or(rules.site_type))},
       {"call_time", t.call_time ? nlohmann::json(t.call_time->Format(core::kFormatHourMinute))
                                 : nlohmann::json(nullptr)},
+      {"connected", connected},
       {"last_contact",
-       t.last_contact ? nlohmann::json(t.last_contact->ToString()) : nlohmann::json(nullptr)},
+       last_contact ? nlohmann::json(last_contact->ToString()) : nlohmann::json(nullptr)},
       {"last_event", t.last_contact ? Text(t.last_event) : nlohmann::json(nullptr)},
       {"last_failed", t.last_failed},
       {"overdue", t.overdue},

@@ -5,6 +5,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,8 @@ struct HealthRules {
   std::map<std::string, terminal::InputCounters> bad_input;
   // Punches still held by the terminal, by upper-case clock name; a clock not in it: unknown.
   std::map<std::string, long> punches_waiting;
+  // Clocks connected right now, by upper-case name: heard from now, whatever the event log says.
+  std::set<std::string> connected;
 };
 
 // {"name", "known_as", "company", "family", "call_time", "last_contact", "last_event",

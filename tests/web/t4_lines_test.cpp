@@ -124,6 +124,16 @@ TEST_F(T4LinesTest, HostEndAndPollTheT4ClockList) {
   ASSERT_TRUE(demodata_.Punch(Punch(12, 12, 0)));
   ASSERT_TRUE(Until(screen, [&] { return T4Line().at("punches") == 3; })) << serve_->Tail();
   EXPECT_EQ(StoredRows(), 3);
+  // Connected clocks are heard from now, though a T4 clock's events name no clock.
+  int seen = 0;
+  const auto hosting = Get("/api/v1/terminals");
+  for (const auto& t : hosting.at("terminals")) {
+    if (t.at("name") != "DEMODATA") continue;
+    ++seen;
+    EXPECT_EQ(t.at("connected"), true) << t;
+    EXPECT_EQ(t.at("offline"), false) << t;
+  }
+  EXPECT_EQ(seen, 1) << hosting;
 
   res = Press("end");
   ASSERT_EQ(res->status, 200) << res->body;
