@@ -57,21 +57,23 @@ TEST_F(ConsoleFixture, TerminalsShowContactsAndPunchesOfTodayAndTheLast24Hours) 
   EXPECT_EQ(body.at("time"), "2009-10-21 12:00:00");
   EXPECT_EQ(body.at("terminals"), nlohmann::json::parse(R"([
     {"name": "DOCK", "known_as": "clock of Acme", "company": "Acme", "family": "ZON / Tranz",
-     "call_time": null, "last_contact": "2009-10-21 08:01:00",
+     "call_time": null, "connected": false, "last_contact": "2009-10-21 08:01:00",
      "last_event": "End of call: 4 punches", "last_failed": false, "overdue": false,
      "offline": true, "expected_interval_minutes": 60, "bad_input": null,
      "punches_waiting": null, "punches_today": 3, "punches_last_24h": 3},
     {"name": "GATE", "known_as": "poll list", "company": null, "family": "ZON / Tranz",
-     "call_time": "06:00", "last_contact": "2009-10-21 06:01:00",
+     "call_time": "06:00", "connected": false, "last_contact": "2009-10-21 06:01:00",
      "last_event": "Outbound Call Failed: no answer", "last_failed": true, "overdue": false,
      "offline": false, "expected_interval_minutes": 1500, "bad_input": null,
      "punches_waiting": null, "punches_today": null, "punches_last_24h": null},
     {"name": "YARD", "known_as": "poll list", "company": null, "family": "ZON / Tranz",
-     "call_time": "07:00", "last_contact": "2009-10-19 07:00:00", "last_event": "End of call",
+     "call_time": "07:00", "connected": false, "last_contact": "2009-10-19 07:00:00",
+     "last_event": "End of call",
      "last_failed": false, "overdue": true, "offline": true, "expected_interval_minutes": 1500,
      "bad_input": null, "punches_waiting": null, "punches_today": null, "punches_last_24h": null},
     {"name": "FINGER", "known_as": "T4 clock", "company": null, "family": "Fingerprint",
-     "call_time": null, "last_contact": null, "last_event": null, "last_failed": false,
+     "call_time": null, "connected": false, "last_contact": null, "last_event": null,
+     "last_failed": false,
      "overdue": false, "offline": true, "expected_interval_minutes": 60, "bad_input": null,
      "punches_waiting": null, "punches_today": null, "punches_last_24h": null}
   ])"));
