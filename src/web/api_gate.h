@@ -20,6 +20,9 @@ class ApiGate {
 
   // The request's session when it may go on; otherwise nothing, with the refusal in res.
   std::optional<Session> Allow(const httplib::Request& req, httplib::Response& res, Role needed);
+  // Whether a session let in earlier is still open (not logged out or expired), for answers that
+  // last, such as the live screen.
+  bool StillOpen(const Session& session) { return sessions_.Live(session.id); }
 
  private:
   OperatorStore& operators_;

@@ -128,7 +128,8 @@ void LinesApi::Press(const Request& req, Response& res, ApiGate& gate, const std
 }
 
 void LinesApi::Screen(const Request& req, Response& res, ApiGate& gate) {
-  if (!gate.Allow(req, res, Role::kViewer)) return;
+  const auto session = gate.Allow(req, res, Role::kViewer);
+  if (!session) return;
   if (++streams_ > kMaxScreenStreams) {
     --streams_;
     ReplyError(res, 503,
@@ -152,13 +153,14 @@ void LinesApi::Screen(const Request& req, Response& res, ApiGate& gate) {
   res.set_header("X-Accel-Buffering", "no");
   res.set_chunked_content_provider(
       "text/event-stream",
-      [this, cursor](size_t, httplib::DataSink& sink) {
+      [this, cursor, &gate, session = *session](size_t, httplib::DataSink& sink) {
         const auto now = std::chrono::steady_clock::now();
         const auto heartbeat = cursor->last_write + kScreenHeartbeat;
         // Back within a second when nothing happens, so that a closed client is noticed.
         const ScreenNews news = screen_.WaitAfter(cursor->after, cursor->status_version,
                                                   std::min(heartbeat, now + kScreenClientCheck));
-        if (news.stopped) {
+        // A logout (or an expired session) ends the screen too, within a wake.
+        if (news.stopped || !gate.StillOpen(session)) {
           sink.done();
           return true;
         }

@@ -40,6 +40,13 @@ std::optional<Session> SessionStore::Find(const std::string& id) {
   return it->second.session;
 }
 
+bool SessionStore::Live(const std::string& id) {
+  const auto now = clock_.Steady();
+  std::lock_guard lock(mutex_);
+  const auto it = sessions_.find(id);
+  return it != sessions_.end() && !Expired(it->second, now);
+}
+
 bool SessionStore::Remove(const std::string& id) {
   std::lock_guard lock(mutex_);
   return sessions_.erase(id) > 0;

@@ -31,6 +31,9 @@ class SessionStore {
   Session Create(const Operator& who);
   // The live session of that id (its idle time starts again), or nothing.
   std::optional<Session> Find(const std::string& id);
+  // Whether that session is still live, without counting this as a use (an open live screen
+  // asks it on every wake, and must not keep an idle session alive).
+  bool Live(const std::string& id);
   // Ends the session; false when there was none.
   bool Remove(const std::string& id);
   size_t Count();

@@ -12,7 +12,7 @@ namespace {
 
 using std::chrono::seconds;
 
-TEST_F(ConsoleFixture, ScreenSendsTheBacklogThenWhatIsNewAndResumesAfterLastEventId) {
+TEST_F(ConsoleFixture, ScreenSendsTheBacklogThenWhatIsNewResumesAfterLastEventIdAndEndsAtLogout) {
   AddOperator("victor", Role::kViewer);
   LoginAs("victor");
   for (int i = 1; i <= 205; ++i) console_->Screen().Line("line " + std::to_string(i));
@@ -40,6 +40,11 @@ TEST_F(ConsoleFixture, ScreenSendsTheBacklogThenWhatIsNewAndResumesAfterLastEven
   ASSERT_TRUE(resumed.WaitFor("CAF\u00c9 called")) << resumed.Text();
   EXPECT_EQ(resumed.Text().find("\"line 204\""), std::string::npos);
   ASSERT_TRUE(fresh.WaitFor("CAF\u00c9 called"));
+
+  // Logging out ends the screens that session opened.
+  ASSERT_EQ(Send("DELETE", "/api/v1/session")->status, 200);
+  EXPECT_TRUE(fresh.WaitForEnd(seconds(5)));
+  EXPECT_TRUE(resumed.WaitForEnd(seconds(5)));
 }
 
 // Open screens are bounded, so that they never hold every request thread; and stopping the
