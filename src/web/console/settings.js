@@ -85,7 +85,9 @@
       if (!Object.keys(changed).length) return CC.message(box, 'Nothing changed.', 'info');
       try {
         show(await CC.api('PUT', '/api/v1/settings', {settings: changed}));
-        CC.message(box, 'Saved: ' + Object.keys(changed).map(words).join(', ') + '.', 'ok');
+        // The lines read the settings when they start, and serve starts them once.
+        CC.message(box, 'Saved: ' + Object.keys(changed).map(words).join(', ') +
+          '. A running serve, host or auto uses them once it is started again.', 'ok');
       } catch (e) {
         const key = e.status === 400 ? refusedField(e, changed) : null;
         if (key) {
