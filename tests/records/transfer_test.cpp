@@ -13,6 +13,7 @@
 #include "records/punch_keys.h"
 #include "records/tcd_file_writer.h"
 #include "records/tcd_record_static.h"
+#include "test_support/kill_child.h"
 #include "test_support/postgres_schema.h"
 #include "transfer_fixture.h"
 
@@ -30,13 +31,22 @@ using test_support::T;
 using test_support::TransferFixture;
 
 TEST(AmountColumnTest, ByPunchType) {
-  const std::pair<const char*, const char*> exact[] = {
-      {"T", "Tips"},     {"A", "Advances"}, {"X", "Other"},   {"S", "Sick"},
-      {"V", "Vacation"}, {"P", "Personal"}, {"B", "Bonus"},   {"H", "Holiday"},
-      {"I", "Quantity"}, {"~", "Quantity"}, {"", "Quantity"}, {"SV", "Quantity"},
-      {"t", "Quantity"},
-  };
-  for (const auto& [type, column] : exact) EXPECT_STREQ(AmountColumnForPunchType(type), column);
+  for (const auto& [type, column] :
+       std::initializer_list<std::pair<const char*, const char*>>{{"T", "Tips"},
+                                                                  {"A", "Advances"},
+                                                                  {"X", "Other"},
+                                                                  {"S", "Sick"},
+                                                                  {"V", "Vacation"},
+                                                                  {"P", "Personal"},
+                                                                  {"B", "Bonus"},
+                                                                  {"H", "Holiday"},
+                                                                  {"I", "Quantity"},
+                                                                  {"~", "Quantity"},
+                                                                  {"", "Quantity"},
+                                                                  {"SV", "Quantity"},
+                                                                  {"t", "Quantity"}}) {
+    EXPECT_STREQ(AmountColumnForPunchType(type), column) << type;
+  }
 }
 
 TEST(StampTest, TheRegistryRowsOfTheClockAreStamped) {
@@ -55,8 +65,7 @@ TEST(StampTest, TheRegistryRowsOfTheClockAreStamped) {
             std::vector<std::string>(3, "2009-03-04"));
 }
 
-// The quoted line form, a second run and the assignment reaching a row are the command test's;
-// here the columns each punch fills.
+// The columns each punch fills (the quoted form and a second run are the command test's).
 TEST(ClockFileTransferTest, ColumnsByPunchWithOverridesArchiveAndStamps) {
   TransferFixture f;
   f.OpenCompanyDb()->Execute(
@@ -103,11 +112,7 @@ TEST(ClockFileTransferTest, ColumnsByPunchWithOverridesArchiveAndStamps) {
   EXPECT_THAT(f.log.screen, Contains(HasSubstr("Transfer for clock Front complete")));
 }
 
-// A punch is known by its content: a file that grew and a recovered file each go in once (the
-// batch sent again after a missed EOT or a lost ACK is the fault calls'). Punches that differ in
-// anything, their sequence number included, are different punches.
-// The company database on each backend: the file in the company's folder, or a schema of the
-// test server that the registry names.
+// The company database as a file in the company's folder, or a schema on the test server.
 class TransferBackendTest : public ::testing::TestWithParam<std::string> {
  protected:
   static std::string CompanyDatabase() {
@@ -115,6 +120,8 @@ class TransferBackendTest : public ::testing::TestWithParam<std::string> {
   }
 };
 
+// A punch is known by its content: a grown or recovered file goes in once; punches that differ
+// in anything, their sequence number included, are different punches.
 TEST_P(TransferBackendTest, EachPunchGoesInOnceWhateverFileOrLineBringsIt) {
   TransferFixture f(CompanyDatabase());
   ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
@@ -144,9 +151,8 @@ TEST_P(TransferBackendTest, EachPunchGoesInOnceWhateverFileOrLineBringsIt) {
     SCOPED_TRACE(step.content);
     auto file = f.dir.path() / step.file;
     core::WriteFileAtomically(file, step.content);
-    TransferOptions options;
-    options.mode_letter = step.mode;
-    EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file, options).inserted, step.inserted);
+    EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file, {.mode_letter = step.mode}).inserted,
+              step.inserted);
     EXPECT_EQ(std::filesystem::exists(file.replace_extension(".ARC")), *step.mode != 'W');
     total += step.inserted;
   }
@@ -193,21 +199,20 @@ TEST(ClockFileTransferTest, BadLinesRejectedGoodLinesGoIn) {
                             "999,2,10,,,\r\n"
                             "999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n"
                             "999,4,10,,,,,O,10/20/2009,17:00,,,,\r\n");
+  const std::string rejects = "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n";
   ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
   const auto result = transfer.Transfer(f.LoadCompany(), file);
   EXPECT_EQ(result.inserted, 2);
   EXPECT_EQ(result.rejected, 2);
   EXPECT_EQ(f.RowCount(), 2);
-  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"),
-            "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n");
+  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"), rejects);
   EXPECT_THAT(f.log.events, Contains(HasSubstr("bad.TCD line 2: ")));
   EXPECT_THAT(f.log.events,
               Contains(HasSubstr("bad.TCD line 3: Department must be between 0 and 999999999.")));
   // Run again: the reject file holds the same lines once, nothing is doubled.
   transfer.Transfer(f.LoadCompany(), file);
   EXPECT_EQ(f.RowCount(), 2);
-  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"),
-            "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n");
+  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"), rejects);
 }
 
 // A company database that cannot be used stops the transfer with a message naming it (never its
@@ -257,45 +262,40 @@ class KillAfter : public UpdateListener {
   int n_;
 };
 
+// Punches from..to of clock 9 in a TCD file of the fixture's folder.
+std::filesystem::path WriteTcd(const TransferFixture& f, const char* name, int from, int to) {
+  TcdFileWriter w(f.dir.path() / name, false);
+  for (int i = from; i <= to; ++i) {
+    w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", i % 2 ? "I" : "O",
+                            test_support::D(2009, 10, 20), T(i / 60 % 24, i % 60), {}, {}, {}, ""));
+  }
+  return f.dir.path() / name;
+}
+
 // Killed before a batch's commit, right after it, and one row after it; each run starts where
 // the committed batches end, and the last run leaves every line in once.
 TEST_P(TransferBackendTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEveryRowOnce) {
   TransferFixture f(CompanyDatabase());
-  const auto file = f.dir.path() / "big.TCD";
-  constexpr int kRows = 50;
-  constexpr int kBatch = 8;
-  {
-    TcdFileWriter w(file, false);
-    for (int i = 1; i <= kRows; ++i) {
-      w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", i % 2 ? "I" : "O",
-                              *core::Date::FromYmd(2009, 10, 20), {}, {}, {}, {}, ""));
-    }
-  }
+  const auto file = WriteTcd(f, "big.TCD", 1, 50);
   const struct {
     int kill_after;  // records read before the kill
     int rows;        // rows in the table afterwards
   } kills[] = {{12, 8}, {16, 16}, {17, 16}, {49, 48}};
   for (const auto& kill : kills) {
     SCOPED_TRACE(kill.kill_after);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      core::NullLogSink log;
-      ClockFileTransfer transfer({f.dir.path(), f.registry_path}, log, f.clock);
-      KillAfter killer(kill.kill_after);
-      TransferOptions options;
-      options.listener = &killer;
-      options.batch_rows = kBatch;
-      try {
-        transfer.Transfer(f.LoadCompany(), file, options);
-      } catch (...) {
-      }
-      ::_exit(3);  // not reached when the kill works
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFSIGNALED(status)) << "child exited with " << WEXITSTATUS(status);
-    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    const int status = test::RunChildKilledAfter(
+        [&] {
+          core::NullLogSink log;
+          KillAfter killer(kill.kill_after);
+          try {
+            ClockFileTransfer({f.dir.path(), f.registry_path}, log, f.clock)
+                .Transfer(f.LoadCompany(), file, {.batch_rows = 8, .listener = &killer});
+          } catch (...) {
+          }
+          return 3;  // not reached when the kill works
+        },
+        std::chrono::hours(1));
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
     EXPECT_EQ(f.RowCount(), kill.rows) << "rows committed before the kill";
     EXPECT_EQ(f.OpenCompanyDb()->Query("SELECT COUNT(*) FROM [Punch Keys]").Field(0).AsInt(),
               kill.rows)
@@ -304,16 +304,13 @@ TEST_P(TransferBackendTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEvery
   EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "big.ARC")) << "killed before archiving";
 
   ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  TransferOptions options;
-  options.batch_rows = kBatch;
-  const auto result = transfer.Transfer(f.LoadCompany(), file, options);
+  const auto result = transfer.Transfer(f.LoadCompany(), file, {.batch_rows = 8});
   EXPECT_EQ(result.already_present, 48);
   EXPECT_EQ(result.inserted, 2);
-  auto db = f.OpenCompanyDb();
-  EXPECT_EQ(db->Query("SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(Punch), MAX(Punch) "
-                      "FROM [Clock Data Table]")
-                .Rows()[0],
-            (std::vector<db::Value>{int64_t{kRows}, int64_t{kRows}, int64_t{1}, int64_t{kRows}}));
+  EXPECT_EQ(RowsText(*f.OpenCompanyDb(),
+                     "SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(Punch), MAX(Punch) "
+                     "FROM [Clock Data Table]"),
+            std::vector<std::string>{"50|50|1|50"});
   EXPECT_TRUE(std::filesystem::exists(f.dir.path() / "big.ARC"));
 }
 
@@ -321,26 +318,14 @@ TEST_P(TransferBackendTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEvery
 // moment, as two servers of a site would: every punch goes in once.
 TEST_P(TransferBackendTest, TwoProgramsTransferringAtOnceGiveEveryPunchOnce) {
   TransferFixture f(CompanyDatabase());
-  const auto write_file = [&](const char* name, int from, int to) {
-    TcdFileWriter w(f.dir.path() / name, false);
-    for (int i = from; i <= to; ++i) {
-      w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", "I",
-                              *core::Date::FromYmd(2009, 10, 20), T(i / 60 % 24, i % 60), {}, {},
-                              {}, ""));
-    }
-    return f.dir.path() / name;
-  };
-  const auto files = {write_file("a.TCD", 1, 3000), write_file("b.TCD", 1001, 4000)};
   std::vector<pid_t> children;
-  for (const auto& file : files) {
+  for (const auto& file : {WriteTcd(f, "a.TCD", 1, 3000), WriteTcd(f, "b.TCD", 1001, 4000)}) {
     children.push_back(::fork());
     if (children.back() == 0) {
       core::NullLogSink log;
-      ClockFileTransfer transfer({f.dir.path(), f.registry_path}, log, f.clock);
-      TransferOptions options;
-      options.batch_rows = 250;
       try {
-        transfer.Transfer(f.LoadCompany(), file, options);
+        ClockFileTransfer({f.dir.path(), f.registry_path}, log, f.clock)
+            .Transfer(f.LoadCompany(), file, {.batch_rows = 250});
         ::_exit(0);
       } catch (const std::exception& e) {
         std::fprintf(stderr, "%s: %s\n", file.c_str(), e.what());
