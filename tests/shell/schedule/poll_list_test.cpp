@@ -24,28 +24,17 @@ class PollListTest : public ::testing::Test {
   PollList list_{*db_};
 };
 
-// A poll list made before locations had a terminal type gains the column and keeps its rows; a
-// location's type reads back, and a number no type has reads as none (the settings' type).
-TEST(PollListSchema, AnOlderPollListGainsTheTerminalTypeColumn) {
-  test::TempDir dir;
-  auto db = db::Open(dir.path() / db::kProductDatabaseFile, db::OpenMode::kCreate);
-  db->Execute(
-      "CREATE TABLE PollT (LocationID INTEGER PRIMARY KEY, LocationName TEXT NOT NULL, "
-      "LocationPhone TEXT NOT NULL DEFAULT '', DialTime TEXT, SelectToDial INTEGER NOT NULL "
-      "DEFAULT 1, TerminalID TEXT NOT NULL DEFAULT '')");
-  db->Execute("INSERT INTO PollT (LocationID, LocationName) VALUES (1, 'Old')");
-  db::CreateProductSchema(*db);
-  db::CreateProductSchema(*db);  // twice is harmless
-  PollList list(*db);
+// A location's terminal type reads back; a number no type has reads as none (the settings'
+// type). The older poll list gaining the column is the schema's test.
+TEST_F(PollListTest, TheTerminalTypeReadsBackAndAnUnknownNumberAsNone) {
   PollRow ats = testing::Row(0, "Gate", std::nullopt);
   ats.terminal_type = terminal::TerminalType::kAtsCyberSeries;
-  list.Add(ats);
-  db->Execute("INSERT INTO PollT (LocationID, LocationName, TerminalType) VALUES (9, 'Odd', 42)");
-  const auto rows = list.ReadPollRows();
-  ASSERT_EQ(rows.size(), 3u);
-  EXPECT_EQ(rows[0].terminal_type, std::nullopt);
-  EXPECT_EQ(rows[1].terminal_type, terminal::TerminalType::kAtsCyberSeries);
-  EXPECT_EQ(rows[2].terminal_type, std::nullopt);
+  list_.Add(ats);
+  db_->Execute("INSERT INTO PollT (LocationID, LocationName, TerminalType) VALUES (9, 'Odd', 42)");
+  const auto rows = list_.ReadPollRows();
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].terminal_type, terminal::TerminalType::kAtsCyberSeries);
+  EXPECT_EQ(rows[1].terminal_type, std::nullopt);
 }
 
 // An hour and minute read back, removing and removing again are the poll-list command's.
