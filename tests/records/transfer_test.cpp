@@ -80,8 +80,7 @@ TEST(ClockFileTransferTest, ColumnsByPunchWithOverridesArchiveAndStamps) {
                             "999,4,1234,5,mine,,,I,10/21/2009,8:00am,,,,\r\n"
                             "999,5,1234,,,x'); DROP TABLE [Employee Table];--,l5,I,10/21/2009,"
                             "9:00,,,4,\r\n");
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  const auto result = f.Transfer(file);
   EXPECT_EQ(result.records_in_file, 4);
   EXPECT_EQ(result.inserted, 4);
   EXPECT_EQ(result.rejected, 0);
@@ -124,7 +123,6 @@ class TransferBackendTest : public ::testing::TestWithParam<std::string> {
 // in anything, their sequence number included, are different punches.
 TEST_P(TransferBackendTest, EachPunchGoesInOnceWhateverFileOrLineBringsIt) {
   TransferFixture f(CompanyDatabase());
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
   const std::string batch =
       "9,1,10,,,,,I,10/21/2009,08:00,,,,\r\n"
       "9,2,10,,,,,O,10/21/2009,12:00,,,,\r\n";
@@ -151,8 +149,7 @@ TEST_P(TransferBackendTest, EachPunchGoesInOnceWhateverFileOrLineBringsIt) {
     SCOPED_TRACE(step.content);
     auto file = f.dir.path() / step.file;
     core::WriteFileAtomically(file, step.content);
-    EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file, {.mode_letter = step.mode}).inserted,
-              step.inserted);
+    EXPECT_EQ(f.Transfer(file, {.mode_letter = step.mode}).inserted, step.inserted);
     EXPECT_EQ(std::filesystem::exists(file.replace_extension(".ARC")), *step.mode != 'W');
     total += step.inserted;
   }
@@ -183,8 +180,7 @@ TEST_P(TransferBackendTest, KeysOfTheEarlierTextFormStillKnowTheirPunches) {
   }
   const auto file = f.dir.path() / "10220001.TCD";
   core::WriteFileAtomically(file, kept + "\r\n" + deleted + "\r\n");
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  const auto result = f.Transfer(file);
   EXPECT_EQ(result.already_present, 1);
   EXPECT_EQ(result.inserted, 1);
   EXPECT_EQ(f.RowCount(), 2);
@@ -200,8 +196,7 @@ TEST(ClockFileTransferTest, BadLinesRejectedGoodLinesGoIn) {
                             "999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n"
                             "999,4,10,,,,,O,10/20/2009,17:00,,,,\r\n");
   const std::string rejects = "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n";
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  const auto result = f.Transfer(file);
   EXPECT_EQ(result.inserted, 2);
   EXPECT_EQ(result.rejected, 2);
   EXPECT_EQ(f.RowCount(), 2);
@@ -210,7 +205,7 @@ TEST(ClockFileTransferTest, BadLinesRejectedGoodLinesGoIn) {
   EXPECT_THAT(f.log.events,
               Contains(HasSubstr("bad.TCD line 3: Department must be between 0 and 999999999.")));
   // Run again: the reject file holds the same lines once, nothing is doubled.
-  transfer.Transfer(f.LoadCompany(), file);
+  f.Transfer(file);
   EXPECT_EQ(f.RowCount(), 2);
   EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"), rejects);
 }
@@ -240,8 +235,7 @@ TEST(ClockFileTransferTest, ADatabaseThatCannotBeUsedLeavesTheFile) {
     } else {
       db::Open(f.registry_path)->Execute("UPDATE Company SET [Database] = ?", {c.database});
     }
-    ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-    EXPECT_THAT([&] { transfer.Transfer(f.LoadCompany(), file); },
+    EXPECT_THAT([&] { f.Transfer(file); },
                 ThrowsMessage<TransferError>(AllOf(HasSubstr(c.message), Not(HasSubstr("s3cret")),
                                                    Not(HasSubstr("wrong-pw")),
                                                    Not(HasSubstr(server.Password())))));
@@ -285,11 +279,9 @@ TEST_P(TransferBackendTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEvery
     SCOPED_TRACE(kill.kill_after);
     const int status = test::RunChildKilledAfter(
         [&] {
-          core::NullLogSink log;
           KillAfter killer(kill.kill_after);
           try {
-            ClockFileTransfer({f.dir.path(), f.registry_path}, log, f.clock)
-                .Transfer(f.LoadCompany(), file, {.batch_rows = 8, .listener = &killer});
+            f.Transfer(file, {.batch_rows = 8, .listener = &killer});
           } catch (...) {
           }
           return 3;  // not reached when the kill works
@@ -303,8 +295,7 @@ TEST_P(TransferBackendTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEvery
   }
   EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "big.ARC")) << "killed before archiving";
 
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  const auto result = transfer.Transfer(f.LoadCompany(), file, {.batch_rows = 8});
+  const auto result = f.Transfer(file, {.batch_rows = 8});
   EXPECT_EQ(result.already_present, 48);
   EXPECT_EQ(result.inserted, 2);
   EXPECT_EQ(RowsText(*f.OpenCompanyDb(),
@@ -322,10 +313,8 @@ TEST_P(TransferBackendTest, TwoProgramsTransferringAtOnceGiveEveryPunchOnce) {
   for (const auto& file : {WriteTcd(f, "a.TCD", 1, 3000), WriteTcd(f, "b.TCD", 1001, 4000)}) {
     children.push_back(::fork());
     if (children.back() == 0) {
-      core::NullLogSink log;
       try {
-        ClockFileTransfer({f.dir.path(), f.registry_path}, log, f.clock)
-            .Transfer(f.LoadCompany(), file, {.batch_rows = 250});
+        f.Transfer(file, {.batch_rows = 250});
         ::_exit(0);
       } catch (const std::exception& e) {
         std::fprintf(stderr, "%s: %s\n", file.c_str(), e.what());
