@@ -66,13 +66,6 @@ TEST(TcdRecordTest, JobNumberLengthAndTrimming) {
             "99|12345678901234|LO|abc");
 }
 
-// The quoted form is the transcripts'; the plain form of every field is the parse tests'.
-TEST(TcdRecordTest, ToTcdStringWritesAmountsAndNegativeSequenceNumbersAsTheyAre) {
-  TcdRecord r("999", -4, 2, std::nullopt, "work", "", "", "I", std::nullopt, std::nullopt,
-              D(2009, 1, 1), T(8, 30), 12.3f, "7");
-  EXPECT_EQ(r.ToTcdString(0), "999,-4,2,,work,,,I,,,2009/1/1,08:30,12.3,7");
-}
-
 TEST(TcdRecordStaticTest, ConvertLettersToNumbers) {
   for (const auto& [in, out] : std::initializer_list<std::pair<const char*, const char*>>{
            {"123-", "1230"},
@@ -86,7 +79,8 @@ TEST(TcdRecordStaticTest, ConvertLettersToNumbers) {
   }
 }
 
-// Each parsed record as the text of all its fields (ToTcdString, unquoted).
+// Each parsed record as the text of all its fields (ToTcdString, unquoted; the quoted form is the
+// transcripts').
 TEST(TcdRecordStaticTest, ParseLineFormsAndRefusals) {
   struct Case {
     const char* legend;
@@ -106,8 +100,9 @@ TEST(TcdRecordStaticTest, ParseLineFormsAndRefusals) {
        "\"1\",\"\",\"111\",\"\",\"\",\"\",\"\",\"I\",\"11/13/2009\",\"13:55\","
        "\"\",\"\",\"\",\"\"",
        "1,0,111,,,,,I,2009/11/13,13:55,,,,"},
-      {"out date and amount", "999,1,2,,work,level4,level5,I,,,1/1/2009,08:30,6,7",
-       "999,1,2,,work,level4,level5,I,,,2009/1/1,08:30,6,7"},
+      {"out date, amount, negative sequence",
+       "999,-4,2,,work,level4,level5,I,,,1/1/2009,08:30,12.3,7",
+       "999,-4,2,,work,level4,level5,I,,,2009/1/1,08:30,12.3,7"},
       {"writer's own form", "999,5,1234,3,work,,,I,2009/10/20,12:24,,,,",
        "999,5,1234,3,work,,,I,2009/10/20,12:24,,,,"},
       {"extra fields ignored, leading numbers", " 7 ,12x,34abc,,,,,O,,,,,abc,,extra,more",

@@ -119,7 +119,8 @@ TEST(TextLogsTest, BufferedLinesReachTheFileOnFlushTimerAndCloseAndADeletedFileI
   EXPECT_EQ(core::ReadWholeFile(file), "08:00:00 - four\r\n08:00:00 - five\r\n");
 }
 
-TEST(JournalLogTest, PriorityFollowsTheEventType) {
+// The priority by the first rule whose word the type holds; the fields with the text as UTF-8.
+TEST(JournalLogTest, PriorityFollowsTheEventTypeAndTheFieldsNameTheClock) {
   const std::pair<const char*, int> cases[] = {
       {"System error", LOG_ERR},
       {"Poll Failed, No Response to ENQ", LOG_ERR},
@@ -128,17 +129,12 @@ TEST(JournalLogTest, PriorityFollowsTheEventType) {
       {"T4 Clock Offline", LOG_WARNING},
       {"2009-10-20 08:00:00 Time out waiting for packet", LOG_WARNING},
       {"Punches waiting", LOG_WARNING},
-      {"Start of call", LOG_NOTICE},
       {"T4 Clock Online", LOG_NOTICE},
       {"Duplicate Punch", LOG_NOTICE},
-      {"Data transferred to the archive file.", LOG_INFO},
   };
   for (const auto& [type, priority] : cases) {
     EXPECT_EQ(JournalPriority(type), priority) << type;
   }
-}
-
-TEST(JournalLogTest, FieldsNameTheClockAndCarryTheTextAsUtf8) {
   EXPECT_EQ(
       JournalFields("Start of call", "Upload type \x80 5\xe9\x81", "Dock", 3),
       (std::vector<std::string>{"MESSAGE=Dock (3): Start of call: Upload type \u20ac 5\u00e9\ufffd",
@@ -157,26 +153,24 @@ TEST(JournalLogTest, OutputGoesToJournalOnlyWhenStderrIsTheNamedStream) {
   ASSERT_GE(file, 0);
   struct stat st {};
   ASSERT_EQ(fstat(file, &st), 0);
-  const std::string named = std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino);
+  const std::string device = std::to_string(st.st_dev);
+  const std::pair<std::string, std::string> cases[] = {
+      {"unset", ""},
+      {"stderr", device + ":" + std::to_string(st.st_ino)},
+      {"another inode", device + ":1"},
+      {"unreadable", "garbage"}};
   const int saved = dup(2);
   dup2(file, 2);
-  bool results[4];
-  unsetenv("JOURNAL_STREAM");
-  results[0] = OutputGoesToJournal();
-  setenv("JOURNAL_STREAM", named.c_str(), 1);
-  results[1] = OutputGoesToJournal();
-  setenv("JOURNAL_STREAM", (std::to_string(st.st_dev) + ":1").c_str(), 1);
-  results[2] = OutputGoesToJournal();
-  setenv("JOURNAL_STREAM", "garbage", 1);
-  results[3] = OutputGoesToJournal();
+  std::string heard;  // told while stderr is the file, checked once it is back
+  for (const auto& [name, value] : cases) {
+    value.empty() ? unsetenv("JOURNAL_STREAM") : setenv("JOURNAL_STREAM", value.c_str(), 1);
+    heard += name + (OutputGoesToJournal() ? ": journal; " : ": not; ");
+  }
   unsetenv("JOURNAL_STREAM");
   dup2(saved, 2);
   close(saved);
   close(file);
-  EXPECT_FALSE(results[0]) << "no JOURNAL_STREAM";
-  EXPECT_TRUE(results[1]) << "stderr is the stream";
-  EXPECT_FALSE(results[2]) << "another inode";
-  EXPECT_FALSE(results[3]) << "unreadable";
+  EXPECT_EQ(heard, "unset: not; stderr: journal; another inode: not; unreadable: not; ");
 }
 
 TEST(JournalLogTest, ScreenLinesLoseTheirTimeWhereTheJournalStampsThem) {
