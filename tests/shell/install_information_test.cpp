@@ -165,13 +165,7 @@ class SiteLinesTest : public ::testing::Test {
   SiteLines Read(const std::string& ini, comm::ConnectionType type = comm::ConnectionType::kSerial,
                  const std::string& port = "",
                  const std::optional<comm::EndPoint>& listen = std::nullopt) {
-    std::ofstream(home_.path() / "registry.ini", std::ios::binary) << ini;
-    InstallInformation install(home_.path());
-    install.Load();
-    CommSettings comm;
-    comm.comm_port = 1;
-    comm.connection_type = type;
-    return ReadSiteLines(install, comm, port, listen);
+    return ReadSiteLines(Loaded(home_, ini), CommSettings{.connection_type = type}, port, listen);
   }
   test::TempDir home_;
 };

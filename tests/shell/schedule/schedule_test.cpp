@@ -55,9 +55,21 @@ TEST(AutoStartWindow, StartMomentAndEndDeadline) {
   }
 }
 
+// A cancelled auto-end watcher leaves the stop signal alone; auto-start runs its mode at once or
+// at the begin time, and not at all without a mode or after a stop.
 TEST(AutoStartRunning, RunsTheModeAtOnceOrAtTheBeginTimeAndNotAtAllWithoutModeOrAfterAStop) {
   core::ManualClock clock(At(2009, 10, 20, 6, 30));
   core::StopSignal stop;
+  {
+    core::NullLogSink quiet;
+    AutoEndWatcher watcher(clock, At(2009, 10, 20, 7, 0), stop, quiet);
+    ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
+    clock.Set(At(2009, 10, 20, 6, 59, 59));
+    EXPECT_FALSE(watcher.Fired());
+  }
+  clock.Set(At(2009, 10, 20, 7, 0));
+  EXPECT_FALSE(stop.Requested());
+
   testing::RecordingLog log;
   int runs = 0;
   EXPECT_FALSE(AutoStart(1, "NONE", "NONE", log, clock, stop).Run([&](auto&) { ++runs; }));
@@ -92,20 +104,6 @@ TEST(AutoStartRunning, RunsTheModeAtOnceOrAtTheBeginTimeAndNotAtAllWithoutModeOr
                              "screen: Waiting for Begin Time of 08:00 to Auto-start Poll",
                              "screen: Auto-starting Poll Mode.",
                              "screen: Waiting for Begin Time of 09:00 to Auto-start Host"}));
-}
-
-TEST(AutoEndWatcherTest, CancelledWatcherLeavesTheSignalAlone) {
-  core::ManualClock clock(At(2009, 10, 20, 6, 30));
-  core::StopSignal stop;
-  core::NullLogSink log;
-  {
-    AutoEndWatcher watcher(clock, At(2009, 10, 20, 7, 0), stop, log);
-    ASSERT_TRUE(clock.WaitForWaiters(1, 5s));
-    clock.Set(At(2009, 10, 20, 6, 59, 59));
-    EXPECT_FALSE(watcher.Fired());
-  }
-  clock.Set(At(2009, 10, 20, 7, 0));
-  EXPECT_FALSE(stop.Requested());
 }
 
 TEST(HostPollSchedule, EachSelectedLocationIsDueOnceADayAndStaysDueOverAReload) {
