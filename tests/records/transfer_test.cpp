@@ -1,3 +1,5 @@
+// Clock files into a company database: the columns, rejects and stamps, and each punch once on
+// SQLite and on PostgreSQL, batch by batch, however files overlap, programs race or one dies.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -10,6 +12,7 @@
 #include "records/amount_column.h"
 #include "records/clock_file_transfer.h"
 #include "records/database_writer.h"
+#include "records/punch_batch.h"
 #include "records/punch_keys.h"
 #include "records/tcd_file_writer.h"
 #include "records/tcd_record_static.h"
@@ -20,12 +23,14 @@
 namespace clockcomm::records {
 namespace {
 
+using namespace std::chrono_literals;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::ThrowsMessage;
 
+using test_support::D;
 using test_support::RowsText;
 using test_support::T;
 using test_support::TransferFixture;
@@ -260,8 +265,8 @@ class KillAfter : public UpdateListener {
 std::filesystem::path WriteTcd(const TransferFixture& f, const char* name, int from, int to) {
   TcdFileWriter w(f.dir.path() / name, false);
   for (int i = from; i <= to; ++i) {
-    w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", i % 2 ? "I" : "O",
-                            test_support::D(2009, 10, 20), T(i / 60 % 24, i % 60), {}, {}, {}, ""));
+    w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", i % 2 ? "I" : "O", D(2009, 10, 20),
+                            T(i / 60 % 24, i % 60), {}, {}, {}, ""));
   }
   return f.dir.path() / name;
 }
@@ -331,6 +336,95 @@ TEST_P(TransferBackendTest, TwoProgramsTransferringAtOnceGiveEveryPunchOnce) {
                      "SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(ID), MAX(ID) "
                      "FROM [Clock Data Table]"),
             std::vector<std::string>{"4000|4000|1|4000"});
+}
+
+// Punch n: dates three years apart in turn, so a batch's keys lie in distant minutes; every
+// tenth a tips punch with an amount; one job number holds a tab and a backslash.
+TcdRecord BatchPunch(int n) {
+  const bool tips = n % 10 == 0;
+  return TcdRecord("9", n, 100 + n % 50, {}, n == 7 ? "A\tB\\C" : "J", "", "", tips ? "T" : "I",
+                   D(2009, 10, 20).AddDays((n % 3) * 1100), T(n / 60 % 24, n % 60), {}, {},
+                   tips ? std::optional<float>(12.3f) : std::nullopt, "");
+}
+
+// Puts punches from..to (and any extra), batch by batch, one transaction each; the counts summed.
+PunchBatch::Result Put(const std::string& location, int from, int to, int batch,
+                       std::vector<int> extra = {}) {
+  auto db = db::Open(location);
+  PunchKeys keys(*db);
+  TcdDbWriter writer(*db);
+  PunchBatch pending(*db, keys, writer);
+  PunchBatch::Result sum;
+  const auto write = [&] {
+    db::Transaction transaction(*db);
+    const auto result = pending.Write();
+    transaction.Commit();
+    sum.written += result.written;
+    sum.already_present += result.already_present;
+  };
+  for (int n = from; n <= to; ++n) extra.push_back(n);
+  for (int n : extra) {
+    const TcdRecord punch = BatchPunch(n);
+    pending.Add(PunchKeys::KeyOf("Front", punch), punch);
+    if (static_cast<int>(pending.Size()) == batch) write();
+  }
+  if (pending.Size() > 0) write();
+  return sum;
+}
+
+// Batches that overlap each other and themselves: each punch once, the IDs one run from 1, the
+// amount in its column, text exactly as it was; and the table numbers its next row after them.
+TEST_P(TransferBackendTest, BatchesPutEachPunchOnceWithIdsInOneRun) {
+  TransferFixture f(CompanyDatabase());
+  const std::string location = f.company_db_path.string();
+  EXPECT_EQ(Put(location, 1, 30, 8).written, 30);
+  const auto second = Put(location, 20, 45, 7, {40});  // 40 twice in one batch
+  EXPECT_EQ(second.written, 15);
+  EXPECT_EQ(second.already_present, 12);
+  auto db = f.OpenCompanyDb();
+  EXPECT_EQ(RowsText(*db,
+                     "SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(ID), MAX(ID), "
+                     "(SELECT COUNT(*) FROM [Punch Keys]) FROM [Clock Data Table]"),
+            std::vector<std::string>{"45|45|1|45|45"});
+  EXPECT_EQ(RowsText(*db,
+                     "SELECT [Punch Type], Tips, Quantity, JobNumber, [Date In], [Time In] "
+                     "FROM [Clock Data Table] WHERE Punch IN (7, 10) ORDER BY Punch"),
+            (std::vector<std::string>{"I|-|-|A\tB\\C|2012-10-24|00:07:00",
+                                      "T|12.3|-|J|2012-10-24|00:10:00"}));
+  db->Execute("INSERT INTO [Clock Data Table] (Punch) VALUES (999)");
+  EXPECT_EQ(db->Query("SELECT ID FROM [Clock Data Table] WHERE Punch = 999").Field(0).AsInt(), 46)
+      << "the table's own numbering goes on after the reserved IDs";
+}
+
+// A writer killed at moments spread over its work, again and again: what it committed stays whole
+// (each row with its key), and a last run puts in exactly what was missing.
+TEST_P(TransferBackendTest, BatchesKilledAnywhereThenRunAgainEachPunchOnce) {
+  TransferFixture f(CompanyDatabase());
+  const std::string location = f.company_db_path.string();
+  Put(location, 1, 0, 1);  // the key table made
+  int kills = 0;
+  for (std::chrono::microseconds after = 300us; after < 2s; after = after * 3 / 2) {
+    const int status = test::RunChildKilledAfter(
+        [&] {
+          Put(location, 1, 3000, 200);
+          return 0;
+        },
+        after);
+    if (!WIFSIGNALED(status)) break;
+    ++kills;
+    const auto counts = f.OpenCompanyDb()
+                            ->Query(
+                                "SELECT COUNT(*), (SELECT COUNT(*) FROM [Punch Keys] k JOIN [Clock "
+                                "Data Table] c ON c.ID = k.ClockDataID) FROM [Clock Data Table]")
+                            .Rows()[0];
+    EXPECT_EQ(counts[0], counts[1]) << "a row without its key, or a key without its row";
+  }
+  EXPECT_GT(kills, 0);
+  const auto last = Put(location, 1, 3000, 200);
+  EXPECT_EQ(last.written + last.already_present, 3000);
+  EXPECT_EQ(f.RowCount(), 3000);
+  EXPECT_EQ(RowsText(*f.OpenCompanyDb(), "SELECT COUNT(DISTINCT Punch) FROM [Clock Data Table]"),
+            std::vector<std::string>{"3000"});
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, TransferBackendTest,
