@@ -71,9 +71,8 @@ TEST_F(PostgresSiteTest, RegistryEventLogAndCompaniesOnTheServer) {
   }
 }
 
-// A SQLite site is copied to the server: refused with a clear message and nothing switched when
-// the copy cannot be made or fails half way; then every table whole and the site switched; a
-// second copy changes nothing; the site then runs on the server.
+// A SQLite site copied to the server: a refused or half-done copy switches nothing; a whole one
+// switches the site, which then runs on the server; a second copy changes nothing.
 TEST_F(PostgresSiteTest, ASqliteSiteIsCopiedOnceAndThenRunsOnTheServer) {
   const std::string url = test::FreshPostgresDatabase("copied_site");
   Run("init");

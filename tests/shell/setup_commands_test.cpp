@@ -93,9 +93,8 @@ TEST(CommSettingsTest, TheThreeOperatorLinesOfAnUnwritableFolder) {
                           "\nCheck FILES setting in CONFIG.SYS"))));
 }
 
-// A stored terminal type number is that type, whichever build wrote the file (files of the
-// builds that numbered by list position read 4 as Mobility and 5 as HandPunch too); a malformed
-// file is reported with its name and the field.
+// A stored terminal type number is that type, whichever build wrote it; a malformed file is
+// reported with its name and the field.
 TEST(CommSettingsTest, ParsedFieldByField) {
   for (const char* type_field : {"1", "2", "4", "5", "11"}) {
     const std::string line = std::string("1,2,1,\"NONE\",\"NONE\",\"\",\"NONE\",3,1,\"/srv/\",1,") +

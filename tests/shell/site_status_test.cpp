@@ -23,9 +23,8 @@ core::DateTime At(int d, int hh, int nn = 0) {
   return *core::DateTime::FromParts(2009, 10, d, hh, nn, 0);
 }
 
-// A site on 2009-10-21 at noon: DOCK (a company's clock) called in this morning, GATE's poll
-// failed, YARD was last reached two days ago although it is called every day, STRAY is only in
-// the event log, and a call file waits for its transfer.
+// 2009-10-21 at noon: DOCK called in, GATE's poll failed, YARD (called daily) was last reached two
+// days ago, STRAY is only in the event log, a call file waits for its transfer.
 class SiteStatusTest : public ::testing::Test {
  protected:
   void SetUp() override {

@@ -234,9 +234,8 @@ class TimedPollingRun : public ::testing::Test {
   TimedPollingResult result_ = TimedPollingResult::kNoEntries;
 };
 
-// Calls in call-time order, a row added during the day and the auto-end are the timed polling
-// call's too; here over two days, with the rows that are not called. Z's call time is the minute
-// the cycle starts in: called at once; each later pass starts a minute after the last call time.
+// Two days of calls with the rows not called; Z's call time is the starting minute: called at
+// once. Each later pass starts a minute after the last call time.
 TEST_F(TimedPollingRun, TwoDaysOfScheduleWithListReReadAndAutoEnd) {
   PollRow unreadable = Row(6, "F", std::nullopt);
   unreadable.dial_time_text = "25:99";
