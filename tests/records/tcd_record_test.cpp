@@ -67,14 +67,15 @@ TEST(TcdRecordTest, JobNumberLengthAndTrimming) {
 }
 
 TEST(TcdRecordStaticTest, ConvertLettersToNumbers) {
-  for (const auto& [in, out] : std::initializer_list<std::pair<const char*, const char*>>{
-           {"123-", "1230"},
-           {"AB-1", "2201"},
-           {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "22233344455566671778889991"},
-           {"abc", ""},
-           {"1 2.3", "10213"},
-           {"#*/", ""},
-           {"", ""}}) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"123-", "1230"},
+      {"AB-1", "2201"},
+      {"abc", ""},
+      {"1 2.3", "10213"},
+      {"#*/", ""},
+      {"", ""},
+      {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "22233344455566671778889991"}};
+  for (const auto& [in, out] : cases) {
     EXPECT_EQ(TcdRecordStatic::ConvertLettersToNumbers(in), out) << in;
   }
 }
