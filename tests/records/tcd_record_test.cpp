@@ -66,30 +66,22 @@ TEST(TcdRecordTest, JobNumberLengthAndTrimming) {
             "99|12345678901234|LO|abc");
 }
 
-// The quoted form (1) is what the call files hold, line for line in the golden transcripts; the
-// plain form of every field is checked by the parse test below.
-TEST(TcdRecordTest, ToTcdStringWritesAmountsAndNegativeSequenceNumbersAsTheyAre) {
-  TcdRecord r("999", -4, 2, std::nullopt, "work", "", "", "I", std::nullopt, std::nullopt,
-              D(2009, 1, 1), T(8, 30), 12.3f, "7");
-  EXPECT_EQ(r.ToTcdString(0), "999,-4,2,,work,,,I,,,2009/1/1,08:30,12.3,7");
-}
-
 TEST(TcdRecordStaticTest, ConvertLettersToNumbers) {
   const std::pair<const char*, const char*> cases[] = {
       {"123-", "1230"},
       {"AB-1", "2201"},
-      {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "22233344455566671778889991"},
       {"abc", ""},
       {"1 2.3", "10213"},
       {"#*/", ""},
       {"", ""},
-  };
+      {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "22233344455566671778889991"}};
   for (const auto& [in, out] : cases) {
     EXPECT_EQ(TcdRecordStatic::ConvertLettersToNumbers(in), out) << in;
   }
 }
 
-// Each parsed record as the text of all its fields (ToTcdString, unquoted).
+// Each parsed record as the text of all its fields (ToTcdString, unquoted; the quoted form is the
+// transcripts').
 TEST(TcdRecordStaticTest, ParseLineFormsAndRefusals) {
   struct Case {
     const char* legend;
@@ -109,8 +101,9 @@ TEST(TcdRecordStaticTest, ParseLineFormsAndRefusals) {
        "\"1\",\"\",\"111\",\"\",\"\",\"\",\"\",\"I\",\"11/13/2009\",\"13:55\","
        "\"\",\"\",\"\",\"\"",
        "1,0,111,,,,,I,2009/11/13,13:55,,,,"},
-      {"out date and amount", "999,1,2,,work,level4,level5,I,,,1/1/2009,08:30,6,7",
-       "999,1,2,,work,level4,level5,I,,,2009/1/1,08:30,6,7"},
+      {"out date, amount, negative sequence",
+       "999,-4,2,,work,level4,level5,I,,,1/1/2009,08:30,12.3,7",
+       "999,-4,2,,work,level4,level5,I,,,2009/1/1,08:30,12.3,7"},
       {"writer's own form", "999,5,1234,3,work,,,I,2009/10/20,12:24,,,,",
        "999,5,1234,3,work,,,I,2009/10/20,12:24,,,,"},
       {"extra fields ignored, leading numbers", " 7 ,12x,34abc,,,,,O,,,,,abc,,extra,more",
@@ -129,9 +122,8 @@ TEST(TcdRecordStaticTest, ParseLineFormsAndRefusals) {
   EXPECT_THROW(TcdRecordStatic::Parse("1,1,1,ZZZZZZZZZZ,,,,I,,,,,,"), core::ArgumentException);
 }
 
-// A line's record by the general rules alone: the copying split, the keypad and leading-number
-// conversions, the department and amount texts, the date and time fields; "throws" for a refused
-// line. Parse takes shortcuts for the usual forms and must give the same on every form.
+// A line's record by the general rules alone ("throws" if refused): Parse's shortcuts for the
+// usual forms must give the same on every form.
 std::string GeneralRecord(std::string_view line) {
   const auto f = TcdRecordStatic::SplitFields(line);
   if (f.size() < kTcdFieldCount) return "throws";
@@ -158,8 +150,7 @@ std::string Parsed(std::string_view line) {
 }
 
 TEST(TcdRecordStaticTest, ParseShortcutsAgreeWithTheGeneralRulesOnEveryForm) {
-  // Each form goes into its field of an otherwise ordinary line, plain and quoted. (Date and time
-  // fields are read by ParseDateField and ParseTimeField alone, checked below.)
+  // Each form in its field of an otherwise ordinary line, plain and quoted.
   const std::vector<std::pair<std::vector<int>, std::vector<const char*>>> forms = {
       {{1, 2, 3},
        {"", "0", "007", "123456789", "1234567890", "2147483648", "99999999999", " 5", "5 ", "-3",
@@ -191,40 +182,24 @@ TEST(TcdRecordStaticTest, ParseShortcutsAgreeWithTheGeneralRulesOnEveryForm) {
     }
   }
   // Lines whose quotes or commas the shortcut split does not take, or takes only in part.
-  for (const char* line : {
-           "999,1,2,3,\"a,b\",,,I,,,,,,1",
-           "999,1,2,3,\"a\"\"b\",,,I,,,,,,1",
-           "999,1,2,3,a\"b,,,I,,,,,,1",
-           "999,1,2,3,\"ab\"c,,,I,,,,,,1",
-           "999,1,2,3,\"\",,,I,,,,,,\"1",
-           "999,1,2,3,job,,,I,,,,,,\"1,2\"",
-           "999,1,2,3,job,,,I,,,,,,1,\"x",
-           "999,1,2,3,job,,,I,,,,,,\"",
-           "999,1,2,3,job,,,I,,,,,\",\"",
-           "999,1,2,3,job,,,I,,,,,,",
-           "999,1,2,3,job,,,I,,,,,",
-           "999,1,2,3,\"a,b,c,d\",,,I,,,,,",
-           " \"999\",1,2,3,job,,,I,,,,,,1",
-           "\"999\" ,1,2,3,job,,,I,,,,,,1",
-           "\t999\t,1,2,3,\tjob ,,,I,,,,,,1",
-           "1,1,1,ZZZZZZZZZZ,,,,I,,,,,,",
-           "\"\"\"\",1,2,3,job,,,I,,,,,,1",
-           "",
-       }) {
+  for (const char* line :
+       {"999,1,2,3,\"a,b\",,,I,,,,,,1", "999,1,2,3,\"a\"\"b\",,,I,,,,,,1",
+        "999,1,2,3,a\"b,,,I,,,,,,1", "999,1,2,3,\"ab\"c,,,I,,,,,,1", "999,1,2,3,\"\",,,I,,,,,,\"1",
+        "999,1,2,3,job,,,I,,,,,,\"1,2\"", "999,1,2,3,job,,,I,,,,,,1,\"x",
+        "999,1,2,3,job,,,I,,,,,,\"", "999,1,2,3,job,,,I,,,,,\",\"", "999,1,2,3,job,,,I,,,,,,",
+        "999,1,2,3,job,,,I,,,,,", "999,1,2,3,\"a,b,c,d\",,,I,,,,,", " \"999\",1,2,3,job,,,I,,,,,,1",
+        "\"999\" ,1,2,3,job,,,I,,,,,,1", "\t999\t,1,2,3,\tjob ,,,I,,,,,,1",
+        "1,1,1,ZZZZZZZZZZ,,,,I,,,,,,", "\"\"\"\",1,2,3,job,,,I,,,,,,1", ""}) {
     EXPECT_EQ(Parsed(line), GeneralRecord(line)) << line;
   }
 }
 
-// What the call files hold is checked line for line by the golden transcripts.
 TcdRecord Punch(int seq) {
   return TcdRecord("999", seq, 1000 + seq, {}, "", "", "", "I", D(2009, 10, 20), T(8, 0), {}, {},
                    {}, "1");
 }
 
-// Appending is the archives' (below); a missing folder is named by the archive, a missing clock
-// file by the transfer command.
-// The forms this program writes are read without the lenient conversion: whatever the text, the
-// answer must be the one the lenient conversion gives.
+// The forms this program writes are read without the lenient conversion, yet must give its answer.
 TEST(TcdRecordStaticTest, DatesAndTimesReadAsTheLenientConversionReadsThem) {
   for (const char* text : {"2009/10/20", "2009/1/5",   "2009/01/05",      "2009/02/30",
                            "2024/2/29",  "2023/2/29",  "2009/10/200",     "209/10/20",

@@ -10,6 +10,7 @@
 #include "core/log_sink.h"
 #include "db/open.h"
 #include "db/schema.h"
+#include "records/clock_file_transfer.h"
 #include "records/company_factory.h"
 #include "test_support/temp_dir.h"
 
@@ -65,6 +66,11 @@ class TransferFixture {
     return factory.GetCompany("Acme");
   }
   std::unique_ptr<db::Database> OpenCompanyDb() { return db::Open(company_db_path); }
+  // Transfers a clock file of the company, logging to log.
+  TransferResult Transfer(const std::filesystem::path& file, const TransferOptions& options = {}) {
+    return ClockFileTransfer({dir.path(), registry_path}, log, clock)
+        .Transfer(LoadCompany(), file, options);
+  }
   // The given columns of [Clock Data Table], in punch order.
   std::vector<std::string> Rows(const std::string& columns) {
     return RowsText(*OpenCompanyDb(),

@@ -1,3 +1,5 @@
+// Clock files into a company database: the columns, rejects and stamps, and each punch once on
+// SQLite and on PostgreSQL, batch by batch, however files overlap, programs race or one dies.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -10,21 +12,25 @@
 #include "records/amount_column.h"
 #include "records/clock_file_transfer.h"
 #include "records/database_writer.h"
+#include "records/punch_batch.h"
 #include "records/punch_keys.h"
 #include "records/tcd_file_writer.h"
 #include "records/tcd_record_static.h"
+#include "test_support/kill_child.h"
 #include "test_support/postgres_schema.h"
 #include "transfer_fixture.h"
 
 namespace clockcomm::records {
 namespace {
 
+using namespace std::chrono_literals;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::ThrowsMessage;
 
+using test_support::D;
 using test_support::RowsText;
 using test_support::T;
 using test_support::TransferFixture;
@@ -36,7 +42,9 @@ TEST(AmountColumnTest, ByPunchType) {
       {"I", "Quantity"}, {"~", "Quantity"}, {"", "Quantity"}, {"SV", "Quantity"},
       {"t", "Quantity"},
   };
-  for (const auto& [type, column] : exact) EXPECT_STREQ(AmountColumnForPunchType(type), column);
+  for (const auto& [type, column] : exact) {
+    EXPECT_STREQ(AmountColumnForPunchType(type), column) << type;
+  }
 }
 
 TEST(StampTest, TheRegistryRowsOfTheClockAreStamped) {
@@ -48,15 +56,14 @@ TEST(StampTest, TheRegistryRowsOfTheClockAreStamped) {
       "('Caf\xE9', 'caf\xE9', 'cafe'), ('Caf\xE9 Two', 'CAF\xC9', 'cafe2')");
   EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "FRONT", today), 1);
   EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "\" OR 1=1 --", today), 0);
-  EXPECT_EQ(f.LoadCompany().ClockDataTableLastUpdated().GetDate(), today);
   // A Windows-1252 clock name in the other case: both rows of that clock are stamped.
   EXPECT_EQ(DatabaseWriter::StampRegistry(*registry, "Caf\xC9", today), 2);
-  EXPECT_EQ(test_support::RowsText(*registry, "SELECT [Clock Table Updated] FROM Company"),
-            std::vector<std::string>(3, "2009-03-04"));
+  EXPECT_EQ(RowsText(*registry, "SELECT [Clock Table Updated] FROM Company"),
+            std::vector<std::string>(3, "2009-03-04"))
+      << "Acme's row, and both of the accented clock's";
 }
 
-// The quoted line form, a second run and the assignment reaching a row are the command test's;
-// here the columns each punch fills.
+// The columns each punch fills (the quoted form and a second run are the command test's).
 TEST(ClockFileTransferTest, ColumnsByPunchWithOverridesArchiveAndStamps) {
   TransferFixture f;
   f.OpenCompanyDb()->Execute(
@@ -71,8 +78,7 @@ TEST(ClockFileTransferTest, ColumnsByPunchWithOverridesArchiveAndStamps) {
                             "999,4,1234,5,mine,,,I,10/21/2009,8:00am,,,,\r\n"
                             "999,5,1234,,,x'); DROP TABLE [Employee Table];--,l5,I,10/21/2009,"
                             "9:00,,,4,\r\n");
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  const auto result = f.Transfer(file);
   EXPECT_EQ(result.records_in_file, 4);
   EXPECT_EQ(result.inserted, 4);
   EXPECT_EQ(result.rejected, 0);
@@ -103,11 +109,7 @@ TEST(ClockFileTransferTest, ColumnsByPunchWithOverridesArchiveAndStamps) {
   EXPECT_THAT(f.log.screen, Contains(HasSubstr("Transfer for clock Front complete")));
 }
 
-// A punch is known by its content: a file that grew and a recovered file each go in once (the
-// batch sent again after a missed EOT or a lost ACK is the fault calls'). Punches that differ in
-// anything, their sequence number included, are different punches.
-// The company database on each backend: the file in the company's folder, or a schema of the
-// test server that the registry names.
+// The company database as a file in the company's folder, or a schema on the test server.
 class TransferBackendTest : public ::testing::TestWithParam<std::string> {
  protected:
   static std::string CompanyDatabase() {
@@ -115,9 +117,10 @@ class TransferBackendTest : public ::testing::TestWithParam<std::string> {
   }
 };
 
+// A punch is known by its content: a grown or recovered file goes in once; punches that differ
+// in anything, their sequence number included, are different punches.
 TEST_P(TransferBackendTest, EachPunchGoesInOnceWhateverFileOrLineBringsIt) {
   TransferFixture f(CompanyDatabase());
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
   const std::string batch =
       "9,1,10,,,,,I,10/21/2009,08:00,,,,\r\n"
       "9,2,10,,,,,O,10/21/2009,12:00,,,,\r\n";
@@ -144,9 +147,7 @@ TEST_P(TransferBackendTest, EachPunchGoesInOnceWhateverFileOrLineBringsIt) {
     SCOPED_TRACE(step.content);
     auto file = f.dir.path() / step.file;
     core::WriteFileAtomically(file, step.content);
-    TransferOptions options;
-    options.mode_letter = step.mode;
-    EXPECT_EQ(transfer.Transfer(f.LoadCompany(), file, options).inserted, step.inserted);
+    EXPECT_EQ(f.Transfer(file, {.mode_letter = step.mode}).inserted, step.inserted);
     EXPECT_EQ(std::filesystem::exists(file.replace_extension(".ARC")), *step.mode != 'W');
     total += step.inserted;
   }
@@ -177,8 +178,7 @@ TEST_P(TransferBackendTest, KeysOfTheEarlierTextFormStillKnowTheirPunches) {
   }
   const auto file = f.dir.path() / "10220001.TCD";
   core::WriteFileAtomically(file, kept + "\r\n" + deleted + "\r\n");
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  const auto result = f.Transfer(file);
   EXPECT_EQ(result.already_present, 1);
   EXPECT_EQ(result.inserted, 1);
   EXPECT_EQ(f.RowCount(), 2);
@@ -193,21 +193,19 @@ TEST(ClockFileTransferTest, BadLinesRejectedGoodLinesGoIn) {
                             "999,2,10,,,\r\n"
                             "999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n"
                             "999,4,10,,,,,O,10/20/2009,17:00,,,,\r\n");
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  const auto result = transfer.Transfer(f.LoadCompany(), file);
+  const std::string rejects = "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n";
+  const auto result = f.Transfer(file);
   EXPECT_EQ(result.inserted, 2);
   EXPECT_EQ(result.rejected, 2);
   EXPECT_EQ(f.RowCount(), 2);
-  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"),
-            "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n");
+  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"), rejects);
   EXPECT_THAT(f.log.events, Contains(HasSubstr("bad.TCD line 2: ")));
   EXPECT_THAT(f.log.events,
               Contains(HasSubstr("bad.TCD line 3: Department must be between 0 and 999999999.")));
   // Run again: the reject file holds the same lines once, nothing is doubled.
-  transfer.Transfer(f.LoadCompany(), file);
+  f.Transfer(file);
   EXPECT_EQ(f.RowCount(), 2);
-  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"),
-            "999,2,10,,,\r\n999,3,10,1234567890,,,,I,10/20/2009,08:00,,,,\r\n");
+  EXPECT_EQ(core::ReadWholeFile(f.dir.path() / "bad.REJ"), rejects);
 }
 
 // A company database that cannot be used stops the transfer with a message naming it (never its
@@ -235,8 +233,7 @@ TEST(ClockFileTransferTest, ADatabaseThatCannotBeUsedLeavesTheFile) {
     } else {
       db::Open(f.registry_path)->Execute("UPDATE Company SET [Database] = ?", {c.database});
     }
-    ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-    EXPECT_THAT([&] { transfer.Transfer(f.LoadCompany(), file); },
+    EXPECT_THAT([&] { f.Transfer(file); },
                 ThrowsMessage<TransferError>(AllOf(HasSubstr(c.message), Not(HasSubstr("s3cret")),
                                                    Not(HasSubstr("wrong-pw")),
                                                    Not(HasSubstr(server.Password())))));
@@ -257,45 +254,38 @@ class KillAfter : public UpdateListener {
   int n_;
 };
 
+// Punches from..to of clock 9 in a TCD file of the fixture's folder.
+std::filesystem::path WriteTcd(const TransferFixture& f, const char* name, int from, int to) {
+  TcdFileWriter w(f.dir.path() / name, false);
+  for (int i = from; i <= to; ++i) {
+    w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", i % 2 ? "I" : "O", D(2009, 10, 20),
+                            T(i / 60 % 24, i % 60), {}, {}, {}, ""));
+  }
+  return f.dir.path() / name;
+}
+
 // Killed before a batch's commit, right after it, and one row after it; each run starts where
 // the committed batches end, and the last run leaves every line in once.
 TEST_P(TransferBackendTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEveryRowOnce) {
   TransferFixture f(CompanyDatabase());
-  const auto file = f.dir.path() / "big.TCD";
-  constexpr int kRows = 50;
-  constexpr int kBatch = 8;
-  {
-    TcdFileWriter w(file, false);
-    for (int i = 1; i <= kRows; ++i) {
-      w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", i % 2 ? "I" : "O",
-                              *core::Date::FromYmd(2009, 10, 20), {}, {}, {}, {}, ""));
-    }
-  }
+  const auto file = WriteTcd(f, "big.TCD", 1, 50);
   const struct {
     int kill_after;  // records read before the kill
     int rows;        // rows in the table afterwards
   } kills[] = {{12, 8}, {16, 16}, {17, 16}, {49, 48}};
   for (const auto& kill : kills) {
     SCOPED_TRACE(kill.kill_after);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      core::NullLogSink log;
-      ClockFileTransfer transfer({f.dir.path(), f.registry_path}, log, f.clock);
-      KillAfter killer(kill.kill_after);
-      TransferOptions options;
-      options.listener = &killer;
-      options.batch_rows = kBatch;
-      try {
-        transfer.Transfer(f.LoadCompany(), file, options);
-      } catch (...) {
-      }
-      ::_exit(3);  // not reached when the kill works
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFSIGNALED(status)) << "child exited with " << WEXITSTATUS(status);
-    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    const int status = test::RunChildKilledAfter(
+        [&] {
+          KillAfter killer(kill.kill_after);
+          try {
+            f.Transfer(file, {.batch_rows = 8, .listener = &killer});
+          } catch (...) {
+          }
+          return 3;  // not reached when the kill works
+        },
+        std::chrono::hours(1));
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
     EXPECT_EQ(f.RowCount(), kill.rows) << "rows committed before the kill";
     EXPECT_EQ(f.OpenCompanyDb()->Query("SELECT COUNT(*) FROM [Punch Keys]").Field(0).AsInt(),
               kill.rows)
@@ -303,17 +293,13 @@ TEST_P(TransferBackendTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEvery
   }
   EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "big.ARC")) << "killed before archiving";
 
-  ClockFileTransfer transfer({f.dir.path(), f.registry_path}, f.log, f.clock);
-  TransferOptions options;
-  options.batch_rows = kBatch;
-  const auto result = transfer.Transfer(f.LoadCompany(), file, options);
+  const auto result = f.Transfer(file, {.batch_rows = 8});
   EXPECT_EQ(result.already_present, 48);
   EXPECT_EQ(result.inserted, 2);
-  auto db = f.OpenCompanyDb();
-  EXPECT_EQ(db->Query("SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(Punch), MAX(Punch) "
-                      "FROM [Clock Data Table]")
-                .Rows()[0],
-            (std::vector<db::Value>{int64_t{kRows}, int64_t{kRows}, int64_t{1}, int64_t{kRows}}));
+  EXPECT_EQ(RowsText(*f.OpenCompanyDb(),
+                     "SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(Punch), MAX(Punch) "
+                     "FROM [Clock Data Table]"),
+            std::vector<std::string>{"50|50|1|50"});
   EXPECT_TRUE(std::filesystem::exists(f.dir.path() / "big.ARC"));
 }
 
@@ -321,26 +307,12 @@ TEST_P(TransferBackendTest, KilledAtAndBetweenBatchCommitsThenRunAgainGivesEvery
 // moment, as two servers of a site would: every punch goes in once.
 TEST_P(TransferBackendTest, TwoProgramsTransferringAtOnceGiveEveryPunchOnce) {
   TransferFixture f(CompanyDatabase());
-  const auto write_file = [&](const char* name, int from, int to) {
-    TcdFileWriter w(f.dir.path() / name, false);
-    for (int i = from; i <= to; ++i) {
-      w.WriteRecord(TcdRecord("9", i, 100 + i % 7, {}, "", "", "", "I",
-                              *core::Date::FromYmd(2009, 10, 20), T(i / 60 % 24, i % 60), {}, {},
-                              {}, ""));
-    }
-    return f.dir.path() / name;
-  };
-  const auto files = {write_file("a.TCD", 1, 3000), write_file("b.TCD", 1001, 4000)};
   std::vector<pid_t> children;
-  for (const auto& file : files) {
+  for (const auto& file : {WriteTcd(f, "a.TCD", 1, 3000), WriteTcd(f, "b.TCD", 1001, 4000)}) {
     children.push_back(::fork());
     if (children.back() == 0) {
-      core::NullLogSink log;
-      ClockFileTransfer transfer({f.dir.path(), f.registry_path}, log, f.clock);
-      TransferOptions options;
-      options.batch_rows = 250;
       try {
-        transfer.Transfer(f.LoadCompany(), file, options);
+        f.Transfer(file, {.batch_rows = 250});
         ::_exit(0);
       } catch (const std::exception& e) {
         std::fprintf(stderr, "%s: %s\n", file.c_str(), e.what());
@@ -357,6 +329,95 @@ TEST_P(TransferBackendTest, TwoProgramsTransferringAtOnceGiveEveryPunchOnce) {
                      "SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(ID), MAX(ID) "
                      "FROM [Clock Data Table]"),
             std::vector<std::string>{"4000|4000|1|4000"});
+}
+
+// Punch n: dates three years apart in turn, so a batch's keys lie in distant minutes; every
+// tenth a tips punch with an amount; one job number holds a tab and a backslash.
+TcdRecord BatchPunch(int n) {
+  const bool tips = n % 10 == 0;
+  return TcdRecord("9", n, 100 + n % 50, {}, n == 7 ? "A\tB\\C" : "J", "", "", tips ? "T" : "I",
+                   D(2009, 10, 20).AddDays((n % 3) * 1100), T(n / 60 % 24, n % 60), {}, {},
+                   tips ? std::optional<float>(12.3f) : std::nullopt, "");
+}
+
+// Puts punches from..to (and any extra), batch by batch, one transaction each; the counts summed.
+PunchBatch::Result Put(const std::string& location, int from, int to, int batch,
+                       std::vector<int> extra = {}) {
+  auto db = db::Open(location);
+  PunchKeys keys(*db);
+  TcdDbWriter writer(*db);
+  PunchBatch pending(*db, keys, writer);
+  PunchBatch::Result sum;
+  const auto write = [&] {
+    db::Transaction transaction(*db);
+    const auto result = pending.Write();
+    transaction.Commit();
+    sum.written += result.written;
+    sum.already_present += result.already_present;
+  };
+  for (int n = from; n <= to; ++n) extra.push_back(n);
+  for (int n : extra) {
+    const TcdRecord punch = BatchPunch(n);
+    pending.Add(PunchKeys::KeyOf("Front", punch), punch);
+    if (static_cast<int>(pending.Size()) == batch) write();
+  }
+  if (pending.Size() > 0) write();
+  return sum;
+}
+
+// Batches that overlap each other and themselves: each punch once, the IDs one run from 1, the
+// amount in its column, text exactly as it was; and the table numbers its next row after them.
+TEST_P(TransferBackendTest, BatchesPutEachPunchOnceWithIdsInOneRun) {
+  TransferFixture f(CompanyDatabase());
+  const std::string location = f.company_db_path.string();
+  EXPECT_EQ(Put(location, 1, 30, 8).written, 30);
+  const auto second = Put(location, 20, 45, 7, {40});  // 40 twice in one batch
+  EXPECT_EQ(second.written, 15);
+  EXPECT_EQ(second.already_present, 12);
+  auto db = f.OpenCompanyDb();
+  EXPECT_EQ(RowsText(*db,
+                     "SELECT COUNT(*), COUNT(DISTINCT Punch), MIN(ID), MAX(ID), "
+                     "(SELECT COUNT(*) FROM [Punch Keys]) FROM [Clock Data Table]"),
+            std::vector<std::string>{"45|45|1|45|45"});
+  EXPECT_EQ(RowsText(*db,
+                     "SELECT [Punch Type], Tips, Quantity, JobNumber, [Date In], [Time In] "
+                     "FROM [Clock Data Table] WHERE Punch IN (7, 10) ORDER BY Punch"),
+            (std::vector<std::string>{"I|-|-|A\tB\\C|2012-10-24|00:07:00",
+                                      "T|12.3|-|J|2012-10-24|00:10:00"}));
+  db->Execute("INSERT INTO [Clock Data Table] (Punch) VALUES (999)");
+  EXPECT_EQ(db->Query("SELECT ID FROM [Clock Data Table] WHERE Punch = 999").Field(0).AsInt(), 46)
+      << "the table's own numbering goes on after the reserved IDs";
+}
+
+// A writer killed at moments spread over its work, again and again: what it committed stays whole
+// (each row with its key), and a last run puts in exactly what was missing.
+TEST_P(TransferBackendTest, BatchesKilledAnywhereThenRunAgainEachPunchOnce) {
+  TransferFixture f(CompanyDatabase());
+  const std::string location = f.company_db_path.string();
+  Put(location, 1, 0, 1);  // the key table made
+  int kills = 0;
+  for (std::chrono::microseconds after = 300us; after < 2s; after = after * 3 / 2) {
+    const int status = test::RunChildKilledAfter(
+        [&] {
+          Put(location, 1, 3000, 200);
+          return 0;
+        },
+        after);
+    if (!WIFSIGNALED(status)) break;
+    ++kills;
+    const auto counts = f.OpenCompanyDb()
+                            ->Query(
+                                "SELECT COUNT(*), (SELECT COUNT(*) FROM [Punch Keys] k JOIN [Clock "
+                                "Data Table] c ON c.ID = k.ClockDataID) FROM [Clock Data Table]")
+                            .Rows()[0];
+    EXPECT_EQ(counts[0], counts[1]) << "a row without its key, or a key without its row";
+  }
+  EXPECT_GT(kills, 0);
+  const auto last = Put(location, 1, 3000, 200);
+  EXPECT_EQ(last.written + last.already_present, 3000);
+  EXPECT_EQ(f.RowCount(), 3000);
+  EXPECT_EQ(RowsText(*f.OpenCompanyDb(), "SELECT COUNT(DISTINCT Punch) FROM [Clock Data Table]"),
+            std::vector<std::string>{"3000"});
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, TransferBackendTest,
