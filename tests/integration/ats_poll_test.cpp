@@ -1,6 +1,5 @@
-// ATS terminals polled by the real line runner: the simulated terminal on a pty (a serial line at
-// 9600,O,7,2) or behind a TCP port (a LAN line), its punches into [Clock Data Table] once each,
-// whatever the terminal does wrong on the way.
+// ATS terminals polled by the real line runner over a pty or a TCP port: every punch into
+// [Clock Data Table] once, whatever the terminal does wrong on the way.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -115,9 +114,8 @@ TEST_F(ATSPollTest, ATerminalThatIsSlowSendsABadFrameAndAnUnknownPacketLosesNoth
   EXPECT_GE(controller_->Snapshot().bad_input.bad_block_check, 1u);
 }
 
-// Over the network: one terminal never gets ready (its command is not sent and the loop goes on),
-// the next is polled; a line dropped mid-poll keeps what was acknowledged and the next poll brings
-// the rest, nothing twice.
+// Over the network: a terminal that never gets ready holds up no one; a line dropped mid-poll keeps
+// what was acknowledged and the next poll brings the rest, nothing twice.
 TEST_F(ATSPollTest, OverTcpAFailedTerminalNeverStopsTheListAndADroppedLineLosesNothing) {
   ATSTerminalConfig busy_config;
   busy_config.address = 2;

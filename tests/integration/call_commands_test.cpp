@@ -1,12 +1,7 @@
-// The call commands of the built binary: host against a simulated terminal on a pty, the poll
-// list, the T4 host, and the refusals of poll --timed, auto and a LAN address not of this machine.
+// The call commands of the built binary: the T4 host, the poll list, and what the call commands
+// refuse. A hosted call over a pty through the binary is the kill-and-restart test's.
 #include <gtest/gtest.h>
 
-#include <future>
-
-#include "comm/pty_pair.h"
-#include "db/open.h"
-#include "sim/zon_terminal.h"
 #include "test_support/child_process.h"
 #include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
@@ -24,20 +19,6 @@ class CallCommandsTest : public ::testing::Test {
 
   TempDir dir_;
 };
-
-TEST_F(CallCommandsTest, HostOnceTakesACallAndExitsWithItsOutcome) {
-  auto pty = comm::PtyPair::Open();
-  auto line = pty.TakeMaster();
-  sim::ZonTerminal terminal(sim::TerminalConfig{},
-                            {"1,12,,,,,I,091020,0800,,,,1", "2,12,,,,,O,091020,1600,,,,1"});
-  auto call = std::async(std::launch::async, [&] { return terminal.CallIn(*line); });
-  const auto r = Run("host --once --port " + pty.SlavePath());
-  EXPECT_EQ(call.get(), sim::CallOutcome::kCompleted);
-  EXPECT_EQ(r.exit_code, 0) << r.out << r.err;
-  EXPECT_NE(r.out.find("End of transmission"), std::string::npos) << r.out;
-  auto db = db::Open(dir_.path() / "data" / "acme" / "Company.db");
-  EXPECT_EQ(db->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt(), 2);
-}
 
 // `t4 host`, and `auto` on a terminal type 2 line, run the T4 host: the terminal's outage is shown
 // once, and SIGTERM ends the program as End does.
@@ -60,89 +41,77 @@ TEST_F(CallCommandsTest, T4HostRunsUntilTheStopSignal) {
   }
 }
 
-TEST_F(CallCommandsTest, PollListAddListRemove) {
-  auto r = Run("poll-list add Dock --phone 5551234 --dial-time 6:30 --terminal-id 7");
-  ASSERT_EQ(r.exit_code, 0) << r.err;
-  EXPECT_NE(Run("poll-list list").out.find("06:30"), std::string::npos);
-  r = Run("poll-list add Yard --dial-time 25:00");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.err.find("--dial-time"), std::string::npos) << r.err;
-  EXPECT_EQ(Run("poll-list remove 1").exit_code, 0);
-  EXPECT_EQ(Run("poll-list list").out.find("Dock"), std::string::npos);
-  r = Run("poll-list remove 1");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.err.find("1"), std::string::npos);
-}
-
-TEST_F(CallCommandsTest, RefusalsNameWhatIsMissing) {
-  // No call times in the poll list: timed polling has nothing to do.
-  ASSERT_EQ(Run("poll-list add Dock --phone 5551234").exit_code, 0);
-  auto r = Run("poll --timed");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.out.find("There are no clocks with call times. Clock entries must have call times "
-                       "to be AutoPolled."),
-            std::string::npos)
-      << r.out << r.err;
-
-  r = Run("auto");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.err.find("auto_start_mode is 1"), std::string::npos) << r.err;
-
-  // A terminal type without a loop of its own would keep its punches and send them again on
-  // every call: host, poll and auto refuse it, and settings set warns.
-  for (const char* type : {"5", "6"}) {
-    r = Run(std::string("settings set terminal_type=") + type);
-    ASSERT_EQ(r.exit_code, 0);
-    EXPECT_NE(r.err.find("is not served yet"), std::string::npos) << r.err;
+// The poll list's commands, then what host, poll and auto refuse and why, in one program folder.
+TEST_F(CallCommandsTest, PollListAndTheRefusalsThatNameWhatIsMissing) {
+  struct Step {
+    std::string command;
+    bool ok;
+    std::vector<std::string> out, err;  // texts that must be in stdout, stderr
+    std::string not_out = {};           // a text that must not be in stdout
+  };
+  std::vector<Step> steps = {
+      {"poll-list add Dock --phone 5551234 --dial-time 6:30 --terminal-id 7", true, {}, {}},
+      {"poll-list list", true, {"06:30"}, {}},
+      {"poll-list add Yard --dial-time 25:00", false, {}, {"--dial-time"}},
+      {"poll-list remove 1", true, {}, {}},
+      {"poll-list list", true, {}, {}, "Dock"},
+      {"poll-list remove 1", false, {}, {"1"}},
+      // No call times in the poll list: timed polling has nothing to do.
+      {"poll-list add Dock --phone 5551234", true, {}, {}},
+      {"poll --timed",
+       false,
+       {"There are no clocks with call times. Clock entries must have call times to be "
+        "AutoPolled."},
+       {}},
+      {"auto", false, {}, {"auto_start_mode is 1"}},
+  };
+  // A type without a loop of its own would send its punches again on every call: refused.
+  for (const std::string type : {"5", "6"}) {
+    steps.push_back({"settings set terminal_type=" + type, true, {}, {"is not served yet"}});
     for (const char* command : {"host --once", "poll", "auto"}) {
-      r = Run(command);
-      EXPECT_NE(r.exit_code, 0) << command;
-      EXPECT_NE(r.err.find(std::string("Terminal type ") + type), std::string::npos)
-          << command << ": " << r.err;
+      steps.push_back({command, false, {}, {"Terminal type " + type}});
     }
   }
-  // T4 terminals are served from the T4 clock list, on the network only.
-  r = Run("settings set terminal_type=2 connection_type=Serial");
-  EXPECT_NE(r.err.find("reached over the network only"), std::string::npos) << r.err;
-  r = Run("poll");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.err.find("The T4 clock list has no clock"), std::string::npos) << r.err;
-  ASSERT_EQ(Run("t4 clocks add Gate --address 127.0.0.1:9").exit_code, 0);
-  r = Run("poll");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.out.find("Gate at 127.0.0.1:9 does not answer: T4 terminals are reached over the "
-                       "network only, not by serial line"),
-            std::string::npos)
-      << r.out;
-  r = Run("host --once");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.err.find("no --once"), std::string::npos) << r.err;
-
-  // ATS terminals are polled, never waited for.
-  ASSERT_EQ(Run("settings set terminal_type=7").exit_code, 0);
-  r = Run("host --once");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.err.find("never calls in"), std::string::npos) << r.err;
-
-  // A LAN listener address that is not this machine's.
-  ASSERT_EQ(Run("settings set terminal_type=1 connection_type=LAN").exit_code, 0);
-  r = Run("host --once --listen 192.0.2.1:3001");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.err.find("cannot listen for LAN terminals on 192.0.2.1:3001"), std::string::npos)
-      << r.err;
-  EXPECT_NE(r.err.find("address"), std::string::npos) << r.err;
-
-  ASSERT_EQ(Run("settings set connection_type=Serial").exit_code, 0);
-  r = Run("host --once --port /dev/clockcomm-no-such-port");
-  EXPECT_NE(r.exit_code, 0);
-  EXPECT_NE(r.out.find("Invalid Com Port\nSelect valid Com Port and then restart."),
-            std::string::npos)
-      << r.out;
-  EXPECT_EQ(r.out.find("Mode ="), std::string::npos) << "the loop is not entered: " << r.out;
-  EXPECT_NE(r.err.find("/dev/clockcomm-no-such-port"), std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("No such file"), std::string::npos) << r.err;
-
-  r = RunClockcomm(dir_.path() / "nowhere", "host --once");
+  const std::vector<Step> more = {
+      // T4 terminals are served from the T4 clock list, on the network only.
+      {"settings set terminal_type=2 connection_type=Serial",
+       true,
+       {},
+       {"reached over the network only"}},
+      {"poll", false, {}, {"The T4 clock list has no clock"}},
+      {"t4 clocks add Gate --address 127.0.0.1:9", true, {}, {}},
+      {"poll",
+       false,
+       {"Gate at 127.0.0.1:9 does not answer: T4 terminals are reached over the network only, not "
+        "by serial line"},
+       {}},
+      {"host --once", false, {}, {"no --once"}},
+      // ATS terminals are polled, never waited for.
+      {"settings set terminal_type=7", true, {}, {}},
+      {"host --once", false, {}, {"never calls in"}},
+      // A LAN listener address that is not this machine's.
+      {"settings set terminal_type=1 connection_type=LAN", true, {}, {}},
+      {"host --once --listen 192.0.2.1:3001",
+       false,
+       {},
+       {"cannot listen for LAN terminals on 192.0.2.1:3001", "address"}},
+      {"settings set connection_type=Serial", true, {}, {}},
+      {"host --once --port /dev/clockcomm-no-such-port",
+       false,
+       {"Invalid Com Port\nSelect valid Com Port and then restart."},
+       {"/dev/clockcomm-no-such-port", "No such file"},
+       "Mode ="},  // the loop is not entered
+  };
+  steps.insert(steps.end(), more.begin(), more.end());
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.command);
+    const CommandResult r = Run(step.command);
+    EXPECT_EQ(r.exit_code == 0, step.ok) << r.out << r.err;
+    for (const auto& text : step.out) EXPECT_NE(r.out.find(text), std::string::npos) << r.out;
+    for (const auto& text : step.err) EXPECT_NE(r.err.find(text), std::string::npos) << r.err;
+    EXPECT_TRUE(step.not_out.empty() || r.out.find(step.not_out) == std::string::npos) << r.out;
+  }
+  const CommandResult r = RunClockcomm(dir_.path() / "nowhere", "host --once");
   EXPECT_NE(r.exit_code, 0);
   EXPECT_NE(r.err.find("init"), std::string::npos) << r.err;
 }

@@ -1,6 +1,5 @@
 // A program folder with one company (clock DEMODATA), its employees and validation tables, and
-// the call loop's objects wired as the command line wires them; terminals and modems are the
-// simulators on real pty pairs.
+// the call loop's objects wired as the command line wires them.
 #pragma once
 
 #include <fmt/format.h>

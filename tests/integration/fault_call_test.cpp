@@ -135,9 +135,8 @@ TEST_F(FaultCallTest, ALockedOrDamagedCompanyDatabaseKeepsTheCallPendingUntilItI
   }
 }
 
-// A TCLOG.db held by another connection for the whole call, and one that cannot be opened when
-// the program starts: the call runs as usual, and each lost event is reported in the debug log
-// (stderr says it once per outage).
+// A TCLOG.db locked for the whole call, or that cannot be opened at the start: the call runs as
+// usual, each lost event goes to the debug log, and stderr says it once per outage.
 TEST_F(FaultCallTest, AnUnavailableEventLogNeverEndsACall) {
   const fs::path event_log = paths_->EventLogDatabase();
   std::unique_ptr<db::Database> blocker;
@@ -224,9 +223,8 @@ void RunOnASmallTmpfs() {
   EXPECT_NE(output.find("[  PASSED  ] 1 test"), std::string::npos) << output;
 }
 
-// The data folder fills up while the terminal uploads: the packet that could not be written is not
-// acknowledged, the call fails and the terminal keeps every punch; once space is freed the next
-// call delivers them all.
+// The disk fills up during an upload: the packet not written is not acknowledged, the terminal
+// keeps every punch, and once space is freed the next call delivers them all.
 TEST_F(FaultCallTest, AFullDiskIsNeverAcknowledgedAndTheNextCallDeliversEverything) {
   if (std::getenv(kTmpfsVariable) == nullptr) return RunOnASmallTmpfs();
   ASSERT_EQ(home_.string().rfind(std::getenv(kTmpfsVariable), 0), 0u);

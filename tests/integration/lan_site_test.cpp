@@ -1,6 +1,5 @@
-// One clockcomm process serving a site's lines: Zon/Tranz terminals calling the LAN listener and
-// polled at their network address, two serial lines and the listener at once, End during
-// overlapping calls. The built binary against simulated terminals on real ptys and sockets.
+// The built binary serving a site's lines: network terminals calling its LAN listener and polled
+// at their address, serial lines and the listener at once, End during overlapping calls.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -123,10 +122,8 @@ TEST_F(LanSiteTest, ANetworkTerminalCallsTheListenerAndIsPolledAtItsAddress) {
   EXPECT_NE(refused.out.find("Call failed"), std::string::npos) << refused.out;
 }
 
-// Two serial lines and the LAN listener in one process, and a third serial line that cannot be
-// opened: the failed line and a silent network terminal hold up no one, the three calls overlap and
-// all go in; End during calls in progress ends the program at once, and the terminals that were cut
-// off deliver everything once on their next call.
+// Two serial lines and the listener, a third line that cannot be opened and a silent connection
+// hold up no one; End cuts calls short at once, and their next calls deliver everything once.
 TEST_F(LanSiteTest, SerialLinesAndTheListenerServeOverlappingCallsAndEndStopsThemAll) {
   auto com1 = comm::PtyPair::Open();
   auto com2 = comm::PtyPair::Open();
@@ -135,22 +132,26 @@ TEST_F(LanSiteTest, SerialLinesAndTheListenerServeOverlappingCallsAndEndStopsThe
       fmt::format("\n[Ports]\nCOM1={}\nCOM2={}\nCOM3=/dev/clockcomm-no-such-port\n\n[Lines]\n"
                   "COM2=Serial\nCOM3=Serial\nLAN=127.0.0.1:0\n",
                   com1.SlavePath(), com2.SlavePath()));
-  auto line1 = com1.TakeMaster();
-  auto line2 = com2.TakeMaster();
+  auto com1_end = com1.TakeMaster(), com2_end = com2.TakeMaster();
   Child program = Start("host");
   const uint16_t port = ListenerPort(program);
   ASSERT_NE(port, 0);
   auto silent = comm::TcpConnection::Connect("127.0.0.1", port, 5s);
+  // The three terminals call at once, on COM1, COM2 and the listener.
+  auto call_all = [&](const std::vector<sim::ZonTerminal*>& terminals, uint16_t listener) {
+    std::future<sim::CallOutcome> calls[] = {
+        std::async(std::launch::async, [&] { return terminals[0]->CallIn(*com1_end); }),
+        std::async(std::launch::async, [&] { return terminals[1]->CallIn(*com2_end); }),
+        std::async(std::launch::async, [&] { return CallOverTcp(*terminals[2], listener); })};
+    std::vector<sim::CallOutcome> outcomes;
+    for (auto& call : calls) outcomes.push_back(call.get());
+    return outcomes;
+  };
+  const std::vector<sim::CallOutcome> completed(3, sim::CallOutcome::kCompleted);
 
-  sim::ZonTerminal on_com1(sim::TerminalConfig{}, Punches(5, 31));
-  sim::ZonTerminal on_com2(sim::TerminalConfig{}, Punches(5, 32));
-  sim::ZonTerminal on_lan(sim::TerminalConfig{}, Punches(5, 33));
-  auto call1 = std::async(std::launch::async, [&] { return on_com1.CallIn(*line1); });
-  auto call2 = std::async(std::launch::async, [&] { return on_com2.CallIn(*line2); });
-  auto call3 = std::async(std::launch::async, [&] { return CallOverTcp(on_lan, port); });
-  EXPECT_EQ(call1.get(), sim::CallOutcome::kCompleted);
-  EXPECT_EQ(call2.get(), sim::CallOutcome::kCompleted);
-  EXPECT_EQ(call3.get(), sim::CallOutcome::kCompleted);
+  sim::ZonTerminal on_com1({}, Punches(5, 31)), on_com2({}, Punches(5, 32)),
+      on_lan({}, Punches(5, 33));
+  EXPECT_EQ(call_all({&on_com1, &on_com2, &on_lan}, port), completed);
   EXPECT_TRUE(WaitForRows(program, 15)) << program.Tail();
   EXPECT_EQ(Rows(), (RowCounts{15, 15}));
   for (const char* line : {"[COM1]", "[COM2]", "[LAN 127.0.0.1:", "[COM3] Invalid Com Port"}) {
@@ -158,16 +159,12 @@ TEST_F(LanSiteTest, SerialLinesAndTheListenerServeOverlappingCallsAndEndStopsThe
   }
 
   // Calls cut off half way on every line, then End.
-  auto cut_off = [](int badge) {
-    sim::TerminalConfig config;
-    config.faults.silent_after = 2;
-    return std::make_unique<sim::ZonTerminal>(config, Punches(4, badge));
-  };
-  auto late1 = cut_off(41), late2 = cut_off(42), late3 = cut_off(43);
-  auto cut1 = std::async(std::launch::async, [&] { return late1->CallIn(*line1); });
-  auto cut2 = std::async(std::launch::async, [&] { return late2->CallIn(*line2); });
-  auto cut3 = std::async(std::launch::async, [&] { return CallOverTcp(*late3, port); });
-  for (auto* cut : {&cut1, &cut2, &cut3}) EXPECT_EQ(cut->get(), sim::CallOutcome::kWentSilent);
+  sim::TerminalConfig cut_off;
+  cut_off.faults.silent_after = 2;
+  sim::ZonTerminal late1(cut_off, Punches(4, 41)), late2(cut_off, Punches(4, 42)),
+      late3(cut_off, Punches(4, 43));
+  EXPECT_EQ(call_all({&late1, &late2, &late3}, port),
+            std::vector<sim::CallOutcome>(3, sim::CallOutcome::kWentSilent));
   const auto end_pressed = Steady::now();
   program.Signal(SIGTERM);
   ASSERT_TRUE(program.Drain(Steady::now() + 20s)) << program.Tail();
@@ -179,12 +176,7 @@ TEST_F(LanSiteTest, SerialLinesAndTheListenerServeOverlappingCallsAndEndStopsThe
 
   // Their next calls deliver every punch, once.
   Child again = Start("host");
-  const uint16_t again_port = ListenerPort(again);
-  auto redo1 = std::async(std::launch::async, [&] { return late1->CallIn(*line1); });
-  auto redo2 = std::async(std::launch::async, [&] { return late2->CallIn(*line2); });
-  EXPECT_EQ(CallOverTcp(*late3, again_port), sim::CallOutcome::kCompleted);
-  EXPECT_EQ(redo1.get(), sim::CallOutcome::kCompleted);
-  EXPECT_EQ(redo2.get(), sim::CallOutcome::kCompleted);
+  EXPECT_EQ(call_all({&late1, &late2, &late3}, ListenerPort(again)), completed);
   EXPECT_TRUE(WaitForRows(again, 27)) << again.Tail();
   again.Signal(SIGTERM);
   ASSERT_TRUE(again.Drain(Steady::now() + 20s)) << again.Tail();

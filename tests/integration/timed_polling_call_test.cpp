@@ -1,6 +1,5 @@
-// The calendar of the real line loop over a pty pair, from a manual clock (the line's waits are
-// real): the timed polling cycle, whose terminals are simulators of both makes sharing one direct
-// line (each answers only its own id), and the end time of a host.
+// The real line loop's calendar on a manual clock: the timed polling cycle over terminals of both
+// makes sharing one direct line, and the end time of a host.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -60,8 +59,8 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
                                   {Terminal("C", 3), Punches(1, 300)}};
   sim::ATSTerminalConfig ats_config;
   ats_config.address = 4;
-  sim::ATSTerminal ats_terminal(
-      ats_config, sim::GenerateATSPunches(ats_config.series, 2, At(9).GetDate(), 4));
+  sim::ATSTerminal ats_terminal(ats_config,
+                                sim::GenerateATSPunches(ats_config.series, 2, At(9).GetDate(), 4));
 
   auto loop = Runner(Settings(pty.SlavePath(), false), &controller);
   shell::TimedPolling cycle(list, *loop, *logs_, manual, controller.EndCommLoop(), At(10, 0));

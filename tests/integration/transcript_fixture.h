@@ -1,8 +1,5 @@
-// The golden conversations of tests/transcripts, replayed and recorded again by transcript_test.cpp
-// and recorded anew by tests/tools/record_transcripts.cpp, against the real line runner on a manual
-// wall clock. Beside each <name>.chat, <name>.chk holds what the conversation left behind: the call
-// files' TCD lines, rows of [Clock Data Table], screen lines and event-log entries, escaped as
-// transcript bytes are.
+// The golden conversations of tests/transcripts against the real line runner on a manual clock.
+// Beside each <name>.chat, <name>.chk holds what the conversation left behind.
 #pragma once
 
 #include <algorithm>
@@ -72,10 +69,8 @@ inline CallResults ParseResults(const std::string& text) {
   return r;
 }
 
-// A recorded conversation: the simulated terminal and what its far end does. The header and the
-// settings of each are those of its .chat (write them first for a new one): a modem line puts the
-// simulated modem before the terminal, "run: poll" has the terminal answer the poll, else it calls
-// in once the program is ready.
+// A recorded conversation's simulated terminal; its header and settings are those of its .chat
+// (write them first for a new one).
 struct Scenario {
   std::string name;
   sim::TerminalConfig terminal;

@@ -1,15 +1,19 @@
-// The call loop against simulated terminals and a simulated modem over real pty pairs: what the
-// golden transcripts (tests/transcripts) do not show, faults and the terminal's own side.
+// The Zon call loop against simulated terminals and a simulated modem over real pty pairs, and the
+// driver over a scripted line in virtual time: what the golden transcripts do not show.
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <future>
 
 #include "comm/pty_pair.h"
+#include "comm/stub_line.h"
 #include "core/durable_file.h"
 #include "integration/call_fixture.h"
+#include "records/terminal_data.h"
 #include "sim/hayes_modem.h"
 #include "sim/zon_terminal.h"
+#include "zon/driver/zon_driver.h"
+#include "zon/packet_encoder.h"
 #include "zon/protocol_char.h"
 
 namespace clockcomm::test {
@@ -19,6 +23,7 @@ using sim::CallOutcome;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using terminal::InputCounters;
+using namespace std::chrono_literals;
 
 class ZonCallTest : public CallFixture {
  protected:
@@ -32,10 +37,14 @@ class ZonCallTest : public CallFixture {
   }
 };
 
-TEST_F(ZonCallTest, AGoodPacketThatIsNoPunchIsAcknowledgedAndKeptBesideTheCallFile) {
+// A good packet that is no punch is kept beside the call file; a second header is ignored. Both
+// are acknowledged, and every punch goes in.
+TEST_F(ZonCallTest, APacketThatIsNoPunchAndASecondHeaderAreAcknowledgedAndSetAside) {
+  sim::TerminalConfig config;
+  config.faults.second_header = true;
   auto punches = Punches(3);
   punches.insert(punches.begin() + 1, "not,a,punch");
-  sim::ZonTerminal terminal(sim::TerminalConfig{}, punches);
+  sim::ZonTerminal terminal(config, punches);
   EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
   EXPECT_EQ(Rows(), 3);
   const auto kept = DataFiles(".BAD");
@@ -43,32 +52,20 @@ TEST_F(ZonCallTest, AGoodPacketThatIsNoPunchIsAcknowledgedAndKeptBesideTheCallFi
   EXPECT_NE(core::ReadWholeFile(kept[0]).find("not,a,punch"), std::string::npos);
   EXPECT_EQ(Events("Error"), 1);
   EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{0, 0, 0, 1}));
-}
-
-TEST_F(ZonCallTest, ASecondHeaderIsAcknowledgedAndIgnored) {
-  sim::TerminalConfig config;
-  config.faults.second_header = true;
-  sim::ZonTerminal terminal(config, Punches(3));
-  EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
   EXPECT_TRUE(screen_.Contains("Duplicate Header Packet Ignored"));
-  EXPECT_EQ(Rows(), 3);
   EXPECT_EQ(DataFiles(".TCD").size(), 1u);
 }
 
-TEST_F(ZonCallTest, AnEndOfUploadCallReceivesTheValidationTablesBeforeTheFinalEot) {
+// The tables themselves, byte for byte, are the validation_download transcript's; here a row the
+// terminal refuses is sent again and goes in once.
+TEST_F(ZonCallTest, AnEndOfUploadCallSendsARefusedTableRowAgain) {
   sim::TerminalConfig config;
   config.end_with_upload = true;
   config.faults.nak_row = 2;
   sim::ZonTerminal terminal(config, Punches(2));
   EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
-  auto tables = terminal.Tables();
-  ASSERT_EQ(tables["LEVEL1"].size(), 2u);  // the inactive employee is not sent
-  EXPECT_EQ(tables["LEVEL1"][0], (std::vector<std::string>{"12", "Ada Lovelace"}));
-  EXPECT_EQ(tables["LEVEL2"].size(), 1u);
-  EXPECT_EQ(tables["LEVEL3"].size(), 2u);
+  EXPECT_EQ(terminal.Tables()["LEVEL1"].size(), 2u);
   EXPECT_EQ(terminal.Stats().row_naks_sent, 1);
-  EXPECT_TRUE(screen_.Contains("Final EOT Sent"));
-  EXPECT_TRUE(screen_.Contains("Downloading 2 Packets"));
   EXPECT_EQ(Rows(), 2);
 }
 
@@ -175,7 +172,8 @@ TEST_F(ModemCallTest, AFailedDialIsRetriedUntilTheThirdAttempt) {
     options.fail_dials = failures;
     ModemRig rig(options, terminal);
     auto loop = Runner(Settings(rig.pty.SlavePath(), true));
-    EXPECT_EQ(loop->PollLocations({Location("Depot", ModemRig::kNumber)}), failures < 3) << screen_.All();
+    EXPECT_EQ(loop->PollLocations({Location("Depot", ModemRig::kNumber)}), failures < 3)
+        << screen_.All();
     EXPECT_EQ(rig.modem.Stats().dials, 3);
     EXPECT_TRUE(screen_.Contains("Attempt #3"));
     EXPECT_EQ(terminal.PendingPunches().size(), failures < 3 ? 0u : 2u);
@@ -184,6 +182,74 @@ TEST_F(ModemCallTest, AFailedDialIsRetriedUntilTheThirdAttempt) {
   EXPECT_EQ(Events("Outbound Call Failed"), 5);
   EXPECT_EQ(Events("Failed to complete transfer"), 1);
   ExpectEachPunchOnce(2, 200);
+}
+
+class VirtualTimeCallTest : public CallFixture {
+ protected:
+  void SetUp() override {
+    CallFixture::SetUp();
+    controller_ = std::make_unique<terminal::CallController>(manual_, *logs_, screen_);
+  }
+
+  // One host call on a manual clock, so that the terminal's silence passes at once: the terminal
+  // says what the script holds after its ENQ CR LF.
+  void Call(std::vector<std::string> script) {
+    records::CallIntake intake(
+        {paths_->DataDirectory(), paths_->ProgramDirectory(), paths_->CompanyRegistryDatabase()},
+        *companies_, *controller_, manual_);
+    records::TerminalData data(*companies_, *controller_);
+    comm::StubLine line(std::move(script), &manual_);
+    terminal::DriverSettings settings;
+    settings.packet_timeout = 30s;
+    zon::ZonDriver driver({settings, line, *controller_, intake, data});
+    const auto real_start = std::chrono::steady_clock::now();
+    const auto virtual_start = manual_.Steady();
+    driver.Host(terminal::CallStart::kInput, std::string(1, zon::ProtocolChar::kEnq) + "\r\n");
+    real_time_ = std::chrono::steady_clock::now() - real_start;
+    virtual_time_ = manual_.Steady() - virtual_start;
+    written_ = line.Stub().Written();
+    EXPECT_EQ(driver.Calls(), 1);
+  }
+
+  std::vector<std::string> Upload(std::vector<std::string> punches) {
+    std::vector<std::string> packets = {
+        zon::EncodeHeader(zon::ZonHeaderPacket(kClock, 101, "TC28", "F"))};
+    for (const auto& p : punches) packets.push_back(zon::EncodeData(p));
+    return packets;
+  }
+
+  core::ManualClock manual_{*core::DateTime::FromParts(2009, 10, 20, 14, 0, 0)};
+  std::chrono::nanoseconds real_time_{}, virtual_time_{};
+  std::string written_;
+};
+
+TEST_F(VirtualTimeCallTest, ATerminalThatFallsSilentTimesOutInVirtualTimeAndLosesNothing) {
+  Call(Upload(Punches(2)));
+  EXPECT_TRUE(screen_.Contains("2009-10-20 14:00:30 Time out waiting for packet")) << screen_.All();
+  EXPECT_TRUE(screen_.Contains("Upload Incomplete"));
+  EXPECT_TRUE(screen_.Contains("File opened is: "));
+  EXPECT_TRUE(
+      DataFiles(".TCD").empty());  // the call's file is gone; the terminal keeps its punches
+  EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{0, 0, 1, 0}));
+  EXPECT_EQ(controller_->Snapshot().good_calls, 0);
+  // ENQ, then ACK for the header and both punches; no EOT.
+  EXPECT_EQ(written_, "\x05\x06\x06\x06");
+  EXPECT_GT(virtual_time_, 30s);
+  EXPECT_LT(real_time_, 1s);
+  EXPECT_EQ(Rows(), 0);
+}
+
+TEST_F(VirtualTimeCallTest, AnOverlongLineIsDroppedWholeCountedAndLogged) {
+  auto script = Upload(Punches(2));
+  script.insert(script.begin() + 2, std::string(5000, 'x') + "\r\n");
+  script.push_back(zon::EncodeEndOfTransmission());
+  Call(script);
+  EXPECT_EQ(controller_->Snapshot().bad_input, (InputCounters{0, 1, 0, 0})) << screen_.All();
+  EXPECT_EQ(controller_->Snapshot().good_calls, 1);
+  EXPECT_EQ(Events("Error"), 1);
+  EXPECT_EQ(Events("Error", "1 line(s) longer than any packet were dropped."), 1);
+  EXPECT_EQ(written_, "\x05\x06\x06\x06\x04");
+  EXPECT_EQ(Rows(), 2);
 }
 
 }  // namespace

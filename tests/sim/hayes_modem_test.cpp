@@ -1,6 +1,5 @@
-// The simulated modem from the program's side of its port. A whole call through it, from the
-// init string and RING to the terminal's punches, the escape and the hang-up, is the integration's
-// modem calls and the modem transcript; here the modem's own rules.
+// The simulated modem's own rules, from the program's side of its port. Whole calls through it are
+// the integration's modem calls and the modem transcript.
 #include "sim/hayes_modem.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,5 @@
-// The simulated terminal against a scripted host. Its calls with the real program are the
-// integration tests': single-character and framed answers, a packet refused for its block check
-// (the modem call), the faults on the program's answers (a lost ACK, a stray NAK, a missed EOT:
-// the fault call tests); a dropped line is the modem's test.
+// The simulated terminal against a scripted host: what its calls with the real program (the
+// integration tests) and a dropped line (the modem's test) do not show.
 #include "sim/zon_terminal.h"
 
 #include <gtest/gtest.h>
@@ -24,10 +22,7 @@ using zon::ProtocolChar;
 using namespace std::chrono_literals;
 
 const std::vector<std::string> kPunches = {
-    "2,12,,,,,I,091020,1224,,,,1",
-    "3,12,,,,,O,091020,1705,,,,1",
-    "4,7,5,12,,,I,091020,0801,,,,1",
-};
+    "2,12,,,,,I,091020,1224,,,,1", "3,12,,,,,O,091020,1705,,,,1", "4,7,5,12,,,I,091020,0801,,,,1"};
 
 TerminalConfig ShortWaits() {
   TerminalConfig config;
@@ -35,11 +30,11 @@ TerminalConfig ShortWaits() {
   return config;
 }
 
-// The host answers the terminal's ENQ CRLF with ENQ, then takes the upload.
-HostCall AnswerCallIn(ScriptedHost& host) {
+// The host answers the terminal's ENQ CRLF with ENQ, then (unless told not to) takes the upload.
+HostCall AnswerCallIn(ScriptedHost& host, bool upload = true) {
   EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
   host.Enq();
-  return host.ReceiveUpload();
+  return upload ? host.ReceiveUpload() : HostCall{};
 }
 
 std::future<CallOutcome> StartCall(ZonTerminal& terminal, PtyLine& pty) {
@@ -53,8 +48,7 @@ TEST(ZonTerminalTest, PacketRefusedEveryTimeEndsTheCallAfterItsResends) {
   ZonTerminal terminal(config, kPunches);
   auto outcome = StartCall(terminal, pty);
   ScriptedHost host(*pty.host_end, false);
-  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
-  host.Enq();
+  AnswerCallIn(host, false);
   for (int i = 0; i < 3; ++i) {
     EXPECT_FALSE(host.ReadLine().empty());
     host.Nak();
@@ -81,9 +75,7 @@ TEST(ZonTerminalTest, AnswersOnlyAPollCarryingItsId) {
   host.ReadLine(&timed_out);
   EXPECT_TRUE(timed_out) << "another terminal's header request is not answered";
   host.Send(std::string(1, ProtocolChar::kStx) + "7" + ProtocolChar::kEtx);
-  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
-  host.Enq();
-  HostCall call = host.ReceiveUpload();
+  HostCall call = AnswerCallIn(host);
   host.Eot();
   EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
   EXPECT_EQ(zon::ZonHeaderPacketStatic::Parse(call.header).UploadType(), "W");
