@@ -65,8 +65,7 @@ TEST_F(ATSPollTest, EachSeriesOverASerialLineDeliversEveryPunchOnce) {
   int64_t expected = 0;
   for (const auto& [kind, type] : series) {
     SCOPED_TRACE(static_cast<int>(type));
-    ATSTerminalConfig config;
-    config.series = kind;
+    const ATSTerminalConfig config{.series = kind};
     auto punches = Punches(config, 6);
     for (auto& punch : punches) punch.BadgeId += expected * 10;  // other people than before
     ATSTerminal terminal(config, punches);
@@ -80,8 +79,7 @@ TEST_F(ATSPollTest, EachSeriesOverASerialLineDeliversEveryPunchOnce) {
 
 // Through a modem: the location's number dialled, then the conversation of a direct line.
 TEST_F(ATSPollTest, ThroughAModemTheLocationsNumberIsDialledAndEveryPunchArrivesOnce) {
-  ATSTerminalConfig config;
-  config.series = ats::Series::kCyberSeries;
+  const ATSTerminalConfig config{.series = ats::Series::kCyberSeries};
   ATSTerminal terminal(config, Punches(config, 5));
   ModemRig rig({}, sim::LineParty([&](comm::FdConnection& line, bool) {
                  return terminal.Serve(line, true) == sim::ServeOutcome::kUnlocked
@@ -100,10 +98,7 @@ TEST_F(ATSPollTest, ThroughAModemTheLocationsNumberIsDialledAndEveryPunchArrives
 // Not ready for five probes, a packet with a bad LRC (refused and read again) and a packet of a
 // type nobody knows (logged and skipped): every punch still arrives once.
 TEST_F(ATSPollTest, ATerminalThatIsSlowSendsABadFrameAndAnUnknownPacketLosesNothing) {
-  ATSTerminalConfig config;
-  config.faults.not_ready = 5;
-  config.faults.bad_lrc = 2;
-  config.faults.unknown_packet = true;
+  const ATSTerminalConfig config{.faults = {.not_ready = 5, .bad_lrc = 2, .unknown_packet = true}};
   ATSTerminal terminal(config, Punches(config, 4));
   EXPECT_TRUE(PollOverPty(terminal)) << screen_.All();
   EXPECT_TRUE(terminal.PendingPunches().empty()) << screen_.All();
@@ -117,14 +112,10 @@ TEST_F(ATSPollTest, ATerminalThatIsSlowSendsABadFrameAndAnUnknownPacketLosesNoth
 // Over the network: a terminal that never gets ready holds up no one; a line dropped mid-poll keeps
 // what was acknowledged and the next poll brings the rest, nothing twice.
 TEST_F(ATSPollTest, OverTcpAFailedTerminalNeverStopsTheListAndADroppedLineLosesNothing) {
-  ATSTerminalConfig busy_config;
-  busy_config.address = 2;
-  busy_config.faults.not_ready = 1'000'000;
+  const ATSTerminalConfig busy_config{.address = 2, .faults = {.not_ready = 1'000'000}};
+  const ATSTerminalConfig config{.address = 3, .faults = {.drop_after = 3}};
   core::StopSignal stop;
   ATSTerminal busy(busy_config, Punches(busy_config, 2), &stop);
-  ATSTerminalConfig config;
-  config.address = 3;
-  config.faults.drop_after = 3;
   ATSTerminal dropping(config, Punches(config, 6), &stop);
   comm::TcpListener busy_port("127.0.0.1", 0), dropping_port("127.0.0.1", 0);
   std::thread busy_thread([&] { busy.ServeTcp(busy_port); });

@@ -138,9 +138,7 @@ TEST(ServiceTest, ReadyWatchdogReloadsBetweenCallsAndStop) {
   ASSERT_TRUE(manager.WaitFor("RELOADING=1", deadline)) << manager.All();
   ASSERT_TRUE(manager.WaitFor("READY=1", deadline)) << manager.All();
   // A hundred punches at 38400 baud: the upload takes most of a second.
-  sim::TerminalConfig config;
-  config.pace = comm::LineSettings::Parse("38400,N,8,1");
-  sim::ZonTerminal first(config, Punches(1, 100));
+  sim::ZonTerminal first({.pace = comm::LineSettings::Parse("38400,N,8,1")}, Punches(1, 100));
   auto call = std::async(std::launch::async, [&] { return first.CallIn(*line); });
   ASSERT_TRUE(Child::Pump({&program}, deadline, [&] {
     return program.Find("Uploading Packets").has_value();

@@ -55,10 +55,10 @@ net::T4NetOptions FastOptions(T4TransportKind transport, uint32_t key = 0) {
 
 // The terminal a test talks to, serving on a free port of the loopback.
 struct Terminal {
-  explicit Terminal(sim::T4SimConfig config, std::vector<T4Record> log = {})
+  explicit Terminal(sim::T4SimConfig config, std::vector<T4Record> log = {}, uint16_t port = 0)
       : sim(std::move(config), clock) {
     for (const auto& r : log) sim.Punch(r);
-    sim.Listen("127.0.0.1", 0);
+    sim.Listen("127.0.0.1", port);
   }
   std::string Address() const { return "127.0.0.1:" + std::to_string(sim.Port()); }
   core::SystemClock clock;
@@ -132,13 +132,12 @@ TEST(T4NetworkClientTest, DownloadsEveryLayoutOverBothTransportsWhateverTheTermi
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.what << ": " << c.layout << "-byte records, " << c.records
                                     << (c.transport == kUdp ? " udp" : " tcp"));
-    sim::T4SimConfig config;
-    config.comm_key = c.terminal_key;
-    config.record_size = c.layout;
-    config.users = 50;
-    config.max_data_packet = c.max_data;
-    config.faults = c.faults;
-    Terminal terminal(config, Punches(c.records, 1001));
+    Terminal terminal({.record_size = c.layout,
+                       .comm_key = c.terminal_key,
+                       .users = 50,
+                       .max_data_packet = c.max_data,
+                       .faults = c.faults},
+                      Punches(c.records, 1001));
     const Download d = DownloadFrom(terminal, FastOptions(c.transport, c.client_key));
     EXPECT_EQ(terminal.sim.RecordCount(), static_cast<size_t>(c.records)) << "never cleared";
     if (c.failure != nullptr) {
@@ -177,12 +176,10 @@ TEST(T4NetworkClientTest, RealTimePunchesArriveOnceThroughPumpEvents) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.layout << "-byte layout, events of " << c.event_length);
-    sim::T4SimConfig config;
-    config.record_size = c.layout;
-    config.event_length = c.event_length;
-    config.resend_events = c.resend;
-    config.faults = c.faults;
-    Terminal terminal(config);
+    Terminal terminal({.record_size = c.layout,
+                       .event_length = c.event_length,
+                       .resend_events = c.resend,
+                       .faults = c.faults});
     test::TestLog log;
     T4NetDevice device(FastOptions(c.transport), log);
     ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
@@ -213,11 +210,7 @@ TEST(T4NetworkClientTest, RealTimePunchesArriveOnceThroughPumpEvents) {
 TEST(T4NetworkClientTest, TimeUsersAndRecordsNoPunchCanBeMadeOf) {
   for (size_t layout : {40, 8}) {
     SCOPED_TRACE(layout);
-    sim::T4SimConfig config;
-    config.record_size = layout;
-    config.users = 10;
-    config.bad_records = true;
-    Terminal terminal(config);
+    Terminal terminal({.record_size = layout, .users = 10, .bad_records = true});
     test::TestLog log;
     T4NetDevice device(FastOptions(T4TransportKind::kTcp), log);
     ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
@@ -266,10 +259,8 @@ TEST(T4NetworkClientTest, TimeUsersAndRecordsNoPunchCanBeMadeOf) {
 // A terminal that stops answering ends each operation within the tries of its time-out, says
 // which command went unanswered, and the session counts as lost.
 TEST(T4NetworkClientTest, SilenceEndsInATimeoutThatNamesTheCommand) {
-  sim::T4SimConfig config;
-  config.faults.no_reply_command = net::cmd::kGetFreeSizes;
-  config.faults.no_reply_times = -1;
-  Terminal terminal(config, Punches(5, 1));
+  Terminal terminal({.faults = {.no_reply_command = net::cmd::kGetFreeSizes, .no_reply_times = -1}},
+                    Punches(5, 1));
   test::TestLog log;
   T4NetDevice device(FastOptions(T4TransportKind::kUdp), log);
   ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
@@ -299,10 +290,8 @@ TEST(T4NetworkClientTest, SilenceEndsInATimeoutThatNamesTheCommand) {
 
 // The installer's one-shot download, as run from a shell.
 TEST(T4NetworkClientTest, DownloadCommandCountsAndWritesTcdLinesWithoutClearing) {
-  sim::T4SimConfig config;
-  config.record_size = 8;
-  config.users = 50;
-  auto terminal = std::make_unique<Terminal>(config, Punches(30, 1001));
+  auto terminal = std::make_unique<Terminal>(sim::T4SimConfig{.record_size = 8, .users = 50},
+                                             Punches(30, 1001));
   const std::string address = terminal->Address();
   clockcomm::test::TempDir dir;
   const auto tcd = dir.path() / "t4.tcd";
@@ -436,14 +425,10 @@ TEST_F(T4NetworkHost, EveryPunchOnceThroughRealTimeRestartsAndATerminalThatVanis
   ASSERT_TRUE(log.WaitFor("T4 Clock Offline"));
   auto again = Punches(7, 600, 11 * 60);
   kept.insert(kept.end(), again.begin(), again.end());
-  sim::T4SimConfig config;
-  core::SystemClock clock;
-  sim::T4TerminalSim returned(config, clock);
-  for (const auto& r : kept) returned.Punch(r);
-  returned.Listen("127.0.0.1", back_port);
+  Terminal returned({}, kept, back_port);
   ASSERT_TRUE(log.WaitFor("T4 Clock Online"));
   ASSERT_TRUE(PollsEnded("Back", 3));
-  EXPECT_EQ(returned.RecordCount(), 0u);
+  EXPECT_EQ(returned.sim.RecordCount(), 0u);
   second->Stop();
   EXPECT_EQ(second->host->PunchesStored(), 17);
   EXPECT_EQ(Rows("beta"), 57);

@@ -31,13 +31,6 @@ class TimedPollingCallTest : public CallFixture {
     row.dial_time = core::TimeOfDay::FromHms(hour, 0);
     list.Add(row);
   }
-
-  sim::TerminalConfig Terminal(const std::string& id, int number) {
-    sim::TerminalConfig config;
-    config.terminal_id = id;
-    config.clock_number = number;
-    return config;
-  }
 };
 
 // Zon/Tranz terminals and an ATS terminal on one line, each polled in its own make's conversation.
@@ -54,13 +47,11 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
 
   auto pty = comm::PtyPair::Open();
   auto line = pty.TakeMaster();
-  sim::ZonTerminal terminals[] = {{Terminal("A", 1), Punches(2, 100)},
-                                  {Terminal("B", 2), Punches(3, 200)},
-                                  {Terminal("C", 3), Punches(1, 300)}};
-  sim::ATSTerminalConfig ats_config;
-  ats_config.address = 4;
-  sim::ATSTerminal ats_terminal(ats_config,
-                                sim::GenerateATSPunches(ats_config.series, 2, At(9).GetDate(), 4));
+  sim::ZonTerminal terminals[] = {{{.clock_number = 1, .terminal_id = "A"}, Punches(2, 100)},
+                                  {{.clock_number = 2, .terminal_id = "B"}, Punches(3, 200)},
+                                  {{.clock_number = 3, .terminal_id = "C"}, Punches(1, 300)}};
+  sim::ATSTerminal ats_terminal(
+      {.address = 4}, sim::GenerateATSPunches(ats::Series::kESeries, 2, At(9).GetDate(), 4));
 
   auto loop = Runner(Settings(pty.SlavePath(), false), &controller);
   shell::TimedPolling cycle(list, *loop, *logs_, manual, controller.EndCommLoop(), At(10, 0));

@@ -80,10 +80,6 @@ struct Scenario {
 };
 
 inline std::vector<Scenario> Scenarios() {
-  sim::TerminalConfig poll, nak, download;
-  poll.terminal_id = "7";
-  nak.faults.corrupt_packet = 2;
-  download.end_with_upload = true;
   // Badge 12: today 08:00-12:30; the week from Monday 19 October adds 08:00-16:00; the week before
   // not.
   const std::vector<std::string> hours = {
@@ -91,9 +87,9 @@ inline std::vector<Scenario> Scenarios() {
       "4,12,,,,,O,091019,1600,,,,1", "5,12,,,,,I,091020,0800,,,,1", "6,12,,,,,O,091020,1230,,,,1"};
   return {{"direct_host_call", {}, 3},
           {"modem_host_call", {}, 2},
-          {"direct_poll", poll, 2},
-          {"nak_resend", nak, 3},
-          {"validation_download", download, 2},
+          {"direct_poll", {.terminal_id = "7"}, 2},
+          {"nak_resend", {.faults = {.corrupt_packet = 2}}, 3},
+          {"validation_download", {.end_with_upload = true}, 2},
           {"hours_request", {}, 0, hours, true}};
 }
 

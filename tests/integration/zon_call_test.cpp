@@ -1,5 +1,5 @@
-// The Zon call loop against simulated terminals and a simulated modem over real pty pairs, and the
-// driver over a scripted line in virtual time: what the golden transcripts do not show.
+// The Zon call loop against simulated terminals over real pty pairs, a simulated modem and TCP, and
+// the driver over a scripted line in virtual time: what the golden transcripts do not show.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -7,9 +7,11 @@
 
 #include "comm/pty_pair.h"
 #include "comm/stub_line.h"
+#include "comm/tcp_connection.h"
 #include "core/durable_file.h"
 #include "integration/call_fixture.h"
 #include "records/terminal_data.h"
+#include "shell/lan/lan_poller.h"
 #include "sim/hayes_modem.h"
 #include "sim/zon_terminal.h"
 #include "zon/driver/zon_driver.h"
@@ -40,11 +42,9 @@ class ZonCallTest : public CallFixture {
 // A good packet that is no punch is kept beside the call file; a second header is ignored. Both
 // are acknowledged, and every punch goes in.
 TEST_F(ZonCallTest, APacketThatIsNoPunchAndASecondHeaderAreAcknowledgedAndSetAside) {
-  sim::TerminalConfig config;
-  config.faults.second_header = true;
   auto punches = Punches(3);
   punches.insert(punches.begin() + 1, "not,a,punch");
-  sim::ZonTerminal terminal(config, punches);
+  sim::ZonTerminal terminal({.faults = {.second_header = true}}, punches);
   EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
   EXPECT_EQ(Rows(), 3);
   const auto kept = DataFiles(".BAD");
@@ -59,10 +59,7 @@ TEST_F(ZonCallTest, APacketThatIsNoPunchAndASecondHeaderAreAcknowledgedAndSetAsi
 // The tables themselves, byte for byte, are the validation_download transcript's; here a row the
 // terminal refuses is sent again and goes in once.
 TEST_F(ZonCallTest, AnEndOfUploadCallSendsARefusedTableRowAgain) {
-  sim::TerminalConfig config;
-  config.end_with_upload = true;
-  config.faults.nak_row = 2;
-  sim::ZonTerminal terminal(config, Punches(2));
+  sim::ZonTerminal terminal({.end_with_upload = true, .faults = {.nak_row = 2}}, Punches(2));
   EXPECT_EQ(HostOnce(terminal), CallOutcome::kCompleted) << screen_.All();
   EXPECT_EQ(terminal.Tables()["LEVEL1"].size(), 2u);
   EXPECT_EQ(terminal.Stats().row_naks_sent, 1);
@@ -70,9 +67,7 @@ TEST_F(ZonCallTest, AnEndOfUploadCallSendsARefusedTableRowAgain) {
 }
 
 TEST_F(ZonCallTest, EndPressedDuringACallStopsAtOnceAndTheTerminalKeepsItsPunches) {
-  sim::TerminalConfig config;
-  config.faults.silent_after = 2;
-  sim::ZonTerminal terminal(config, Punches(5));
+  sim::ZonTerminal terminal({.faults = {.silent_after = 2}}, Punches(5));
   auto presser = std::async(std::launch::async, [&] {
     EXPECT_TRUE(screen_.WaitFor("Uploading Packets"));
     // Give the terminal time to fall silent; the loop then waits on the line for 30 s.
@@ -128,13 +123,9 @@ class ModemCallTest : public ZonCallTest, public ::testing::WithParamInterface<C
 // A site's own init string answering on the second ring; End leaves the modem with auto-answer
 // off, whatever the site's string said.
 TEST_P(ModemCallTest, AHostedCallThroughTheModemRunsAtTheSpeedItConnectsAt) {
-  sim::TerminalConfig config;
-  config.faults.corrupt_packet = 1;  // refused with the framed NAK4, sent again
-  sim::ZonTerminal terminal(config, Punches(3));
-  sim::ModemOptions options;
-  options.speed = GetParam().speed;
-  options.ring_interval = milliseconds(500);
-  ModemRig rig(options, terminal);
+  // A packet refused with the framed NAK4 and sent again.
+  sim::ZonTerminal terminal({.faults = {.corrupt_packet = 1}}, Punches(3));
+  ModemRig rig({.speed = GetParam().speed, .ring_interval = milliseconds(500)}, terminal);
   auto settings = Settings(rig.pty.SlavePath(), true);
   settings.modem_init = "ATE1Q0V1X4S0=2";
   auto loop = Runner(settings);
@@ -165,12 +156,8 @@ INSTANTIATE_TEST_SUITE_P(Speeds, ModemCallTest,
 TEST_F(ModemCallTest, AFailedDialIsRetriedUntilTheThirdAttempt) {
   for (const int failures : {2, 3}) {
     SCOPED_TRACE(failures);
-    sim::TerminalConfig config;
-    config.terminal_id = "7";
-    sim::ZonTerminal terminal(config, Punches(2, 100 * failures));
-    sim::ModemOptions options;
-    options.fail_dials = failures;
-    ModemRig rig(options, terminal);
+    sim::ZonTerminal terminal({.terminal_id = "7"}, Punches(2, 100 * failures));
+    ModemRig rig({.fail_dials = failures}, terminal);
     auto loop = Runner(Settings(rig.pty.SlavePath(), true));
     EXPECT_EQ(loop->PollLocations({Location("Depot", ModemRig::kNumber)}), failures < 3)
         << screen_.All();
@@ -250,6 +237,71 @@ TEST_F(VirtualTimeCallTest, AnOverlongLineIsDroppedWholeCountedAndLogged) {
   EXPECT_EQ(Events("Error", "1 line(s) longer than any packet were dropped."), 1);
   EXPECT_EQ(written_, "\x05\x06\x06\x06\x04");
   EXPECT_EQ(Rows(), 2);
+}
+
+// Network terminals polled several at once, each on a line of its own; End stops the calls.
+class LanPollTest : public CallFixture {
+ protected:
+  std::unique_ptr<shell::LanPoller> Poller(int at_once) {
+    static const terminal::TerminalFamily families[] = {zon::ZonFamily()};
+    auto settings = Settings("", false);
+    settings.connection_type = comm::ConnectionType::kLan;
+    return std::make_unique<shell::LanPoller>(settings, at_once, families, *controller_, *services_,
+                                              *logs_, screen_);
+  }
+  static shell::PollRow Location(int64_t id, const comm::TcpListener& terminal) {
+    shell::PollRow row;
+    row.location_id = id;
+    row.location_name = "Dock" + std::to_string(id);
+    row.location_phone = "127.0.0.1:" + std::to_string(terminal.Port());
+    row.terminal_id = "7";
+    return row;
+  }
+};
+
+TEST_F(LanPollTest, LocationsArePolledAtOnceAndEndStopsTheCallsUnderWay) {
+  // Each terminal answers only once both have been reached: polled one after the other, the
+  // first would never answer.
+  comm::TcpListener port_a("127.0.0.1", 0), port_b("127.0.0.1", 0);
+  sim::ZonTerminal terminal_a({.terminal_id = "7"}, Punches(3, 1)),
+      terminal_b({.terminal_id = "7"}, Punches(3, 4));
+  std::mutex mutex;
+  std::condition_variable reached;
+  int connected = 0;
+  auto answer = [&](comm::TcpListener& port, sim::ZonTerminal& terminal) {
+    auto line = port.Accept(std::chrono::steady_clock::now() + 10s);
+    if (!line) return sim::CallOutcome::kNone;
+    std::unique_lock lock(mutex);
+    ++connected;
+    reached.notify_all();
+    if (!reached.wait_for(lock, 10s, [&] { return connected == 2; })) {
+      return sim::CallOutcome::kNone;
+    }
+    lock.unlock();
+    return terminal.AnswerPoll(*line);
+  };
+  auto a = std::async(std::launch::async, [&] { return answer(port_a, terminal_a); });
+  auto b = std::async(std::launch::async, [&] { return answer(port_b, terminal_b); });
+  auto poller = Poller(2);
+  EXPECT_TRUE(poller->PollLocations({Location(1, port_a), Location(2, port_b)})) << screen_.All();
+  EXPECT_EQ(a.get(), sim::CallOutcome::kCompleted);
+  EXPECT_EQ(b.get(), sim::CallOutcome::kCompleted);
+  ExpectEachPunchOnce(6);
+  EXPECT_EQ(poller->GoodLocations(), 2);
+
+  // Terminals that take the connection and never answer: End ends their polls at once.
+  comm::TcpListener mute_a("127.0.0.1", 0), mute_b("127.0.0.1", 0);
+  auto polls = std::async(std::launch::async, [&] {
+    return poller->PollLocations({Location(3, mute_a), Location(4, mute_b)});
+  });
+  auto line_a = mute_a.Accept(std::chrono::steady_clock::now() + 10s);
+  auto line_b = mute_b.Accept(std::chrono::steady_clock::now() + 10s);
+  ASSERT_TRUE(line_a && line_b);
+  const auto pressed = std::chrono::steady_clock::now();
+  controller_->PressEnd();
+  EXPECT_FALSE(polls.get());
+  EXPECT_LT(std::chrono::steady_clock::now() - pressed, 900ms) << "no response wait waited out";
+  EXPECT_EQ(Rows(), 6);
 }
 
 }  // namespace

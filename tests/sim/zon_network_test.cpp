@@ -37,10 +37,7 @@ TEST(ZonNetworkTest, CallInOverItsOwnConnection) {
                          Row{TcpCallInHost::Answer::kSilent, CallOutcome::kNoAnswer, false}}) {
     SCOPED_TRACE(ToString(row.outcome));
     TcpCallInHost host(row.answer);
-    TerminalConfig config;
-    config.clock_name = "NET1";
-    config.timeouts = {1s, 1s, 1s, 1s, 1s, 1s};
-    ZonTerminal terminal(config, punches);
+    ZonTerminal terminal({.clock_name = "NET1", .timeouts = {1s, 1s, 1s, 1s, 1s, 1s}}, punches);
     const NetworkCall call = CallInOverTcp(terminal, host.Address(), nullptr);
     EXPECT_EQ(call.outcome, row.outcome);
     EXPECT_EQ(call.Completed(), row.delivered);
@@ -119,13 +116,11 @@ TEST(ZonNetworkTest, CommandLine) {
 }
 
 SwarmConfig Swarm(const comm::EndPoint& program, int terminals, std::chrono::milliseconds within) {
-  SwarmConfig config;
-  config.program = program;
-  config.terminals = terminals;
-  config.within = within;
-  config.punches_each = 2;
-  config.terminal.timeouts = {2s, 2s, 2s, 2s, 2s, 2s};
-  return config;
+  return {.program = program,
+          .terminals = terminals,
+          .within = within,
+          .punches_each = 2,
+          .terminal = {.timeouts = {2s, 2s, 2s, 2s, 2s, 2s}}};
 }
 
 // The command as an operator runs it: 20 terminals within 0.5 s, 5 punches each.

@@ -1,5 +1,7 @@
 // The built binary serving a site's lines: network terminals calling its LAN listener and polled
-// at their address, serial lines and the listener at once, End during overlapping calls.
+// at their address, serial lines and the listener at once, End during overlapping calls; and the
+// call commands: the T4 host, the poll list, and what they refuse; the demo on a PostgreSQL server.
+// (A hosted call over a pty through the binary is the kill-and-restart test's.)
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -12,6 +14,7 @@
 #include "db/open.h"
 #include "sim/zon_terminal.h"
 #include "test_support/child_process.h"
+#include "test_support/postgres_schema.h"
 #include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
 
@@ -82,6 +85,7 @@ class LanSiteTest : public ::testing::Test {
 
   TempDir dir_;
 };
+using CallCommandsTest = LanSiteTest;
 
 TEST_F(LanSiteTest, ANetworkTerminalCallsTheListenerAndIsPolledAtItsAddress) {
   ASSERT_EQ(Run("settings set connection_type=LAN").exit_code, 0);
@@ -98,9 +102,7 @@ TEST_F(LanSiteTest, ANetworkTerminalCallsTheListenerAndIsPolledAtItsAddress) {
 
   // Poll: the program connects to the location's address and polls as on a direct line.
   comm::TcpListener terminal_port("127.0.0.1", 0);
-  sim::TerminalConfig config;
-  config.terminal_id = "7";
-  sim::ZonTerminal polled(config, Punches(4, 22));
+  sim::ZonTerminal polled({.terminal_id = "7"}, Punches(4, 22));
   auto answered = std::async(std::launch::async, [&] {
     auto connection = terminal_port.Accept(comm::SteadyTime::clock::now() + 20s);
     return connection ? polled.AnswerPoll(*connection) : sim::CallOutcome::kNone;
@@ -159,8 +161,7 @@ TEST_F(LanSiteTest, SerialLinesAndTheListenerServeOverlappingCallsAndEndStopsThe
   }
 
   // Calls cut off half way on every line, then End.
-  sim::TerminalConfig cut_off;
-  cut_off.faults.silent_after = 2;
+  const sim::TerminalConfig cut_off{.faults = {.silent_after = 2}};
   sim::ZonTerminal late1(cut_off, Punches(4, 41)), late2(cut_off, Punches(4, 42)),
       late3(cut_off, Punches(4, 43));
   EXPECT_EQ(call_all({&late1, &late2, &late3}, port),
@@ -182,6 +183,120 @@ TEST_F(LanSiteTest, SerialLinesAndTheListenerServeOverlappingCallsAndEndStopsThe
   ASSERT_TRUE(again.Drain(Steady::now() + 20s)) << again.Tail();
   again.Wait();
   EXPECT_EQ(Rows(), (RowCounts{27, 27}));
+}
+
+// `t4 host`, and `auto` on a terminal type 2 line, run the T4 host: the terminal's outage is shown
+// once, and SIGTERM ends the program as End does.
+TEST_F(CallCommandsTest, T4HostRunsUntilTheStopSignal) {
+  ASSERT_EQ(Run("t4 clocks add Gate --address 127.0.0.1:9").exit_code, 0);
+  ASSERT_EQ(Run("settings set terminal_type=2 connection_type=3 auto_start_mode=2").exit_code, 0);
+  for (const char* command : {"t4 host", "auto"}) {
+    Child program = Start(command);
+    ASSERT_TRUE(Child::Pump({&program}, Steady::now() + std::chrono::seconds(20),
+                            [&] { return program.Find("T4 Clock Offline: Gate").has_value(); }))
+        << command << ": " << program.Tail();
+    program.Signal(SIGTERM);
+    EXPECT_TRUE(program.Drain(Steady::now() + std::chrono::seconds(20))) << command;
+    const int status = program.Wait();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command << ": " << status;
+  }
+}
+
+// The poll list's commands, then what host, poll and auto refuse and why, in one program folder.
+TEST_F(CallCommandsTest, PollListAndTheRefusalsThatNameWhatIsMissing) {
+  struct Step {
+    std::string command;
+    bool ok;
+    std::vector<std::string> out, err;  // texts that must be in stdout, stderr
+    std::string not_out = {};           // a text that must not be in stdout
+  };
+  std::vector<Step> steps = {
+      {"poll-list add Dock --phone 5551234 --dial-time 6:30 --terminal-id 7", true, {}, {}},
+      {"poll-list list", true, {"06:30"}, {}},
+      {"poll-list add Yard --dial-time 25:00", false, {}, {"--dial-time"}},
+      {"poll-list remove 1", true, {}, {}},
+      {"poll-list list", true, {}, {}, "Dock"},
+      {"poll-list remove 1", false, {}, {"1"}},
+      // No call times in the poll list: timed polling has nothing to do.
+      {"poll-list add Dock --phone 5551234", true, {}, {}},
+      {"poll --timed",
+       false,
+       {"There are no clocks with call times. Clock entries must have call times to be "
+        "AutoPolled."},
+       {}},
+      {"auto", false, {}, {"auto_start_mode is 1"}},
+  };
+  // A type without a loop of its own would send its punches again on every call: refused.
+  for (const std::string type : {"5", "6"}) {
+    steps.push_back({"settings set terminal_type=" + type, true, {}, {"is not served yet"}});
+    for (const char* command : {"host --once", "poll", "auto"}) {
+      steps.push_back({command, false, {}, {"Terminal type " + type}});
+    }
+  }
+  const std::vector<Step> more = {
+      // T4 terminals are served from the T4 clock list, on the network only.
+      {"settings set terminal_type=2 connection_type=Serial",
+       true,
+       {},
+       {"reached over the network only"}},
+      {"poll", false, {}, {"The T4 clock list has no clock"}},
+      {"t4 clocks add Gate --address 127.0.0.1:9", true, {}, {}},
+      {"poll",
+       false,
+       {"Gate at 127.0.0.1:9 does not answer: T4 terminals are reached over the network only, not "
+        "by serial line"},
+       {}},
+      {"host --once", false, {}, {"no --once"}},
+      // ATS terminals are polled, never waited for.
+      {"settings set terminal_type=7", true, {}, {}},
+      {"host --once", false, {}, {"never calls in"}},
+      // A LAN listener address that is not this machine's.
+      {"settings set terminal_type=1 connection_type=LAN", true, {}, {}},
+      {"host --once --listen 192.0.2.1:3001",
+       false,
+       {},
+       {"cannot listen for LAN terminals on 192.0.2.1:3001", "address"}},
+      {"settings set connection_type=Serial", true, {}, {}},
+      {"host --once --port /dev/clockcomm-no-such-port",
+       false,
+       {"Invalid Com Port\nSelect valid Com Port and then restart."},
+       {"/dev/clockcomm-no-such-port", "No such file"},
+       "Mode ="},  // the loop is not entered
+  };
+  steps.insert(steps.end(), more.begin(), more.end());
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.command);
+    const CommandResult r = Run(step.command);
+    EXPECT_EQ(r.exit_code == 0, step.ok) << r.out << r.err;
+    for (const auto& text : step.out) EXPECT_NE(r.out.find(text), std::string::npos) << r.out;
+    for (const auto& text : step.err) EXPECT_NE(r.err.find(text), std::string::npos) << r.err;
+    EXPECT_TRUE(step.not_out.empty() || r.out.find(step.not_out) == std::string::npos) << r.out;
+  }
+  const CommandResult r = RunClockcomm(dir_.path() / "nowhere", "host --once");
+  EXPECT_NE(r.exit_code, 0);
+  EXPECT_NE(r.err.find("init"), std::string::npos) << r.err;
+}
+
+// The demo's calls of every kind and the T4 host with every database on the server (the demo fails
+// unless each punch is there), and no password in what it prints.
+TEST(PostgresDemoTest, TheDemosRoadRunsIntoTheServer) {
+  const auto& server = PostgresTestServer::Get();
+  TempDir home;
+  const CommandResult r =
+      RunClockcomm(home.path() / "demo", "demo --database '" + server.Url() + "'");
+  ASSERT_EQ(r.exit_code, 0) << r.out << r.err;
+  EXPECT_EQ(r.out.find(server.Password()), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(home.path() / "demo/data/demo/Company.db"));
+  auto company = db::Open(db::LocationInSchema(server.Url(), "demo_company"));
+  const int64_t rows = company->Query("SELECT COUNT(*) FROM [Clock Data Table]").Field(0).AsInt();
+  EXPECT_NE(r.out.find("Rows in [Clock Data Table]: " + std::to_string(rows) + "\n"),
+            std::string::npos)
+      << r.out;
+  EXPECT_GT(db::Open(db::LocationInSchema(server.Url(), "demo_site"))
+                ->Query("SELECT COUNT(*) FROM LogTable")
+                .Field(0)
+                .AsInt(),
+            0);
 }
 
 }  // namespace
