@@ -23,13 +23,11 @@ class ATSPollTest : public CallFixture {
   // id the terminal's address.
   static shell::PollRow Location(const std::string& address, int terminal_address = 1,
                                  std::optional<TerminalType> type = std::nullopt) {
-    shell::PollRow row;
-    row.location_id = terminal_address;
-    row.location_name = kClock;
-    row.location_phone = address;
-    row.terminal_id = std::to_string(terminal_address);
-    row.terminal_type = type;
-    return row;
+    return {.location_id = terminal_address,
+            .location_name = kClock,
+            .location_phone = address,
+            .terminal_id = std::to_string(terminal_address),
+            .terminal_type = type};
   }
 
   std::unique_ptr<shell::LineRunner> AtsRunner(const std::string& device,

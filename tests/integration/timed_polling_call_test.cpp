@@ -25,11 +25,9 @@ class TimedPollingCallTest : public CallFixture {
   }
 
   void AddLocation(shell::PollList& list, const std::string& name, int hour) {
-    shell::PollRow row;
-    row.location_name = name;
-    row.terminal_id = name;
-    row.dial_time = core::TimeOfDay::FromHms(hour, 0);
-    list.Add(row);
+    list.Add({.location_name = name,
+              .dial_time = core::TimeOfDay::FromHms(hour, 0),
+              .terminal_id = name});
   }
 };
 
@@ -72,12 +70,10 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
     });
     // Added during the day, after the pass was read: called when the list is read again.
     if (i == 0) {
-      shell::PollRow ats_row;
-      ats_row.location_name = kClock;
-      ats_row.terminal_id = "4";
-      ats_row.terminal_type = terminal::TerminalType::kAtsESeries;
-      ats_row.dial_time = core::TimeOfDay::FromHms(9, 0);
-      list.Add(ats_row);
+      list.Add({.location_name = kClock,
+                .dial_time = core::TimeOfDay::FromHms(9, 0),
+                .terminal_id = "4",
+                .terminal_type = terminal::TerminalType::kAtsESeries});
     }
   }
   call_at(9, [&] { return ats_terminal.Serve(*line, true) == sim::ServeOutcome::kUnlocked; });

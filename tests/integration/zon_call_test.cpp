@@ -30,12 +30,7 @@ using namespace std::chrono_literals;
 class ZonCallTest : public CallFixture {
  protected:
   shell::PollRow Location(const std::string& name, const std::string& phone = "") {
-    shell::PollRow row;
-    row.location_id = 1;
-    row.location_name = name;
-    row.location_phone = phone;
-    row.terminal_id = "7";
-    return row;
+    return {.location_id = 1, .location_name = name, .location_phone = phone, .terminal_id = "7"};
   }
 };
 
@@ -250,12 +245,10 @@ class LanPollTest : public CallFixture {
                                               *logs_, screen_);
   }
   static shell::PollRow Location(int64_t id, const comm::TcpListener& terminal) {
-    shell::PollRow row;
-    row.location_id = id;
-    row.location_name = "Dock" + std::to_string(id);
-    row.location_phone = "127.0.0.1:" + std::to_string(terminal.Port());
-    row.terminal_id = "7";
-    return row;
+    return {.location_id = id,
+            .location_name = "Dock" + std::to_string(id),
+            .location_phone = "127.0.0.1:" + std::to_string(terminal.Port()),
+            .terminal_id = "7"};
   }
 };
 
