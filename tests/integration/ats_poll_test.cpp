@@ -1,6 +1,5 @@
-// ATS terminals polled by the real line runner: the simulated terminal on a pty (a serial line at
-// 9600,O,7,2) or behind a TCP port (a LAN line), its punches into [Clock Data Table] once each,
-// whatever the terminal does wrong on the way.
+// ATS terminals polled by the real line runner over a pty or a TCP port: every punch into
+// [Clock Data Table] once, whatever the terminal does wrong on the way.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -24,13 +23,11 @@ class ATSPollTest : public CallFixture {
   // id the terminal's address.
   static shell::PollRow Location(const std::string& address, int terminal_address = 1,
                                  std::optional<TerminalType> type = std::nullopt) {
-    shell::PollRow row;
-    row.location_id = terminal_address;
-    row.location_name = kClock;
-    row.location_phone = address;
-    row.terminal_id = std::to_string(terminal_address);
-    row.terminal_type = type;
-    return row;
+    return {.location_id = terminal_address,
+            .location_name = kClock,
+            .location_phone = address,
+            .terminal_id = std::to_string(terminal_address),
+            .terminal_type = type};
   }
 
   std::unique_ptr<shell::LineRunner> AtsRunner(const std::string& device,
@@ -66,8 +63,7 @@ TEST_F(ATSPollTest, EachSeriesOverASerialLineDeliversEveryPunchOnce) {
   int64_t expected = 0;
   for (const auto& [kind, type] : series) {
     SCOPED_TRACE(static_cast<int>(type));
-    ATSTerminalConfig config;
-    config.series = kind;
+    const ATSTerminalConfig config{.series = kind};
     auto punches = Punches(config, 6);
     for (auto& punch : punches) punch.BadgeId += expected * 10;  // other people than before
     ATSTerminal terminal(config, punches);
@@ -81,8 +77,7 @@ TEST_F(ATSPollTest, EachSeriesOverASerialLineDeliversEveryPunchOnce) {
 
 // Through a modem: the location's number dialled, then the conversation of a direct line.
 TEST_F(ATSPollTest, ThroughAModemTheLocationsNumberIsDialledAndEveryPunchArrivesOnce) {
-  ATSTerminalConfig config;
-  config.series = ats::Series::kCyberSeries;
+  const ATSTerminalConfig config{.series = ats::Series::kCyberSeries};
   ATSTerminal terminal(config, Punches(config, 5));
   ModemRig rig({}, sim::LineParty([&](comm::FdConnection& line, bool) {
                  return terminal.Serve(line, true) == sim::ServeOutcome::kUnlocked
@@ -101,10 +96,7 @@ TEST_F(ATSPollTest, ThroughAModemTheLocationsNumberIsDialledAndEveryPunchArrives
 // Not ready for five probes, a packet with a bad LRC (refused and read again) and a packet of a
 // type nobody knows (logged and skipped): every punch still arrives once.
 TEST_F(ATSPollTest, ATerminalThatIsSlowSendsABadFrameAndAnUnknownPacketLosesNothing) {
-  ATSTerminalConfig config;
-  config.faults.not_ready = 5;
-  config.faults.bad_lrc = 2;
-  config.faults.unknown_packet = true;
+  const ATSTerminalConfig config{.faults = {.not_ready = 5, .bad_lrc = 2, .unknown_packet = true}};
   ATSTerminal terminal(config, Punches(config, 4));
   EXPECT_TRUE(PollOverPty(terminal)) << screen_.All();
   EXPECT_TRUE(terminal.PendingPunches().empty()) << screen_.All();
@@ -115,18 +107,13 @@ TEST_F(ATSPollTest, ATerminalThatIsSlowSendsABadFrameAndAnUnknownPacketLosesNoth
   EXPECT_GE(controller_->Snapshot().bad_input.bad_block_check, 1u);
 }
 
-// Over the network: one terminal never gets ready (its command is not sent and the loop goes on),
-// the next is polled; a line dropped mid-poll keeps what was acknowledged and the next poll brings
-// the rest, nothing twice.
+// Over the network: a terminal that never gets ready holds up no one; a line dropped mid-poll keeps
+// what was acknowledged and the next poll brings the rest, nothing twice.
 TEST_F(ATSPollTest, OverTcpAFailedTerminalNeverStopsTheListAndADroppedLineLosesNothing) {
-  ATSTerminalConfig busy_config;
-  busy_config.address = 2;
-  busy_config.faults.not_ready = 1'000'000;
+  const ATSTerminalConfig busy_config{.address = 2, .faults = {.not_ready = 1'000'000}};
+  const ATSTerminalConfig config{.address = 3, .faults = {.drop_after = 3}};
   core::StopSignal stop;
   ATSTerminal busy(busy_config, Punches(busy_config, 2), &stop);
-  ATSTerminalConfig config;
-  config.address = 3;
-  config.faults.drop_after = 3;
   ATSTerminal dropping(config, Punches(config, 6), &stop);
   comm::TcpListener busy_port("127.0.0.1", 0), dropping_port("127.0.0.1", 0);
   std::thread busy_thread([&] { busy.ServeTcp(busy_port); });

@@ -1,6 +1,5 @@
 // A program folder with one company (clock DEMODATA), its employees and validation tables, and
-// the call loop's objects wired as the command line wires them; terminals and modems are the
-// simulators on real pty pairs.
+// the call loop's objects wired as the command line wires them.
 #pragma once
 
 #include <fmt/format.h>
@@ -149,13 +148,11 @@ class CallFixture : public ::testing::Test {
   }
 
   shell::LineSettings Settings(const std::string& device, bool modem) {
-    shell::LineSettings s;
-    s.device = device;
-    s.connection_type = modem ? comm::ConnectionType::kModem : comm::ConnectionType::kSerial;
-    s.response_wait = std::chrono::seconds(1);
-    s.second_pause = std::chrono::milliseconds(0);
-    s.packet_timeout = std::chrono::milliseconds(3000);
-    return s;
+    return {.device = device,
+            .connection_type = modem ? comm::ConnectionType::kModem : comm::ConnectionType::kSerial,
+            .response_wait = std::chrono::seconds(1),
+            .second_pause = std::chrono::milliseconds(0),
+            .packet_timeout = std::chrono::milliseconds(3000)};
   }
 
   // The line runner with these settings and the families of the command line.

@@ -25,11 +25,8 @@ constexpr const char* kTmpfsVariable = "CLOCKCOMM_TEST_TMPFS";
 class FaultCallTest : public CallFixture {
  protected:
   // A lost ACK must be waited out before the program's 3 s packet time-out.
-  static sim::TerminalConfig Terminal(void (*fault)(sim::TerminalFaults&) = nullptr) {
-    sim::TerminalConfig config;
-    config.timeouts.ack_wait = 500ms;
-    if (fault != nullptr) fault(config.faults);
-    return config;
+  static sim::TerminalConfig Terminal(sim::TerminalFaults faults = {}) {
+    return {.faults = faults, .timeouts = {.ack_wait = 500ms}};
   }
 };
 
@@ -38,17 +35,14 @@ class FaultCallTest : public CallFixture {
 TEST_F(FaultCallTest, ABatchOrPacketSentAgainGoesInOnceAndIsReported) {
   struct Case {
     const char* name;
-    void (*fault)(sim::TerminalFaults&);
+    sim::TerminalFaults fault;
     CallOutcome first_call;
-    const char* report;
+    std::string report;  // "<n> of <m>" punches were already in the database
   };
   const Case cases[] = {
-      {"missed EOT", [](sim::TerminalFaults& f) { f.miss_eot = true; }, CallOutcome::kNoEot,
-       "5 of 5 punches were already in the database"},
-      {"lost ACK", [](sim::TerminalFaults& f) { f.lose_ack = 3; }, CallOutcome::kCompleted,
-       "1 of 6 punches were already in the database"},
-      {"stray NAK", [](sim::TerminalFaults& f) { f.stray_nak = 3; }, CallOutcome::kCompleted,
-       "1 of 6 punches were already in the database"},
+      {"missed EOT", {.miss_eot = true}, CallOutcome::kNoEot, "5 of 5"},
+      {"lost ACK", {.lose_ack = 3}, CallOutcome::kCompleted, "1 of 6"},
+      {"stray NAK", {.stray_nak = 3}, CallOutcome::kCompleted, "1 of 6"},
   };
   int case_number = 0;
   for (const Case& c : cases) {
@@ -64,7 +58,8 @@ TEST_F(FaultCallTest, ABatchOrPacketSentAgainGoesInOnceAndIsReported) {
     }
     EXPECT_TRUE(terminal.PendingPunches().empty());
     EXPECT_EQ(terminal.Stats().resends, c.first_call == CallOutcome::kCompleted ? 1 : 0);
-    EXPECT_TRUE(screen_.Contains(c.report)) << screen_.All();
+    EXPECT_TRUE(screen_.Contains(c.report + " punches were already in the database"))
+        << screen_.All();
     EXPECT_EQ(Events("Punches already present"), case_number);
   }
   EXPECT_EQ(Rows(), 15);
@@ -135,9 +130,8 @@ TEST_F(FaultCallTest, ALockedOrDamagedCompanyDatabaseKeepsTheCallPendingUntilItI
   }
 }
 
-// A TCLOG.db held by another connection for the whole call, and one that cannot be opened when
-// the program starts: the call runs as usual, and each lost event is reported in the debug log
-// (stderr says it once per outage).
+// A TCLOG.db locked for the whole call, or that cannot be opened at the start: the call runs as
+// usual, each lost event goes to the debug log, and stderr says it once per outage.
 TEST_F(FaultCallTest, AnUnavailableEventLogNeverEndsACall) {
   const fs::path event_log = paths_->EventLogDatabase();
   std::unique_ptr<db::Database> blocker;
@@ -224,9 +218,8 @@ void RunOnASmallTmpfs() {
   EXPECT_NE(output.find("[  PASSED  ] 1 test"), std::string::npos) << output;
 }
 
-// The data folder fills up while the terminal uploads: the packet that could not be written is not
-// acknowledged, the call fails and the terminal keeps every punch; once space is freed the next
-// call delivers them all.
+// The disk fills up during an upload: the packet not written is not acknowledged, the terminal
+// keeps every punch, and once space is freed the next call delivers them all.
 TEST_F(FaultCallTest, AFullDiskIsNeverAcknowledgedAndTheNextCallDeliversEverything) {
   if (std::getenv(kTmpfsVariable) == nullptr) return RunOnASmallTmpfs();
   ASSERT_EQ(home_.string().rfind(std::getenv(kTmpfsVariable), 0), 0u);

@@ -1,8 +1,6 @@
-// Every punch once, whatever moment the program dies. The built clockcomm (host, and poll) and
-// clockcomm-sim run as separate processes over a pty; the program is killed with SIGKILL at random
-// points of real calls (while starting, during the upload, around the EOT, in the transfer) and
-// started again until the terminal holds no punch. At the end each punch the terminal ever had
-// must be in [Clock Data Table] exactly once. CLOCKCOMM_KILL_POINTS sets the number of kills
+// Every punch once, whatever moment the program dies: the built clockcomm (host, and poll) and
+// clockcomm-sim over a pty, the program killed with SIGKILL at random points of real calls and
+// started again until the terminal holds no punch. CLOCKCOMM_KILL_POINTS sets the number of kills
 // (`make soak` runs 1,000); CLOCKCOMM_SOAK_SEED repeats a run's random choices.
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -72,8 +70,7 @@ class KillRestartTest : public ::testing::Test {
     std::ofstream(home_.path() / "SettingsOverride.txt") << "eotinterval = 0\n";
   }
 
-  // A new batch of punches, each unlike any other of the run: its own day per round, its own
-  // minute per punch, in and out punches, numbered on as a terminal numbers them.
+  // A new batch of punches unlike any other of the run: a day per round, a minute per punch.
   std::filesystem::path WriteBatch() {
     using namespace std::chrono;
     const year_month_day day{sys_days{2021y / January / 1} + days{round_}};
@@ -97,16 +94,12 @@ class KillRestartTest : public ::testing::Test {
   // The simulated terminal on a pty of its own, whose path it prints.
   std::unique_ptr<Child> StartTerminal(bool poll, const std::filesystem::path& batch,
                                        std::string& pty) {
-    std::vector<std::string> argv = {CLOCKCOMM_BINARY_DIR "/clockcomm-sim",
-                                     "zon",
-                                     "--pty",
-                                     "--until-delivered",
-                                     "--reply-wait-ms",
-                                     "500",
-                                     "--baud",
-                                     "19200",
-                                     "--punch-file",
-                                     batch.string()};
+    std::vector<std::string> argv = {CLOCKCOMM_BINARY_DIR "/clockcomm-sim"};
+    for (const char* word : {"zon", "--pty", "--until-delivered", "--reply-wait-ms", "500",
+                             "--baud", "19200", "--punch-file"}) {
+      argv.push_back(word);
+    }
+    argv.push_back(batch.string());
     if (!poll) argv.insert(argv.end(), {"--call-in", "--interval", "0.05"});
     auto sim = std::make_unique<Child>(argv);
     Pump({sim.get()}, Steady::now() + 10s, [&] { return sim->Find(" ready on ").has_value(); });
@@ -124,8 +117,8 @@ class KillRestartTest : public ::testing::Test {
                                                             poll ? "poll" : "host", "--port", pty});
   }
 
-  // One round: a new batch on a new terminal, the program killed once (unless this round
-  // measures the mode) and started again until the terminal has delivered every punch.
+  // A new batch on a new terminal, the program killed once (unless the round measures the mode)
+  // and started again until the terminal has delivered every punch.
   void RunRound(Mode& mode, bool kill) {
     std::string pty;
     auto sim = StartTerminal(mode.poll, WriteBatch(), pty);

@@ -1,7 +1,5 @@
-// `auto` as systemd runs it (Type=notify): READY once configured, the watchdog petted while the
-// loop waits, the configuration read again on SIGHUP without losing the call in progress,
-// STOPPING and a clean exit on SIGTERM. The service manager's socket is a datagram socket of the
-// test.
+// `auto` as systemd runs it (Type=notify), the test holding the service manager's socket: READY,
+// the watchdog, SIGHUP read between calls, STOPPING and a clean exit on SIGTERM.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -104,9 +102,8 @@ std::vector<std::string> Punches(int first, int count) {
   return lines;
 }
 
-// Waiting two hours for its begin time, auto is ready and pets the watchdog. A SIGHUP reads the
-// new begin time (none): the host starts. A SIGHUP in the middle of a call: the call ends as it
-// would have, every punch goes in, then the line is opened anew and takes the next call.
+// Waiting for its begin time, auto pets the watchdog; a SIGHUP with no begin time starts the host.
+// A SIGHUP mid-call lets the call finish with every punch, then the line opens anew.
 TEST(ServiceTest, ReadyWatchdogReloadsBetweenCallsAndStop) {
   TempDir dir;
   const auto run = [&](const std::string& args) {
@@ -141,9 +138,7 @@ TEST(ServiceTest, ReadyWatchdogReloadsBetweenCallsAndStop) {
   ASSERT_TRUE(manager.WaitFor("RELOADING=1", deadline)) << manager.All();
   ASSERT_TRUE(manager.WaitFor("READY=1", deadline)) << manager.All();
   // A hundred punches at 38400 baud: the upload takes most of a second.
-  sim::TerminalConfig config;
-  config.pace = comm::LineSettings::Parse("38400,N,8,1");
-  sim::ZonTerminal first(config, Punches(1, 100));
+  sim::ZonTerminal first({.pace = comm::LineSettings::Parse("38400,N,8,1")}, Punches(1, 100));
   auto call = std::async(std::launch::async, [&] { return first.CallIn(*line); });
   ASSERT_TRUE(Child::Pump({&program}, deadline, [&] {
     return program.Find("Uploading Packets").has_value();

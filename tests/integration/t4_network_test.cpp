@@ -1,6 +1,5 @@
-// The T4 road over real sockets: the network client against the simulated terminal on 127.0.0.1
-// over TCP and UDP, with the terminal's faults, and the T4 host over three simulated terminals
-// storing every punch once through restarts and a terminal that vanishes.
+// The T4 road over real sockets: the network client against the simulated terminal over TCP and
+// UDP with its faults, and the T4 host storing every punch once through restarts and outages.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -56,20 +55,14 @@ net::T4NetOptions FastOptions(T4TransportKind transport, uint32_t key = 0) {
 
 // The terminal a test talks to, serving on a free port of the loopback.
 struct Terminal {
-  explicit Terminal(sim::T4SimConfig config, std::vector<T4Record> log = {})
+  explicit Terminal(sim::T4SimConfig config, std::vector<T4Record> log = {}, uint16_t port = 0)
       : sim(std::move(config), clock) {
     for (const auto& r : log) sim.Punch(r);
-    sim.Listen("127.0.0.1", 0);
+    sim.Listen("127.0.0.1", port);
   }
   std::string Address() const { return "127.0.0.1:" + std::to_string(sim.Port()); }
   core::SystemClock clock;
   sim::T4TerminalSim sim;
-};
-
-struct LogEntryFields {
-  std::string badge;
-  int verify = 0, state = 0, year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
-  int work_code = 0;
 };
 
 struct Download {
@@ -101,6 +94,7 @@ Download DownloadFrom(Terminal& terminal, const net::T4NetOptions& options) {
 // terminal's log exactly, or (where the terminal's data cannot be trusted) fail and say why.
 TEST(T4NetworkClientTest, DownloadsEveryLayoutOverBothTransportsWhateverTheTerminalDoes) {
   using Faults = sim::T4SimFaults;
+  namespace cmd = net::cmd;
   constexpr auto kTcp = T4TransportKind::kTcp;
   constexpr auto kUdp = T4TransportKind::kUdp;
   struct Case {
@@ -111,6 +105,7 @@ TEST(T4NetworkClientTest, DownloadsEveryLayoutOverBothTransportsWhateverTheTermi
     Faults faults;
     size_t max_data = 65528;
     const char* failure = nullptr;  // what the failure says, when the download must fail
+    uint32_t terminal_key = 0, client_key = 0;
   } cases[] = {
       {"inline answer", 40, kTcp, 20, {}},
       {"one chunk and 12 bytes", 40, kTcp, 1637, {}},
@@ -121,36 +116,29 @@ TEST(T4NetworkClientTest, DownloadsEveryLayoutOverBothTransportsWhateverTheTermi
       {"legacy read over UDP", 16, kUdp, 900, {.refuse_buffered = true}},
       {"a lost datagram", 40, kUdp, 2000, {.udp_drop = 5}},
       {"two datagrams swapped", 40, kUdp, 2000, {.udp_swap = 3}},
-      {"a corrupt answer to a chunk",
-       40,
-       kUdp,
-       2000,
-       {.bad_checksum_command = net::cmd::kReadBuffer}},
-      {"a lost answer to the count", 40, kTcp, 50, {.no_reply_command = net::cmd::kGetFreeSizes}},
+      {"a corrupt answer to a chunk", 40, kUdp, 2000, {.bad_checksum_command = cmd::kReadBuffer}},
+      {"a lost answer to the count", 40, kTcp, 50, {.no_reply_command = cmd::kGetFreeSizes}},
       {"frames split inside the prefix", 40, kTcp, 3000, {.split_frames = true}},
       {"whole answers in one write", 16, kTcp, 3000, {.coalesce_frames = true}},
       {"PREPARE_DATA before small chunks", 8, kTcp, 100, {.prepare_small_chunks = true}},
       {"an 80-byte status answer", 40, kTcp, 100, {.free_sizes_80 = true}},
       {"a count that is off", 40, kTcp, 100, {.miscount = 3}},
       {"a stream out of step at CONNECT", 40, kTcp, 100, {.bad_prefix_once = true}},
-      {"a descriptor that disagrees",
-       40,
-       kTcp,
-       2000,
-       {.descriptor_mismatch = true},
-       65528,
-       "announced"},
+      {"descriptor mismatch", 40, kTcp, 2000, {.descriptor_mismatch = true}, 65528, "announced"},
+      {"the right key", 40, kTcp, 3, {}, 65528, nullptr, 123456, 123456},
+      {"no key", 40, kTcp, 3, {}, 65528, "refused the communication key", 123456, 0},
+      {"a wrong key", 40, kTcp, 3, {}, 65528, "refused the communication key", 123456, 123457},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.what << ": " << c.layout << "-byte records, " << c.records
                                     << (c.transport == kUdp ? " udp" : " tcp"));
-    sim::T4SimConfig config;
-    config.record_size = c.layout;
-    config.users = 50;
-    config.max_data_packet = c.max_data;
-    config.faults = c.faults;
-    Terminal terminal(config, Punches(c.records, 1001));
-    const Download d = DownloadFrom(terminal, FastOptions(c.transport));
+    Terminal terminal({.record_size = c.layout,
+                       .comm_key = c.terminal_key,
+                       .users = 50,
+                       .max_data_packet = c.max_data,
+                       .faults = c.faults},
+                      Punches(c.records, 1001));
+    const Download d = DownloadFrom(terminal, FastOptions(c.transport, c.client_key));
     EXPECT_EQ(terminal.sim.RecordCount(), static_cast<size_t>(c.records)) << "never cleared";
     if (c.failure != nullptr) {
       EXPECT_FALSE(d.ok);
@@ -164,18 +152,6 @@ TEST(T4NetworkClientTest, DownloadsEveryLayoutOverBothTransportsWhateverTheTermi
       ASSERT_EQ(d.records[i].time, log[i].time) << i;
       ASSERT_EQ(d.badges[i], log[i].user_id) << i;
     }
-  }
-}
-
-TEST(T4NetworkClientTest, TheCommunicationKey) {
-  sim::T4SimConfig config;
-  config.comm_key = 123456;
-  Terminal terminal(config, Punches(3, 1));
-  EXPECT_TRUE(DownloadFrom(terminal, FastOptions(T4TransportKind::kTcp, 123456)).ok);
-  for (uint32_t wrong : {0u, 123457u}) {
-    const Download d = DownloadFrom(terminal, FastOptions(T4TransportKind::kTcp, wrong));
-    EXPECT_FALSE(d.ok);
-    EXPECT_NE(d.failure.find("refused the communication key"), std::string::npos) << d.failure;
   }
 }
 
@@ -200,12 +176,10 @@ TEST(T4NetworkClientTest, RealTimePunchesArriveOnceThroughPumpEvents) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.layout << "-byte layout, events of " << c.event_length);
-    sim::T4SimConfig config;
-    config.record_size = c.layout;
-    config.event_length = c.event_length;
-    config.resend_events = c.resend;
-    config.faults = c.faults;
-    Terminal terminal(config);
+    Terminal terminal({.record_size = c.layout,
+                       .event_length = c.event_length,
+                       .resend_events = c.resend,
+                       .faults = c.faults});
     test::TestLog log;
     T4NetDevice device(FastOptions(c.transport), log);
     ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
@@ -236,11 +210,7 @@ TEST(T4NetworkClientTest, RealTimePunchesArriveOnceThroughPumpEvents) {
 TEST(T4NetworkClientTest, TimeUsersAndRecordsNoPunchCanBeMadeOf) {
   for (size_t layout : {40, 8}) {
     SCOPED_TRACE(layout);
-    sim::T4SimConfig config;
-    config.record_size = layout;
-    config.users = 10;
-    config.bad_records = true;
-    Terminal terminal(config);
+    Terminal terminal({.record_size = layout, .users = 10, .bad_records = true});
     test::TestLog log;
     T4NetDevice device(FastOptions(T4TransportKind::kTcp), log);
     ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
@@ -267,10 +237,11 @@ TEST(T4NetworkClientTest, TimeUsersAndRecordsNoPunchCanBeMadeOf) {
     ASSERT_TRUE(device.GetDeviceStatus(1, kAttendanceRecordCount, count));
     ASSERT_TRUE(device.ReadGeneralLogData(1));
     std::vector<std::string> handed_out;
-    LogEntryFields e;
-    while (device.SSR_GetGeneralLogData(1, e.badge, e.verify, e.state, e.year, e.month, e.day,
-                                        e.hour, e.minute, e.second, e.work_code)) {
-      handed_out.push_back(e.badge + "/" + std::to_string(e.state));
+    std::string badge;
+    int verify = 0, state = 0, year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+    while (device.SSR_GetGeneralLogData(1, badge, verify, state, year, month, day, hour, minute,
+                                        second, code)) {
+      handed_out.push_back(badge + "/" + std::to_string(state));
     }
     EXPECT_EQ(log.Count("a record with an impossible time skipped"), 2);  // 30 February, 2100
     EXPECT_EQ(handed_out.size(), static_cast<size_t>(count) - 2);
@@ -288,10 +259,8 @@ TEST(T4NetworkClientTest, TimeUsersAndRecordsNoPunchCanBeMadeOf) {
 // A terminal that stops answering ends each operation within the tries of its time-out, says
 // which command went unanswered, and the session counts as lost.
 TEST(T4NetworkClientTest, SilenceEndsInATimeoutThatNamesTheCommand) {
-  sim::T4SimConfig config;
-  config.faults.no_reply_command = net::cmd::kGetFreeSizes;
-  config.faults.no_reply_times = -1;
-  Terminal terminal(config, Punches(5, 1));
+  Terminal terminal({.faults = {.no_reply_command = net::cmd::kGetFreeSizes, .no_reply_times = -1}},
+                    Punches(5, 1));
   test::TestLog log;
   T4NetDevice device(FastOptions(T4TransportKind::kUdp), log);
   ASSERT_TRUE(device.Connect_Net("127.0.0.1", terminal.sim.Port()));
@@ -321,10 +290,8 @@ TEST(T4NetworkClientTest, SilenceEndsInATimeoutThatNamesTheCommand) {
 
 // The installer's one-shot download, as run from a shell.
 TEST(T4NetworkClientTest, DownloadCommandCountsAndWritesTcdLinesWithoutClearing) {
-  sim::T4SimConfig config;
-  config.record_size = 8;
-  config.users = 50;
-  auto terminal = std::make_unique<Terminal>(config, Punches(30, 1001));
+  auto terminal = std::make_unique<Terminal>(sim::T4SimConfig{.record_size = 8, .users = 50},
+                                             Punches(30, 1001));
   const std::string address = terminal->Address();
   clockcomm::test::TempDir dir;
   const auto tcd = dir.path() / "t4.tcd";
@@ -458,14 +425,10 @@ TEST_F(T4NetworkHost, EveryPunchOnceThroughRealTimeRestartsAndATerminalThatVanis
   ASSERT_TRUE(log.WaitFor("T4 Clock Offline"));
   auto again = Punches(7, 600, 11 * 60);
   kept.insert(kept.end(), again.begin(), again.end());
-  sim::T4SimConfig config;
-  core::SystemClock clock;
-  sim::T4TerminalSim returned(config, clock);
-  for (const auto& r : kept) returned.Punch(r);
-  returned.Listen("127.0.0.1", back_port);
+  Terminal returned({}, kept, back_port);
   ASSERT_TRUE(log.WaitFor("T4 Clock Online"));
   ASSERT_TRUE(PollsEnded("Back", 3));
-  EXPECT_EQ(returned.RecordCount(), 0u);
+  EXPECT_EQ(returned.sim.RecordCount(), 0u);
   second->Stop();
   EXPECT_EQ(second->host->PunchesStored(), 17);
   EXPECT_EQ(Rows("beta"), 57);

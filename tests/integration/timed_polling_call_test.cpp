@@ -1,6 +1,5 @@
-// The calendar of the real line loop over a pty pair, from a manual clock (the line's waits are
-// real): the timed polling cycle, whose terminals are simulators of both makes sharing one direct
-// line (each answers only its own id), and the end time of a host.
+// The real line loop's calendar on a manual clock: the timed polling cycle over terminals of both
+// makes sharing one direct line, and the end time of a host.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -26,18 +25,9 @@ class TimedPollingCallTest : public CallFixture {
   }
 
   void AddLocation(shell::PollList& list, const std::string& name, int hour) {
-    shell::PollRow row;
-    row.location_name = name;
-    row.terminal_id = name;
-    row.dial_time = core::TimeOfDay::FromHms(hour, 0);
-    list.Add(row);
-  }
-
-  sim::TerminalConfig Terminal(const std::string& id, int number) {
-    sim::TerminalConfig config;
-    config.terminal_id = id;
-    config.clock_number = number;
-    return config;
+    list.Add({.location_name = name,
+              .dial_time = core::TimeOfDay::FromHms(hour, 0),
+              .terminal_id = name});
   }
 };
 
@@ -55,13 +45,11 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
 
   auto pty = comm::PtyPair::Open();
   auto line = pty.TakeMaster();
-  sim::ZonTerminal terminals[] = {{Terminal("A", 1), Punches(2, 100)},
-                                  {Terminal("B", 2), Punches(3, 200)},
-                                  {Terminal("C", 3), Punches(1, 300)}};
-  sim::ATSTerminalConfig ats_config;
-  ats_config.address = 4;
+  sim::ZonTerminal terminals[] = {{{.clock_number = 1, .terminal_id = "A"}, Punches(2, 100)},
+                                  {{.clock_number = 2, .terminal_id = "B"}, Punches(3, 200)},
+                                  {{.clock_number = 3, .terminal_id = "C"}, Punches(1, 300)}};
   sim::ATSTerminal ats_terminal(
-      ats_config, sim::GenerateATSPunches(ats_config.series, 2, At(9).GetDate(), 4));
+      {.address = 4}, sim::GenerateATSPunches(ats::Series::kESeries, 2, At(9).GetDate(), 4));
 
   auto loop = Runner(Settings(pty.SlavePath(), false), &controller);
   shell::TimedPolling cycle(list, *loop, *logs_, manual, controller.EndCommLoop(), At(10, 0));
@@ -82,12 +70,10 @@ TEST_F(TimedPollingCallTest, LocationsArePolledAtTheirCallTimesInOrderAndTheList
     });
     // Added during the day, after the pass was read: called when the list is read again.
     if (i == 0) {
-      shell::PollRow ats_row;
-      ats_row.location_name = kClock;
-      ats_row.terminal_id = "4";
-      ats_row.terminal_type = terminal::TerminalType::kAtsESeries;
-      ats_row.dial_time = core::TimeOfDay::FromHms(9, 0);
-      list.Add(ats_row);
+      list.Add({.location_name = kClock,
+                .dial_time = core::TimeOfDay::FromHms(9, 0),
+                .terminal_id = "4",
+                .terminal_type = terminal::TerminalType::kAtsESeries});
     }
   }
   call_at(9, [&] { return ats_terminal.Serve(*line, true) == sim::ServeOutcome::kUnlocked; });

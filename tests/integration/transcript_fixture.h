@@ -1,8 +1,5 @@
-// The golden conversations of tests/transcripts, replayed and recorded again by transcript_test.cpp
-// and recorded anew by tests/tools/record_transcripts.cpp, against the real line runner on a manual
-// wall clock. Beside each <name>.chat, <name>.chk holds what the conversation left behind: the call
-// files' TCD lines, rows of [Clock Data Table], screen lines and event-log entries, escaped as
-// transcript bytes are.
+// The golden conversations of tests/transcripts against the real line runner on a manual clock.
+// Beside each <name>.chat, <name>.chk holds what the conversation left behind.
 #pragma once
 
 #include <algorithm>
@@ -72,10 +69,8 @@ inline CallResults ParseResults(const std::string& text) {
   return r;
 }
 
-// A recorded conversation: the simulated terminal and what its far end does. The header and the
-// settings of each are those of its .chat (write them first for a new one): a modem line puts the
-// simulated modem before the terminal, "run: poll" has the terminal answer the poll, else it calls
-// in once the program is ready.
+// A recorded conversation's simulated terminal; its header and settings are those of its .chat
+// (write them first for a new one).
 struct Scenario {
   std::string name;
   sim::TerminalConfig terminal;
@@ -85,10 +80,6 @@ struct Scenario {
 };
 
 inline std::vector<Scenario> Scenarios() {
-  sim::TerminalConfig poll, nak, download;
-  poll.terminal_id = "7";
-  nak.faults.corrupt_packet = 2;
-  download.end_with_upload = true;
   // Badge 12: today 08:00-12:30; the week from Monday 19 October adds 08:00-16:00; the week before
   // not.
   const std::vector<std::string> hours = {
@@ -96,9 +87,9 @@ inline std::vector<Scenario> Scenarios() {
       "4,12,,,,,O,091019,1600,,,,1", "5,12,,,,,I,091020,0800,,,,1", "6,12,,,,,O,091020,1230,,,,1"};
   return {{"direct_host_call", {}, 3},
           {"modem_host_call", {}, 2},
-          {"direct_poll", poll, 2},
-          {"nak_resend", nak, 3},
-          {"validation_download", download, 2},
+          {"direct_poll", {.terminal_id = "7"}, 2},
+          {"nak_resend", {.faults = {.corrupt_packet = 2}}, 3},
+          {"validation_download", {.end_with_upload = true}, 2},
           {"hours_request", {}, 0, hours, true}};
 }
 

@@ -1,7 +1,5 @@
-// The golden transcripts replayed through a pty into the real line runner with the Zon family:
-// the test plays the far end (a terminal, or a modem and its terminal) byte for byte, checks every
-// byte the program answers, and compares what the conversation left behind with the .chk file.
-// Recorded again with the simulators, each conversation and its results come out byte for byte.
+// The golden transcripts replayed through a pty into the real line runner, every byte and result
+// checked; and recorded again with the simulators, byte for byte the same.
 #include <gtest/gtest.h>
 
 #include "comm/pty_pair.h"

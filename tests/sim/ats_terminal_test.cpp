@@ -1,6 +1,5 @@
-// The simulated ATS terminal answering a program scripted over the stub with the frame functions.
-// Its polls end to end (every series, not ready, a bad LRC and its resend, an unknown packet, a
-// dropped line) run against the real line runner in tests/integration/ats_poll_test.cpp.
+// The simulated ATS terminal answering a scripted program over the stub. Its polls end to end are
+// the integration's ATS poll tests.
 #include "sim/ats_terminal.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
-// The simulated modem from the program's side of its port. A whole call through it, from the
-// init string and RING to the terminal's punches, the escape and the hang-up, is the integration's
-// modem calls and the modem transcript; here the modem's own rules.
+// The simulated modem's own rules, from the program's side of its port. Whole calls through it are
+// the integration's modem calls and the modem transcript.
 #include "sim/hayes_modem.h"
 
 #include <gtest/gtest.h>
@@ -21,10 +20,7 @@ const std::vector<std::string> kPunches = {"2,12,,,,,I,091020,1224,,,,1",
 constexpr auto kGuard = 100ms;
 
 ModemOptions Options() {
-  ModemOptions options;
-  options.guard_time = kGuard;
-  options.ring_interval = 10s;  // one RING per test unless a test answers
-  return options;
+  return {.guard_time = kGuard, .ring_interval = 10s};  // one RING per test unless answered
 }
 
 // The program's port (a pty slave) and a modem on its master, the terminal at 5551234.
@@ -117,10 +113,9 @@ TEST(HayesModemTest, AnswersCommandsWithEchoAndVerboseCodes) {
 }
 
 TEST(HayesModemTest, DialResultsForFailuresUnknownNumbersAndNoLine) {
-  ModemOptions busy = Options();
+  ModemOptions busy = Options(), unplugged = Options();
   busy.fail_dials = 1;
   busy.fail_code = ResultCode::kBusy;
-  ModemOptions unplugged = Options();
   unplugged.no_dialtone = true;
   struct Case {
     const char* legend;
@@ -143,9 +138,7 @@ TEST(HayesModemTest, DialResultsForFailuresUnknownNumbersAndNoLine) {
 }
 
 TEST(HayesModemTest, TerminalDroppingTheLineGivesNoCarrier) {
-  TerminalConfig config;
-  config.faults.drop_after = 1;
-  ModemRig rig(Options(), config);
+  ModemRig rig(Options(), {.faults = {.drop_after = 1}});
   rig.Connect();
   ScriptedHost host(rig.program, true);
   host.Enq();

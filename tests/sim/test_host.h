@@ -1,6 +1,5 @@
-// A small scripted host for the simulator tests: the program's side of a call written directly
-// with the comm and zon pieces, so that the simulators are checked against the conversation rules
-// and not against the call loop they will meet later.
+// The program's side of a call, scripted from the comm and zon pieces, so that the simulators are
+// checked against the conversation rules rather than against the call loop.
 #pragma once
 
 #include <memory>

@@ -1,7 +1,5 @@
-// The simulated terminal against a scripted host. Its calls with the real program are the
-// integration tests': single-character and framed answers, a packet refused for its block check
-// (the modem call), the faults on the program's answers (a lost ACK, a stray NAK, a missed EOT:
-// the fault call tests); a dropped line is the modem's test.
+// The simulated terminal against a scripted host: what its calls with the real program (the
+// integration tests) and a dropped line (the modem's test) do not show.
 #include "sim/zon_terminal.h"
 
 #include <gtest/gtest.h>
@@ -24,22 +22,15 @@ using zon::ProtocolChar;
 using namespace std::chrono_literals;
 
 const std::vector<std::string> kPunches = {
-    "2,12,,,,,I,091020,1224,,,,1",
-    "3,12,,,,,O,091020,1705,,,,1",
-    "4,7,5,12,,,I,091020,0801,,,,1",
-};
+    "2,12,,,,,I,091020,1224,,,,1", "3,12,,,,,O,091020,1705,,,,1", "4,7,5,12,,,I,091020,0801,,,,1"};
 
-TerminalConfig ShortWaits() {
-  TerminalConfig config;
-  config.timeouts = {2s, 2s, 2s, 2s, 2s, 2s};  // every wait of the terminal
-  return config;
-}
+const TerminalTimeouts kWaits = {2s, 2s, 2s, 2s, 2s, 2s};  // every wait of the terminal
 
-// The host answers the terminal's ENQ CRLF with ENQ, then takes the upload.
-HostCall AnswerCallIn(ScriptedHost& host) {
+// The host answers the terminal's ENQ CRLF with ENQ, then (unless told not to) takes the upload.
+HostCall AnswerCallIn(ScriptedHost& host, bool upload = true) {
   EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
   host.Enq();
-  return host.ReceiveUpload();
+  return upload ? host.ReceiveUpload() : HostCall{};
 }
 
 std::future<CallOutcome> StartCall(ZonTerminal& terminal, PtyLine& pty) {
@@ -48,13 +39,10 @@ std::future<CallOutcome> StartCall(ZonTerminal& terminal, PtyLine& pty) {
 
 TEST(ZonTerminalTest, PacketRefusedEveryTimeEndsTheCallAfterItsResends) {
   PtyLine pty;
-  TerminalConfig config = ShortWaits();
-  config.max_resends = 2;
-  ZonTerminal terminal(config, kPunches);
+  ZonTerminal terminal({.max_resends = 2, .timeouts = kWaits}, kPunches);
   auto outcome = StartCall(terminal, pty);
   ScriptedHost host(*pty.host_end, false);
-  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
-  host.Enq();
+  AnswerCallIn(host, false);
   for (int i = 0; i < 3; ++i) {
     EXPECT_FALSE(host.ReadLine().empty());
     host.Nak();
@@ -66,10 +54,7 @@ TEST(ZonTerminalTest, PacketRefusedEveryTimeEndsTheCallAfterItsResends) {
 
 TEST(ZonTerminalTest, AnswersOnlyAPollCarryingItsId) {
   PtyLine pty;
-  TerminalConfig config = ShortWaits();
-  config.terminal_id = "7";
-  config.upload_type = "W";
-  ZonTerminal terminal(config, kPunches);
+  ZonTerminal terminal({.upload_type = "W", .terminal_id = "7", .timeouts = kWaits}, kPunches);
   auto outcome =
       std::async(std::launch::async, [&] { return terminal.AnswerPoll(*pty.terminal_end); });
   ScriptedHost host(*pty.host_end, false, /*timeout_ms=*/300);
@@ -81,9 +66,7 @@ TEST(ZonTerminalTest, AnswersOnlyAPollCarryingItsId) {
   host.ReadLine(&timed_out);
   EXPECT_TRUE(timed_out) << "another terminal's header request is not answered";
   host.Send(std::string(1, ProtocolChar::kStx) + "7" + ProtocolChar::kEtx);
-  EXPECT_EQ(host.ReadLine(), std::string(1, ProtocolChar::kEnq));
-  host.Enq();
-  HostCall call = host.ReceiveUpload();
+  HostCall call = AnswerCallIn(host);
   host.Eot();
   EXPECT_EQ(outcome.get(), CallOutcome::kCompleted);
   EXPECT_EQ(zon::ZonHeaderPacketStatic::Parse(call.header).UploadType(), "W");
@@ -95,10 +78,8 @@ TEST(ZonTerminalTest, AnswersOnlyAPollCarryingItsId) {
 // NAK and taken when sent again; the punches stay until the EOT.
 TEST(ZonTerminalTest, EndOfUploadTakesTheValidationTablesBeforeTheFinalEot) {
   PtyLine pty;
-  TerminalConfig config = ShortWaits();
-  config.end_with_upload = true;
-  config.faults.nak_row = 2;
-  ZonTerminal terminal(config, kPunches);
+  ZonTerminal terminal({.end_with_upload = true, .faults = {.nak_row = 2}, .timeouts = kWaits},
+                       kPunches);
   auto outcome = StartCall(terminal, pty);
   ScriptedHost host(*pty.host_end, false);
   ASSERT_TRUE(AnswerCallIn(host).end_of_upload);
@@ -136,9 +117,8 @@ TEST(ZonTerminalTest, EndOfUploadTakesTheValidationTablesBeforeTheFinalEot) {
 
 TEST(ZonTerminalTest, PacedTerminalTakesAtLeastTheWireTimeOfItsBytes) {
   PtyLine pty;
-  TerminalConfig config = ShortWaits();
-  config.pace = comm::LineSettings::Parse("9600,N,8,1");
-  ZonTerminal terminal(config, kPunches);
+  ZonTerminal terminal({.pace = comm::LineSettings::Parse("9600,N,8,1"), .timeouts = kWaits},
+                       kPunches);
   ScriptedHost host(*pty.host_end, false);
   auto start = std::chrono::steady_clock::now();
   auto outcome = StartCall(terminal, pty);
@@ -156,7 +136,7 @@ TEST(ZonTerminalTest, PacedTerminalTakesAtLeastTheWireTimeOfItsBytes) {
 TEST(ZonTerminalTest, StopSignalEndsAWaitForAPollAtOnce) {
   PtyLine pty;
   core::StopSignal stop;
-  ZonTerminal terminal(ShortWaits(), kPunches, &stop);
+  ZonTerminal terminal({.timeouts = kWaits}, kPunches, &stop);
   auto outcome =
       std::async(std::launch::async, [&] { return terminal.AnswerPoll(*pty.terminal_end); });
   EXPECT_EQ(outcome.wait_for(50ms), std::future_status::timeout);

@@ -1,8 +1,18 @@
+// What the simulators read and write as text: the program's messages, AT command lines, punch
+// files and transcripts.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <set>
+
+#include "core/errors.h"
 #include "sim/host_message.h"
 #include "sim/modem_command.h"
+#include "sim/punch_source.h"
+#include "sim/transcript.h"
+#include "test_support/temp_dir.h"
 #include "zon/protocol_char.h"
+#include "zon/zon2x_to_tcd_formatter.h"
 
 namespace clockcomm::sim {
 namespace {
@@ -102,6 +112,56 @@ TEST(ModemCommandTest, ParsesCommandLines) {
   EXPECT_EQ(DialedNumber("P9,,5551234"), "95551234");
   for (const char* bad : {"S=1", "S0", "S0=256", "S300=1", "&", "&1", "E1%"}) {
     EXPECT_FALSE(ParseAtCommands(bad).has_value()) << bad;
+  }
+}
+
+TEST(PunchSourceTest, GeneratedPunchesAreDistinctWellFormedLinesOfTheDay) {
+  const auto day = core::Date::FromYmdOrThrow(2009, 10, 20);
+  auto punches = GeneratePunches(1000, day);
+  ASSERT_EQ(punches.size(), 1000u);
+  EXPECT_EQ(std::set<std::string>(punches.begin(), punches.end()).size(), punches.size());
+  zon::Zon2xToTcdFormatter formatter;
+  for (const auto& punch : punches) {
+    ASSERT_TRUE(formatter.Formattable(punch)) << punch;
+    EXPECT_NO_THROW(formatter.Format(punch)) << punch;  // valid dates and times throughout
+  }
+  EXPECT_TRUE(GeneratePunches(0, day).empty());
+}
+
+TEST(PunchSourceTest, PunchFileSkipsCommentsAndNamesTheBadLine) {
+  test::TempDir dir;
+  const auto path = (dir.path() / "punches.txt").string();
+  {
+    std::ofstream out(path, std::ios::binary);
+    out << "# two punches\r\n2,12,,,,,I,091020,1224,,,,1\r\n\n 3,12,,,,,O,091020,1705,,,,1 \n";
+  }
+  EXPECT_EQ(ReadPunchFile(path), (std::vector<std::string>{"2,12,,,,,I,091020,1224,,,,1",
+                                                           "3,12,,,,,O,091020,1705,,,,1"}));
+  {
+    std::ofstream out(path, std::ios::binary);
+    out << "2,12,,,,,I,091020,1224,,,,1\n2,12,I,091020\n";
+  }
+  try {
+    ReadPunchFile(path);
+    ADD_FAILURE() << "a short line was accepted";
+  } catch (const core::ArgumentException& e) {
+    EXPECT_NE(std::string(e.what()).find("line 2"), std::string::npos) << e.what();
+  }
+  EXPECT_THROW(ReadPunchFile((dir.path() / "missing.txt").string()), core::SystemError);
+}
+
+// Whole transcripts are read and written by the golden tests; here every byte value and the lines
+// that are no comment, setting or step.
+TEST(Transcript, BytesRoundTripAndMalformedLinesAreRefused) {
+  std::string all;
+  for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
+  EXPECT_EQ(UnescapeBytes(EscapeBytes(all + " ")), all + " ");
+  EXPECT_EQ(EscapeBytes("a\\b\r\n\x05 c "), "a\\\\b\\r\\n\\x05 c\\x20");
+  for (const char* bad : {"\\q", "\\x1", "\\", "\\xg0"}) {
+    EXPECT_THROW(UnescapeBytes(bad), core::FormatException) << bad;
+  }
+  for (const char* bad : {"> ok\nline: late\n", "? what\n"}) {
+    EXPECT_THROW(ParseTranscript(bad), core::FormatException) << bad;
   }
 }
 
