@@ -58,6 +58,14 @@ def one_load(console):
                 rows: document.querySelectorAll('#terminals-table tbody tr').length};""")
 
 
+def floor_load(console):
+    """The floor in the same run: this browser loading the server's smallest file (no script)."""
+    console.driver.get("about:blank")
+    console.driver.get(console.url + "favicon.svg")
+    return console.driver.execute_script(
+        "return performance.getEntriesByType('navigation')[0].loadEventEnd;")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", default="build")
@@ -79,6 +87,7 @@ def main():
         console.find("#login-submit").click()
         console.find("#terminals-table[data-rendered]")
         loads = [one_load(console) for _ in range(args.loads)]
+        floors = [floor_load(console) for _ in range(args.loads)]
         rows = loads[0]["rows"]
         print(f"Terminals page, {rows} terminals, {args.loads} fresh loads in headless Chromium "
               f"(ms, median [min-max]):")
@@ -88,6 +97,10 @@ def main():
                            ("terminals", "  GET /api/v1/terminals")):
             values = [load[key] for load in loads if load[key] is not None]
             print(f"{label:40s} {statistics.median(values):8.1f} [{min(values):.1f}-{max(values):.1f}]")
+        floor = statistics.median(floors)
+        print(f"{'floor: favicon.svg as a page':40s} {floor:8.1f} [{min(floors):.1f}-{max(floors):.1f}]")
+        rendered = statistics.median([load["rendered"] for load in loads])
+        print(f"table drawn / floor: {rendered / floor:.1f}")
     finally:
         if console:
             console.quit()
