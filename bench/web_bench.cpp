@@ -3,7 +3,8 @@
 // event log, and punches in every company database), beside GET /api/v1/session on the same
 // server with the same session check (the server's own limit: a connection, HTTP, routing, the
 // cookie and the operator read again, a small JSON body). The server closes each connection after
-// its answer, so every request here is a new connection, as a browser's would be.
+// its answer, so every request here is a new connection, as a browser's would be. The list is
+// answered from its last gathering for kTerminalsFresh; BM_TerminalsGathered1000 times a gathering.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -17,7 +18,9 @@
 #include "records/company_registration.h"
 #include "shell/logs.h"
 #include "shell/program_folder.h"
+#include "shell/site_status.h"
 #include "web/console_server.h"
+#include "web/terminal_json.h"
 
 namespace clockcomm {
 namespace {
@@ -145,6 +148,20 @@ void BM_Terminals1000(benchmark::State& state) {
   session_limit.Report(state, per_second);
 }
 BENCHMARK(BM_Terminals1000)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(5.0);
+
+// What one answer costs when the list is not fresh (every kTerminalsFresh): the site gathered
+// from its databases and written as JSON, as the endpoint does, without HTTP.
+void BM_TerminalsGathered1000(benchmark::State& state) {
+  ConsoleSite& site = Site();
+  size_t bytes = 0;
+  for (auto _ : state) {
+    const shell::SiteStatus status = shell::GatherSiteStatus(*site.config, site.clock, {});
+    bytes = web::TerminalsJson(status, web::HealthRules{}).dump().size();
+    benchmark::DoNotOptimize(bytes);
+  }
+  state.counters["body_bytes"] = static_cast<double>(bytes);
+}
+BENCHMARK(BM_TerminalsGathered1000)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 
 }  // namespace
 }  // namespace clockcomm
