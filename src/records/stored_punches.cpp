@@ -26,18 +26,14 @@ std::string Where(const PunchFilter& filter, db::Params& params) {
 
 // The amount of a row: in its punch type's column, else in whichever column holds one.
 void ReadAmount(const db::Recordset& rs, StoredPunch& p) {
-  const char* own = AmountColumnForPunchType(p.punch_type);
-  if (auto amount = rs.Field(own).AsOptionalDouble()) {
-    p.amount = amount;
-    p.amount_column = own;
-    return;
-  }
+  const auto take = [&](const char* column) {
+    p.amount = rs.Field(column).AsOptionalDouble();
+    if (p.amount) p.amount_column = column;
+    return p.amount.has_value();
+  };
+  if (take(AmountColumnForPunchType(p.punch_type))) return;
   for (const char* column : kAmountColumns) {
-    if (auto amount = rs.Field(column).AsOptionalDouble()) {
-      p.amount = amount;
-      p.amount_column = column;
-      return;
-    }
+    if (take(column)) return;
   }
 }
 

@@ -1,11 +1,34 @@
 #include "web/api_reply.h"
 
+#include <memory>
+#include <utility>
+
 namespace clockcomm::web {
 
 void ReplyJson(httplib::Response& res, int status, const nlohmann::json& body) {
   res.status = status;
   res.set_content(body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace),
                   "application/json; charset=utf-8");
+}
+
+void ReplyStream(httplib::Response& res, const char* content_type, const std::string& file_name,
+                 std::function<std::string()> next, core::LogSink& log, const std::string& what) {
+  auto piece = std::make_shared<std::string>(next());
+  res.set_header("Content-Disposition", "attachment; filename=\"" + file_name + "\"");
+  res.set_chunked_content_provider(
+      content_type, [piece, next = std::move(next), &log, what](size_t, httplib::DataSink& sink) {
+        try {
+          if (piece->empty()) {
+            sink.done();
+            return true;
+          }
+          const std::string out = std::exchange(*piece, next());
+          return sink.write(out.data(), out.size());
+        } catch (const std::exception& e) {  // the answer has begun: all that is left is to end it
+          log.Event("System error", what + ": " + e.what());
+          return false;
+        }
+      });
 }
 
 void ReplyError(httplib::Response& res, int status, const std::string& message) {

@@ -3,10 +3,13 @@
 
 #include <httplib.h>
 
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "core/log_sink.h"
 
 namespace clockcomm::web {
 
@@ -19,6 +22,12 @@ inline constexpr size_t kMaxRequestBody = 64 * 1024;
 void ReplyJson(httplib::Response& res, int status, const nlohmann::json& body);
 // {"error": message}.
 void ReplyError(httplib::Response& res, int status, const std::string& message);
+
+// A download sent piece by piece: next() gives each piece, an empty one at the end. The first is
+// read here, before the answer begins, so that a source that cannot be read is still a 500 in
+// JSON; a later failure can only cut the answer short, and goes to the log as "what: error".
+void ReplyStream(httplib::Response& res, const char* content_type, const std::string& file_name,
+                 std::function<std::string()> next, core::LogSink& log, const std::string& what);
 
 // The value of cookie `name` in the request's Cookie headers, or nothing.
 std::optional<std::string> CookieValue(const httplib::Request& req, std::string_view name);

@@ -123,32 +123,11 @@ void EventLogApi::Report(const Request& req, Response& res) {
   const auto [from, to] = params.Period(clock_.Now().GetDate());
   if (params.Refused(res)) return;
 
-  struct State {
-    std::unique_ptr<shell::EventLog> log;
-    std::unique_ptr<shell::EventLogReportReader> reader;
-    std::string next;
-  };
-  auto state = std::make_shared<State>();
-  state->log = shell::EventLog::Open(paths_.EventLogDatabase());
-  state->reader = std::make_unique<shell::EventLogReportReader>(*state->log, from, to);
-  // The first piece is read here, so that a log that cannot be read is still a 500 in JSON.
-  state->next = state->reader->Next();
-
-  res.set_header("Content-Disposition", "attachment; filename=\"event-report-" + from.ToString() +
-                                            "-" + to.ToString() + ".txt\"");
-  res.set_chunked_content_provider(kAnsiText, [this, state](size_t, httplib::DataSink& sink) {
-    try {
-      if (state->next.empty()) {
-        sink.done();
-        return true;
-      }
-      const std::string piece = std::exchange(state->next, state->reader->Next());
-      return sink.write(piece.data(), piece.size());
-    } catch (const std::exception& e) {  // the answer has begun: all that is left is to end it
-      log_.Event("System error", std::string("Console event report: ") + e.what());
-      return false;
-    }
-  });
+  std::shared_ptr<shell::EventLog> log = shell::EventLog::Open(paths_.EventLogDatabase());
+  auto reader = std::make_shared<shell::EventLogReportReader>(*log, from, to);
+  ReplyStream(
+      res, kAnsiText, "event-report-" + from.ToString() + "-" + to.ToString() + ".txt",
+      [log, reader] { return reader->Next(); }, log_, "Console event report");
 }
 
 void EventLogApi::TextLogList(const Request& req, Response& res) {

@@ -185,37 +185,25 @@ void PunchesApi::Punches(const Request& req, Response& res) {
     return;
   }
 
-  // Every row, read kCsvBatchRows at a time after the last ID sent.
+  // Every row, read kCsvBatchRows at a time after the last ID sent, the header before the first.
   struct State {
     std::unique_ptr<db::Database> db;
     records::PunchFilter filter;
-    std::string next;
+    std::string header;
     bool last = false;
   };
   auto state = std::make_shared<State>(State{std::move(company->db), filter, kPunchCsvHeader});
-  const auto read_batch = [state] {
+  const auto next = [state] {
+    std::string piece = std::exchange(state->header, std::string());
+    if (state->last) return piece;
     const auto batch = records::StoredPunches(*state->db).Find(state->filter, 0, kCsvBatchRows);
-    for (const auto& p : batch) state->next += PunchCsvLine(p);
+    for (const auto& p : batch) piece += PunchCsvLine(p);
     if (!batch.empty()) state->filter.after_id = batch.back().id;
     state->last = static_cast<int64_t>(batch.size()) < kCsvBatchRows;
+    return piece;
   };
-  read_batch();  // here, so that a table that cannot be read is still a 500 in JSON
-  res.set_header("Content-Disposition", "attachment; filename=\"punches.csv\"");
-  res.set_chunked_content_provider(
-      "text/csv; charset=windows-1252", [this, state, read_batch](size_t, httplib::DataSink& sink) {
-        try {
-          if (state->next.empty()) {
-            sink.done();
-            return true;
-          }
-          const std::string piece = std::exchange(state->next, std::string());
-          if (!state->last) read_batch();
-          return sink.write(piece.data(), piece.size());
-        } catch (const std::exception& e) {  // the answer has begun: all that is left is to end it
-          log_.Event("System error", std::string("Console punches export: ") + e.what());
-          return false;
-        }
-      });
+  ReplyStream(res, "text/csv; charset=windows-1252", "punches.csv", next, log_,
+              "Console punches export");
 }
 
 void PunchesApi::EmployeeHours(const Request& req, Response& res) {

@@ -10,10 +10,10 @@
 #include "comm/pty_pair.h"
 #include "core/clock.h"
 #include "sim/zon_terminal.h"
-#include "test_support/child_process.h"
 #include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
 #include "web/screen_reader.h"
+#include "web/serve_child.h"
 
 namespace clockcomm::test {
 namespace {
@@ -30,42 +30,24 @@ class LinesApiTest : public ::testing::Test {
     ASSERT_EQ(
         RunClockcomm(dir_.path(), "user add olga --role operator", "olga-password\n").exit_code, 0);
     ASSERT_EQ(RunClockcomm(dir_.path(), "user add vera", "vera-password\n").exit_code, 0);
-    serve_ = std::make_unique<Child>(
-        std::vector<std::string>{CLOCKCOMM_BINARY_DIR "/clockcomm", "--home", dir_.path().string(),
-                                 "serve", "--listen", "127.0.0.1:0", "--port", pty_.SlavePath()});
-    const std::string banner = "Console and API on http://127.0.0.1:";
-    ASSERT_TRUE(Child::Pump({serve_.get()}, Steady::now() + seconds(20), [&] {
-      return serve_->Find(banner).has_value();
-    })) << serve_->Tail();
-    const std::string& text = serve_->Lines()[*serve_->Find(banner)].text;
-    port_ = std::stoi(text.substr(text.find(banner) + banner.size()));
+    serve_ = std::make_unique<ServeChild>(dir_.path(),
+                                          std::vector<std::string>{"--port", pty_.SlavePath()});
+    port_ = serve_->WaitForPort();
+    ASSERT_GT(port_, 0) << serve_->Tail();
     client_ = std::make_unique<httplib::Client>("127.0.0.1", port_);
   }
   void TearDown() override {
-    if (!serve_) return;
-    serve_->Signal(SIGTERM);
-    EXPECT_TRUE(serve_->Drain(Steady::now() + seconds(20))) << serve_->Tail();
-    const int status = serve_->Wait();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status << "\n" << serve_->Tail();
+    if (serve_) serve_->Stop();
   }
 
-  struct Who {
-    std::string cookie, csrf;
-  };
-  Who Login(const std::string& name) {
-    auto res = client_->Post(
-        "/api/v1/session", nlohmann::json{{"name", name}, {"password", name + "-password"}}.dump(),
-        "application/json");
-    EXPECT_TRUE(res && res->status == 200);
-    const std::string cookie = res->get_header_value("Set-Cookie");
-    return {cookie.substr(0, cookie.find(';')), nlohmann::json::parse(res->body).at("csrf_token")};
-  }
-  httplib::Result Press(const Who& who, const std::string& button, const std::string& body = "") {
+  ApiLogin Login(const std::string& name) { return LogIn(*client_, name, name + "-password"); }
+  httplib::Result Press(const ApiLogin& who, const std::string& button,
+                        const std::string& body = "") {
     return client_->Post("/api/v1/lines/" + button,
                          {{"Cookie", who.cookie}, {"X-CSRF-Token", who.csrf}}, body,
                          "application/json");
   }
-  nlohmann::json Lines(const Who& who) {
+  nlohmann::json Lines(const ApiLogin& who) {
     auto res = client_->Get("/api/v1/lines", {{"Cookie", who.cookie}});
     EXPECT_TRUE(res && res->status == 200);
     return nlohmann::json::parse(res->body);
@@ -74,13 +56,13 @@ class LinesApiTest : public ::testing::Test {
   TempDir dir_;
   comm::PtyPair pty_ = comm::PtyPair::Open();
   std::unique_ptr<comm::IConnection> line_ = pty_.TakeMaster();
-  std::unique_ptr<Child> serve_;
+  std::unique_ptr<ServeChild> serve_;
   int port_ = 0;
   std::unique_ptr<httplib::Client> client_;
 };
 
 TEST_F(LinesApiTest, HostACallEndAndPollNowFromTheConsole) {
-  const Who olga = Login("olga");
+  const ApiLogin olga = Login("olga");
   auto lines = Lines(olga);
   EXPECT_EQ(lines.at("controllable"), true);
   ASSERT_EQ(lines.at("lines").size(), 1u);
@@ -161,11 +143,11 @@ TEST_F(LinesApiTest, HostACallEndAndPollNowFromTheConsole) {
 
 // A viewer sees the lines but may not press a button; every refusal leaves the lines idle.
 TEST_F(LinesApiTest, ButtonsRefusedToViewersAndBadRequests) {
-  const Who vera = Login("vera");
-  const Who olga = Login("olga");
+  const ApiLogin vera = Login("vera");
+  const ApiLogin olga = Login("olga");
   struct Case {
     const char* legend;
-    Who who;
+    ApiLogin who;
     bool csrf;
     std::string button, body;
     int status;

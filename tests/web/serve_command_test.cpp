@@ -9,9 +9,9 @@
 #include "comm/pty_pair.h"
 #include "core/clock.h"
 #include "sim/zon_terminal.h"
-#include "test_support/child_process.h"
 #include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
+#include "web/serve_child.h"
 
 namespace clockcomm::test {
 namespace {
@@ -24,14 +24,9 @@ TEST(ServeCommandTest, HostsTheLinesWhileTheConsoleShowsTheirCalls) {
   ASSERT_EQ(RunClockcomm(dir.path(), "user add desk", "desk-password\n").exit_code, 0);
   auto pty = comm::PtyPair::Open();
   auto line = pty.TakeMaster();
-  Child serve({CLOCKCOMM_BINARY_DIR "/clockcomm", "--home", dir.path().string(), "serve",
-               "--listen", "127.0.0.1:0", "--host", "--port", pty.SlavePath()});
-  const std::string banner = "Console and API on http://127.0.0.1:";
-  ASSERT_TRUE(Child::Pump({&serve}, Steady::now() + std::chrono::seconds(20), [&] {
-    return serve.Find(banner).has_value();
-  })) << serve.Tail();
-  const std::string& text = serve.Lines()[*serve.Find(banner)].text;
-  const int port = std::stoi(text.substr(text.find(banner) + banner.size()));
+  ServeChild serve(dir.path(), {"--host", "--port", pty.SlavePath()});
+  const int port = serve.WaitForPort();
+  ASSERT_GT(port, 0) << serve.Tail();
 
   const std::string today = core::SystemClock().Now().GetDate().Format("yymmdd");
   sim::ZonTerminal terminal(sim::TerminalConfig{}, {"1,12,,,,,I," + today + ",0800,,,,1",
@@ -43,12 +38,8 @@ TEST(ServeCommandTest, HostsTheLinesWhileTheConsoleShowsTheirCalls) {
   })) << serve.Tail();
 
   httplib::Client client("127.0.0.1", port);
-  auto res = client.Post("/api/v1/session", R"({"name":"desk","password":"desk-password"})",
-                         "application/json");
-  ASSERT_TRUE(res);
-  ASSERT_EQ(res->status, 200) << res->body;
-  const std::string cookie = res->get_header_value("Set-Cookie");
-  res = client.Get("/api/v1/terminals", {{"Cookie", cookie.substr(0, cookie.find(';'))}});
+  const ApiLogin desk = LogIn(client, "desk", "desk-password");
+  auto res = client.Get("/api/v1/terminals", {{"Cookie", desk.cookie}});
   ASSERT_TRUE(res);
   ASSERT_EQ(res->status, 200) << res->body;
   const auto dock = nlohmann::json::parse(res->body).at("terminals").at(0);
@@ -56,10 +47,7 @@ TEST(ServeCommandTest, HostsTheLinesWhileTheConsoleShowsTheirCalls) {
   EXPECT_EQ(dock.at("punches_today"), 2);
   EXPECT_FALSE(dock.at("last_contact").is_null());
 
-  serve.Signal(SIGTERM);
-  EXPECT_TRUE(serve.Drain(Steady::now() + std::chrono::seconds(20))) << serve.Tail();
-  const int status = serve.Wait();
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status << "\n" << serve.Tail();
+  serve.Stop();
   EXPECT_TRUE(serve.Find("Console stopped")) << serve.Tail();
 }
 

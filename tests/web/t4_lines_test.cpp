@@ -10,10 +10,10 @@
 #include "core/clock.h"
 #include "sim/t4_terminal_sim.h"
 #include "t4/net/t4_time_code.h"
-#include "test_support/child_process.h"
 #include "test_support/run_clockcomm.h"
 #include "test_support/temp_dir.h"
 #include "web/screen_reader.h"
+#include "web/serve_child.h"
 
 namespace clockcomm::test {
 namespace {
@@ -47,37 +47,24 @@ class T4LinesTest : public ::testing::Test {
     }
     ASSERT_EQ(
         RunClockcomm(dir_.path(), "user add olga --role operator", "olga-password\n").exit_code, 0);
-    serve_ = std::make_unique<Child>(std::vector<std::string>{CLOCKCOMM_BINARY_DIR "/clockcomm",
-                                                              "--home", dir_.path().string(),
-                                                              "serve", "--listen", "127.0.0.1:0"});
-    const std::string banner = "Console and API on http://127.0.0.1:";
-    ASSERT_TRUE(Child::Pump({serve_.get()}, Steady::now() + seconds(20), [&] {
-      return serve_->Find(banner).has_value();
-    })) << serve_->Tail();
-    const std::string& text = serve_->Lines()[*serve_->Find(banner)].text;
-    port_ = std::stoi(text.substr(text.find(banner) + banner.size()));
+    serve_ = std::make_unique<ServeChild>(dir_.path(), std::vector<std::string>{});
+    port_ = serve_->WaitForPort();
+    ASSERT_GT(port_, 0) << serve_->Tail();
     client_ = std::make_unique<httplib::Client>("127.0.0.1", port_);
-    auto res = client_->Post("/api/v1/session", R"({"name":"olga","password":"olga-password"})",
-                             "application/json");
-    ASSERT_TRUE(res && res->status == 200);
-    const std::string cookie = res->get_header_value("Set-Cookie");
-    cookie_ = cookie.substr(0, cookie.find(';'));
-    csrf_ = nlohmann::json::parse(res->body).at("csrf_token");
+    olga_ = LogIn(*client_, "olga", "olga-password");
+    ASSERT_FALSE(olga_.cookie.empty());
   }
   void TearDown() override {
-    if (!serve_) return;
-    serve_->Signal(SIGTERM);
-    EXPECT_TRUE(serve_->Drain(Steady::now() + seconds(20))) << serve_->Tail();
-    const int status = serve_->Wait();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status << "\n" << serve_->Tail();
+    if (serve_) serve_->Stop();
   }
 
   httplib::Result Press(const std::string& button, const std::string& body = "") {
-    return client_->Post("/api/v1/lines/" + button, {{"Cookie", cookie_}, {"X-CSRF-Token", csrf_}},
-                         body, "application/json");
+    return client_->Post("/api/v1/lines/" + button,
+                         {{"Cookie", olga_.cookie}, {"X-CSRF-Token", olga_.csrf}}, body,
+                         "application/json");
   }
   nlohmann::json Get(const std::string& path) {
-    auto res = client_->Get(path, {{"Cookie", cookie_}});
+    auto res = client_->Get(path, {{"Cookie", olga_.cookie}});
     EXPECT_TRUE(res && res->status == 200) << path;
     return res ? nlohmann::json::parse(res->body) : nlohmann::json();
   }
@@ -99,10 +86,10 @@ class T4LinesTest : public ::testing::Test {
   sim::T4TerminalSim demodata_{sim::T4SimConfig{}, clock_};
   sim::T4TerminalSim spare_{sim::T4SimConfig{}, clock_};
   TempDir dir_;
-  std::unique_ptr<Child> serve_;
+  std::unique_ptr<ServeChild> serve_;
   int port_ = 0;
   std::unique_ptr<httplib::Client> client_;
-  std::string cookie_, csrf_;
+  ApiLogin olga_;
 };
 
 TEST_F(T4LinesTest, HostEndAndPollTheT4ClockList) {
@@ -113,7 +100,7 @@ TEST_F(T4LinesTest, HostEndAndPollTheT4ClockList) {
   EXPECT_EQ(lines.at("lines").at(0).at("name"), "T4 host (2 clocks)");
   EXPECT_EQ(lines.at("lines").at(0).at("state"), "stopped");
 
-  web::ScreenReader screen(port_, {{"Cookie", cookie_}});
+  web::ScreenReader screen(port_, {{"Cookie", olga_.cookie}});
   auto res = Press("host");
   ASSERT_EQ(res->status, 200) << res->body;
   EXPECT_EQ(nlohmann::json::parse(res->body).at("lines").at(0).at("mode"), "host");

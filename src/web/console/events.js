@@ -33,11 +33,7 @@ CC.pages.events = function(view) {
     const chosen = type.value;
     type.replaceChildren(CC.el('option', {value: ''}, 'any'),
         (answer.types || []).map((t) => CC.el('option', {value: t, selected: t === chosen}, t)));
-    const pages = Math.max(1, Math.ceil(answer.total / answer.page_size));
-    pager.replaceChildren(
-        CC.el('button.small', {type: 'button', disabled: page <= 1, onclick: () => { page--; load(); }}, '‹ Previous'),
-        CC.el('span#events-page', {}, ' Page ' + answer.page + ' of ' + pages + ' (' + answer.total + ' events) '),
-        CC.el('button.small', {type: 'button', disabled: page >= pages, onclick: () => { page++; load(); }}, 'Next ›'));
+    pager.replaceChildren(...CC.pager('events-page', answer, 'events', (p) => { page = p; load(); }));
     holder.replaceChildren(CC.table('events-table', [
       {key: 'counter', label: '#', className: 'num'}, {key: 'time', label: 'Time'}, {key: 'clock', label: 'Clock'},
       {key: 'clock_number', label: 'Clock no.', className: 'num'}, {key: 'type', label: 'Type'},

@@ -44,11 +44,7 @@ CC.pages.punches = function(view) {
     const answer = await CC.guard(box, () => CC.api('GET', '/api/v1/punches' + CC.query(query)));
     if (!answer || !open) return;
     CC.message(box, '');
-    const pages = Math.max(1, Math.ceil(answer.total / answer.page_size));
-    pager.replaceChildren(
-        CC.el('button.small', {type: 'button', disabled: page <= 1, onclick: () => { page--; load(); }}, '‹ Previous'),
-        CC.el('span#punches-page', {}, ' Page ' + answer.page + ' of ' + pages + ' (' + answer.total + ' punches) '),
-        CC.el('button.small', {type: 'button', disabled: page >= pages, onclick: () => { page++; load(); }}, 'Next ›'));
+    pager.replaceChildren(...CC.pager('punches-page', answer, 'punches', (p) => { page = p; load(); }));
     holder.replaceChildren(CC.table('punches-table', [
       {key: 'id', label: 'ID', className: 'num'}, {key: 'badge', label: 'Badge', className: 'num'},
       {key: 'punch_type', label: 'Type'}, {key: 'department', label: 'Dept'}, {key: 'job', label: 'Job'},

@@ -155,6 +155,16 @@ function compare(a, b) {
 }
 
 // A labelled field: label text, then the control.
+// "‹ Previous  Page 2 of 5 (420 events)  Next ›" under a paged answer; go(page) loads another.
+CC.pager = function(id, answer, noun, go) {
+  const pages = Math.max(1, Math.ceil(answer.total / answer.page_size));
+  return [
+    CC.el('button.small', {type: 'button', disabled: answer.page <= 1, onclick: () => go(answer.page - 1)}, '‹ Previous'),
+    CC.el('span#' + id, {}, ' Page ' + answer.page + ' of ' + pages + ' (' + answer.total + ' ' + noun + ') '),
+    CC.el('button.small', {type: 'button', disabled: answer.page >= pages, onclick: () => go(answer.page + 1)}, 'Next ›'),
+  ];
+};
+
 CC.field = function(label, control, note) {
   return CC.el('label.field', {}, CC.el('span.label', {}, label), control, note);
 };
